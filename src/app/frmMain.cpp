@@ -143,6 +143,7 @@ frmMain::frmMain(Prompter *prompter, Options options)
         }
     });
 
+    createControllers();
     setStatus(1, QStringLiteral("Click on CONNECT to connect to Server"));
     SetMenuState(4, false);   // nothing to stop yet
 }

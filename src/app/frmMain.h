@@ -25,6 +25,20 @@ class QToolButton;
 class ItemList;
 class MessageGrid;
 class Prompter;
+// The areas of the program; each is created by createControllers() once it exists.
+class NewsSession;
+class ServerList;
+class frmSetup;
+class GroupList;
+class Favorites;
+class MessageList;
+class GridController;
+class Downloader;
+class SavedFiles;
+class Viewer;
+class Poster;
+class Harvester;
+class ServerChecker;
 
 // The main window: lives from start to exit and owns the program-wide state, the lists, the
 // message grid, the status bar and the command set.
@@ -72,6 +86,21 @@ public:
     QToolBar *Toolbar1 = nullptr;
     QTimer *Timer1 = nullptr;
     QSystemTrayIcon *TrayIcon1 = nullptr;
+
+    // The areas of the program (null while an area is not built).
+    NewsSession *session = nullptr;
+    ServerList *servers = nullptr;
+    frmSetup *setup = nullptr;
+    GroupList *groups = nullptr;
+    Favorites *favorites = nullptr;
+    MessageList *messages = nullptr;
+    GridController *gridControl = nullptr;
+    Downloader *downloader = nullptr;
+    SavedFiles *savedFiles = nullptr;
+    Viewer *viewer = nullptr;
+    Poster *poster = nullptr;
+    Harvester *harvester = nullptr;
+    ServerChecker *serverChecker = nullptr;
 
     // Status bar panels 1..3.
     void setStatus(int panel, const QString &text);
@@ -121,6 +150,7 @@ private:
     void buildWidgets();
     void buildMenus();
     void buildToolbar();
+    void createControllers();   // app/Controllers.cpp
     void onTick();
     void shutdown();
     void showAbout();

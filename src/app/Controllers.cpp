@@ -1,0 +1,8 @@
+#include "app/frmMain.h"
+
+// Each area of the program attaches itself here: it creates its object (parented to the main
+// window), wires its commands with wireCommand() and connects to the lists it serves.
+// Keep one line per area.
+void frmMain::createControllers()
+{
+}
