@@ -141,6 +141,8 @@ public:
 signals:
     void settingsLoaded();
     void shuttingDown();
+    void groupListWanted(bool useCache);   // a connect asks for the group list
+    void previewCleared();                 // a disconnect clears the large preview
 
 protected:
     void closeEvent(QCloseEvent *event) override;
