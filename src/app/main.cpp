@@ -2,8 +2,41 @@
 #include "ui/Prompter.h"
 
 #include <QApplication>
+#include <QSocketNotifier>
+#include <csignal>
 #include <cstdio>
 #include <cstring>
+#include <sys/socket.h>
+#include <unistd.h>
+
+namespace {
+int g_sigFd[2] = {-1, -1};
+
+void onTerminate(int)
+{
+    const char c = 1;
+    [[maybe_unused]] const ssize_t n = ::write(g_sigFd[0], &c, 1);
+}
+
+// SIGTERM and SIGINT close the main window the normal way, so options and geometry are kept.
+void closeOnTerminate(QWidget *window)
+{
+    if (::socketpair(AF_UNIX, SOCK_STREAM, 0, g_sigFd) != 0)
+        return;
+    auto *n = new QSocketNotifier(g_sigFd[1], QSocketNotifier::Read, window);
+    QObject::connect(n, &QSocketNotifier::activated, window, [window] {
+        char c;
+        [[maybe_unused]] const ssize_t r = ::read(g_sigFd[1], &c, 1);
+        window->close();
+    });
+    struct sigaction sa {};
+    sa.sa_handler = onTerminate;
+    sigemptyset(&sa.sa_mask);
+    sa.sa_flags = SA_RESTART;
+    sigaction(SIGTERM, &sa, nullptr);
+    sigaction(SIGINT, &sa, nullptr);
+}
+} // namespace
 
 static bool hasArg(int argc, char **argv, const char *arg)
 {
@@ -35,6 +68,7 @@ int main(int argc, char **argv)
 
     GuiPrompter gui;
     frmMain w(&gui);
+    closeOnTerminate(&w);
     w.startUp();
     w.show();
     return app.exec();

@@ -32,8 +32,8 @@ namespace nd {
 
 inline constexpr double TwipsPerPixel = 15.0;
 // The smallest main window that stays usable, in logical pixels.
-inline constexpr int MinMainWidth = 760;
-inline constexpr int MinMainHeight = 520;
+inline constexpr int MinMainWidth = 1000;
+inline constexpr int MinMainHeight = 680;
 
 QString defaultFavoritesFile();
 QString defaultDestDir();
