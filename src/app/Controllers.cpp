@@ -4,8 +4,10 @@
 // window), wires its commands with wireCommand() and connects to the lists it serves.
 // Keep one line per area.
 #include "news/Session.h"
+#include "download/Downloader.h"
 
 void frmMain::createControllers()
 {
     session = new NewsSession(*this);
+    downloader = new Downloader(*this);
 }

@@ -1,3 +1,4 @@
+#include "app/Batch.h"
 #include "app/frmMain.h"
 #include "ui/Prompter.h"
 
@@ -65,6 +66,9 @@ int main(int argc, char **argv)
     QApplication::setApplicationName(QStringLiteral("Newsdredge"));
     QApplication::setOrganizationName(QStringLiteral("Newsdredge"));
     QApplication::setApplicationVersion(QStringLiteral("3.8"));
+
+    if (batch)
+        return nd::runBatch(QApplication::arguments());
 
     GuiPrompter gui;
     frmMain w(&gui);
