@@ -1,4 +1,6 @@
 #include "app/frmMain.h"
+#include "groups/Favorites.h"
+#include "post/Poster.h"
 
 // Each area of the program attaches itself here: it creates its object (parented to the main
 // window), wires its commands with wireCommand() and connects to the lists it serves.
@@ -8,4 +10,6 @@
 void frmMain::createControllers()
 {
     session = new NewsSession(*this);
+    favorites = new Favorites(*this);
+    poster = new Poster(*this);
 }
