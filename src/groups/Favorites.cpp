@@ -173,6 +173,8 @@ void Favorites::DeleteSelected()
 
 bool Favorites::DropGroup(const QString &groupItem)
 {
+    if (m.S.ScanMode || m_downloading)
+        return false;
     const auto item = FavoriteRules::itemForDrop(groupItem, m.opt.NNTPServer, m.lstFavorites->texts());
     if (!item)
         return false;
