@@ -16,8 +16,11 @@ Poster::Poster(frmMain &main) : QObject(&main), m(main)
 
 frmPostMsg *Poster::ensureWindow()
 {
-    if (!m_window)
+    if (!m_window) {
         m_window = new frmPostMsg(m);
+        // a closed window is gone for good; the next command loads a fresh one
+        connect(m_window, &frmPostMsg::closed, this, [this] { m_window = nullptr; });
+    }
     return m_window;
 }
 

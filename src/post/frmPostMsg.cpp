@@ -326,4 +326,5 @@ void frmPostMsg::closeEvent(QCloseEvent *event)
     saveFields();
     ReplyMode = 0;
     event->accept();
+    emit closed();
 }

@@ -41,6 +41,9 @@ public:
     QStatusBar *statbar = nullptr;
     QString status(int panel) const;
 
+signals:
+    void closed();   // the window is going (it deletes itself)
+
 protected:
     void closeEvent(QCloseEvent *event) override;
     bool eventFilter(QObject *watched, QEvent *event) override;
