@@ -4,6 +4,7 @@
 #include "app/Wait.h"
 #include "app/frmMain.h"
 #include "groups/FavoriteRules.h"
+#include "news/Session.h"
 #include "ui/ItemList.h"
 #include "ui/Prompter.h"
 
@@ -254,17 +255,87 @@ bool Favorites::eventFilter(QObject *watched, QEvent *event)
 
 // ------------------------------------------------------------------ opening and downloading
 
-bool Favorites::switchServerAndConnect(const QString &)
+bool Favorites::switchServerAndConnect(const QString &server)
 {
-    return false;   // TODO after session lands
+    if (!m.session)
+        return false;
+    const QString connected = QStringLiteral("Connected to NNTP Server");
+    NewsTransport *t = m.session->transport();
+    const bool open = t && t->StateText() == connected;
+    const bool otherServer = server != m.opt.NNTPServer || (t && !t->Host().isEmpty() && t->Host() != server);
+    if (otherServer) {
+        m.session->NNTP_Disconnect();
+        m.opt.NNTPServer = server;
+        m.UpdateCaption(QStringLiteral("5"));
+    }
+    if (otherServer || !open)
+        m.session->NNTP_Connect(false);
+    t = m.session->transport();
+    return t && t->StateText() == connected;
 }
 
 bool Favorites::OpenFavorite(bool warn)
 {
-    Q_UNUSED(warn);
-    return false;
+    ItemList *l = m.lstFavorites;
+    if (l->selectedCount() < 1) {
+        if (warn)
+            m.prompter().message(QStringLiteral("Please Select Item(s) First"), Prompter::Exclamation, Prompter::Ok,
+                                 QStringLiteral("Newsdredge!"));
+        return false;
+    }
+    int i = l->currentIndex();
+    if (i < 0 || !l->isSelected(i))
+        i = l->selectedIndexes().first();
+    const QString item = l->text(i);
+    const QString group = FavoriteRules::groupOfItem(item);
+    const QString server = FavoriteRules::GetServerName(item);
+    if (group.isEmpty() || server.isEmpty())
+        return false;
+    m.S.CurrentGroup = group;
+    if (!switchServerAndConnect(server))
+        return false;
+    m.S.CurrentGroup = group;
+    return listGroup();
 }
 
 void Favorites::DownloadFromFavorites()
+{
+    if (m.IsConnectedIdle(true) || m.S.QuietMode || m_downloading)
+        return;
+    ItemList *l = m.lstFavorites;
+    if (l->selectedCount() < 1) {
+        m.prompter().message(QStringLiteral("Please Select Item(s) First"), Prompter::Exclamation, Prompter::Ok,
+                             QStringLiteral("Newsdredge!"));
+        return;
+    }
+    m.S.StopRequested = false;
+    m_downloading = true;
+    m.lstFavoritesView->setEnabled(false);
+    for (int i = 0; i < l->count(); ++i) {
+        m.setStatus(1, m.S.ScanMode ? QStringLiteral("Scanning for Web/FTP Addresses")
+                                    : QStringLiteral("Downloading From Favorites"));
+        if (m.S.StopRequested)
+            break;
+        if (!l->isSelected(i))
+            continue;
+        l->setCurrentIndex(i);
+        if (OpenFavorite(false) && !m.S.StopRequested)
+            downloadAll();
+        l->setSelected(i, false);
+    }
+    if (m.session)
+        m.session->NNTP_Disconnect();
+    m.setStatus(1, m.S.ScanMode ? QStringLiteral("Finished Scanning for Web/FTP Addresses")
+                                : QStringLiteral("Finished Downloading From Favorites"));
+    m.lstFavoritesView->setEnabled(true);
+    m_downloading = false;
+}
+
+bool Favorites::listGroup()
+{
+    return false;   // filled in once the message listing is on main
+}
+
+void Favorites::downloadAll()
 {
 }

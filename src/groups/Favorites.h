@@ -47,6 +47,8 @@ protected:
 
 private:
     bool switchServerAndConnect(const QString &server);
+    bool listGroup();       // lists CurrentGroup on the connected server
+    void downloadAll();     // downloads every listed row
     void setIcons(ItemList *list, int iconIndex);
 
     frmMain &m;
