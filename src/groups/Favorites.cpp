@@ -80,6 +80,8 @@ bool Favorites::saveToCurrentFile()
 
 void Favorites::SaveFavoritesAs(bool clear)
 {
+    if (m.S.ScanMode || m_downloading)
+        return;
     const QString path = m.prompter().saveFileName(clear ? QStringLiteral("New Favorites File") : QStringLiteral("Save Favorites"),
                                                    QFileInfo(m.opt.FavoritesFile).absolutePath(),
                                                    QStringLiteral("Text (*.fav)|*.fav"));
@@ -104,6 +106,8 @@ void Favorites::SaveFavoritesAs(bool clear)
 
 void Favorites::LoadFavorites()
 {
+    if (m.S.ScanMode || m_downloading)
+        return;
     const QString path = m.prompter().openFileName(QStringLiteral("Load Favorites"),
                                                    QFileInfo(m.opt.FavoritesFile).absolutePath(),
                                                    QStringLiteral("Newsdredge! Favorites (*.fav)|*.fav"));

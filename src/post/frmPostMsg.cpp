@@ -168,6 +168,12 @@ void frmPostMsg::OkClicked()
 {
     if (m_posting)
         return;
+    if ((m.session && m.session->transactionRunning()) || m.S.DownloadBusy) {
+        // one transaction at a time: the listing or download that runs now finishes first
+        m.setStatus(2, QStringLiteral("Please wait until current transaction is finished"));
+        setStatus(2, QStringLiteral("Please wait until current transaction is finished"));
+        return;
+    }
     if (txtName->text().trimmed().isEmpty() || txtEmail->text().trimmed().isEmpty()
         || txtSubject->text().trimmed().isEmpty()) {
         m.prompter().message(QStringLiteral("Please enter name, email and subject."), Prompter::Critical);
