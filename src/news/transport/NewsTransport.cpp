@@ -1,0 +1,1039 @@
+#include "news/transport/NewsTransport.h"
+
+#include <QCryptographicHash>
+#include <QNetworkProxy>
+#include <QSslCertificate>
+#include <QSslError>
+#include <QSslSocket>
+
+#include <cstring>
+
+namespace {
+const QString kConnected = QStringLiteral("Connected to NNTP Server");
+const QString kDisconnected = QStringLiteral("Disconnected from NNTP Server");
+const QString kConnecting = QStringLiteral("Connecting to NNTP Server");
+const QString kDisconnecting = QStringLiteral("Disconnecting from NNTP Server");
+
+// No real NNTP line comes near this; a peer that sends more without a line
+// end is not speaking NNTP.
+constexpr qsizetype kMaxLine = 16 * 1024 * 1024;
+
+qint32 statusCode(const QByteArray &line)
+{
+    if (line.size() < 3)
+        return 0;
+    qint32 code = 0;
+    for (int i = 0; i < 3; ++i) {
+        const char c = line.at(i);
+        if (c < '0' || c > '9')
+            return 0;
+        code = code * 10 + (c - '0');
+    }
+    if (line.size() > 3 && line.at(3) != ' ' && line.at(3) != '\t')
+        return 0;
+    return code;
+}
+
+QByteArray dotStuffed(const QByteArray &raw)
+{
+    QByteArray out;
+    out.reserve(raw.size() + raw.size() / 30 + 8);
+    qsizetype pos = 0;
+    const qsizetype n = raw.size();
+    while (pos < n) {
+        qsizetype eol = raw.indexOf('\n', pos);
+        const bool last = eol < 0;
+        if (last)
+            eol = n;
+        qsizetype end = eol;
+        if (end > pos && raw.at(end - 1) == '\r')
+            --end;
+        if (end > pos && raw.at(pos) == '.')
+            out += '.';
+        out.append(raw.constData() + pos, end - pos);
+        out += "\r\n";
+        pos = eol + 1;
+    }
+    out += ".\r\n";
+    return out;
+}
+}  // namespace
+
+NewsTransport::NewsTransport(QObject *parent) : QObject(parent)
+{
+    m_timer.setSingleShot(true);
+    m_timer.setTimerType(Qt::CoarseTimer);
+    connect(&m_timer, &QTimer::timeout, this, &NewsTransport::onTimeout);
+}
+
+NewsTransport::~NewsTransport()
+{
+    if (m_socket) {
+        m_socket->disconnect(this);
+        m_socket->abort();
+        delete m_socket;
+        m_socket = nullptr;
+    }
+}
+
+void NewsTransport::SetNotify(NewsTransportNotify *sink) { m_sink = sink; }
+void NewsTransport::SetOption(qint32 value) { m_option = value; }
+void NewsTransport::SetProxyType(qint32 type) { m_proxyType = type; }
+void NewsTransport::SetProxyHost(const QString &host) { m_proxyHost = host.trimmed(); }
+void NewsTransport::SetProxyPort(qint32 port) { m_proxyPort = port; }
+void NewsTransport::SetHost(const QString &host) { m_host = host; }
+void NewsTransport::SetTimeout(qint32 seconds) { m_timeoutSeconds = seconds > 0 ? seconds : 30; }
+
+QString NewsTransport::StateText() const
+{
+    switch (m_state) {
+    case StateConnecting:
+        return kConnecting;
+    case StateConnected:
+    case StateBusy:
+        return kConnected;
+    case StateDisconnecting:
+        return kDisconnecting;
+    default:
+        return kDisconnected;
+    }
+}
+
+// ---------------------------------------------------------------- notifications
+
+void NewsTransport::notifyConnected()
+{
+    if (m_sink)
+        m_sink->Connected(this);
+    emit Connected(this);
+}
+
+void NewsTransport::notifyDisconnected()
+{
+    if (m_sink)
+        m_sink->Disconnected(this);
+    emit Disconnected(this);
+}
+
+void NewsTransport::notifyDone(qint32 value, bool error, const QString &text)
+{
+    if (m_sink)
+        m_sink->Done(this, value, error, text);
+    emit Done(this, value, error, text);
+}
+
+void NewsTransport::notifyDebug(const QString &text)
+{
+    if (m_sink)
+        m_sink->Debug(this, text);
+    emit Debug(this, text);
+}
+
+void NewsTransport::setState(qint32 state)
+{
+    if (state == m_state)
+        return;
+    const qint32 old = m_state;
+    m_state = state;
+    if (m_sink)
+        m_sink->StateChanged(this, old, state);
+    emit StateChanged(this, old, state);
+}
+
+// ---------------------------------------------------------------- connection
+
+void NewsTransport::Connect(const QString &host, const QString &user, const QString &password)
+{
+    if (m_state != StateDisconnected) {
+        if (m_state == StateConnected || m_state == StateBusy) {
+            if (host == m_host || host.isEmpty()) {
+                QPointer<NewsTransport> self(this);  // already open
+                QMetaObject::invokeMethod(this, [self] {
+                    if (self)
+                        self->notifyConnected();
+                }, Qt::QueuedConnection);
+                return;
+            }
+        }
+        teardownSocket();
+        setState(StateDisconnected);
+    }
+    if (!host.isEmpty() && m_host.isEmpty())
+        m_host = host;
+    m_lastError = ErrorNone;
+    m_limitExceeded = false;
+    m_session = false;
+    m_needReconnect = false;
+    m_reconnecting = false;
+    m_groupSelected = false;
+    m_fmtKnown = false;
+    m_overCommand = "OVER";
+    m_hdrCommand = "HDR";
+    m_user = user;
+    m_password = password;
+    m_address = parseServerAddress(host.isEmpty() ? m_host : host);
+    if (!m_address.valid) {
+        m_lastError = ErrorAddress;
+        const QString text = QStringLiteral("Invalid news server address \"%1\"").arg(host);
+        QPointer<NewsTransport> self(this);
+        QMetaObject::invokeMethod(this, [self, text] {
+            if (!self)
+                return;
+            self->notifyDebug(text);
+            if (self)
+                self->notifyDone(0, true, text);
+        }, Qt::QueuedConnection);
+        return;
+    }
+    m_op = Op::Connect;
+    setState(StateConnecting);
+    openSocket();
+}
+
+void NewsTransport::openSocket()
+{
+    teardownSocket();
+    m_socket = new QSslSocket(this);
+    m_socket->setReadBufferSize(1024 * 1024);
+    if (!m_proxyHost.isEmpty() && m_proxyType == ProxySocks5)
+        m_socket->setProxy(QNetworkProxy(QNetworkProxy::Socks5Proxy, m_proxyHost, quint16(m_proxyPort)));
+    else if (!m_proxyHost.isEmpty() && m_proxyType == ProxyHttp)
+        m_socket->setProxy(QNetworkProxy(QNetworkProxy::HttpProxy, m_proxyHost, quint16(m_proxyPort)));
+    else
+        m_socket->setProxy(QNetworkProxy::NoProxy);
+    connect(m_socket, &QIODevice::readyRead, this, &NewsTransport::onReadyRead);
+    connect(m_socket, &QAbstractSocket::errorOccurred, this, &NewsTransport::onSocketError);
+    connect(m_socket, &QAbstractSocket::disconnected, this, &NewsTransport::onSocketDisconnected);
+    connect(m_socket, &QSslSocket::sslErrors, this, &NewsTransport::onSslErrors);
+    connect(m_socket, &QIODevice::bytesWritten, this, [this] {
+        if (m_timer.isActive())
+            armTimer();
+    });
+    m_buf.clear();
+    m_pos = 0;
+    m_inData = false;
+    m_modeReaderDone = false;
+    m_authDone = false;
+    m_step = Step::Greeting;
+    armTimer();
+    if (m_address.tls)
+        m_socket->connectToHostEncrypted(m_address.host, m_address.port);
+    else
+        m_socket->connectToHost(m_address.host, m_address.port);
+}
+
+void NewsTransport::teardownSocket()
+{
+    ++m_generation;
+    m_timer.stop();
+    m_inData = false;
+    m_step = Step::None;
+    m_buf.clear();
+    m_pos = 0;
+    if (m_socket) {
+        QSslSocket *s = m_socket;
+        m_socket = nullptr;
+        s->disconnect(this);
+        s->abort();
+        s->deleteLater();
+    }
+}
+
+void NewsTransport::armTimer()
+{
+    m_timer.start(m_timeoutSeconds * 1000);
+}
+
+void NewsTransport::sendCommand(const QByteArray &command, Step step)
+{
+    m_step = step;
+    m_inData = false;
+    if (!m_socket)
+        return;
+    m_socket->write(command + "\r\n");
+    armTimer();
+}
+
+void NewsTransport::onSslErrors(const QList<QSslError> &errors)
+{
+    if (!m_socket)
+        return;
+    QSslCertificate cert = m_socket->peerCertificate();
+    QStringList reasons;
+    for (const QSslError &e : errors) {
+        reasons << e.errorString();
+        if (cert.isNull() && !e.certificate().isNull())
+            cert = e.certificate();
+    }
+    const QString fingerprint =
+        QString::fromLatin1(cert.digest(QCryptographicHash::Sha256).toHex(':').toUpper());
+    const QString reason = reasons.join(QStringLiteral("; "));
+    if (m_certCheck && m_certCheck(m_address.host, fingerprint, reason)) {
+        if (m_socket)
+            m_socket->ignoreSslErrors(errors);
+        return;
+    }
+    connectFailed(ErrorTls, 0,
+                  QStringLiteral("Certificate of %1 not accepted: %2").arg(m_address.host, reason));
+}
+
+void NewsTransport::onSocketError()
+{
+    if (!m_socket)
+        return;
+    const QAbstractSocket::SocketError err = m_socket->error();
+    if (m_state == StateConnecting || m_reconnecting) {
+        QString text;
+        qint32 code = ErrorSocket;
+        switch (err) {
+        case QAbstractSocket::HostNotFoundError:
+            text = QStringLiteral("Server %1 not found").arg(m_address.host);
+            break;
+        case QAbstractSocket::ConnectionRefusedError:
+            text = QStringLiteral("Connection refused by %1:%2").arg(m_address.host).arg(m_address.port);
+            break;
+        case QAbstractSocket::SslHandshakeFailedError:
+        case QAbstractSocket::SslInternalError:
+        case QAbstractSocket::SslInvalidUserDataError:
+            code = ErrorTls;
+            text = QStringLiteral("TLS with %1 failed: %2").arg(m_address.host, m_socket->errorString());
+            break;
+        case QAbstractSocket::RemoteHostClosedError:
+            code = ErrorDropped;
+            text = QStringLiteral("%1 closed the connection").arg(m_address.host);
+            break;
+        default:
+            text = QStringLiteral("Unable to connect to %1:%2 - %3")
+                       .arg(m_address.host).arg(m_address.port).arg(m_socket->errorString());
+        }
+        connectFailed(code, 0, text);
+        return;
+    }
+    if (err == QAbstractSocket::RemoteHostClosedError)
+        return;  // handled by onSocketDisconnected
+    if (m_state == StateBusy || m_state == StateDisconnecting || m_state == StateConnected)
+        connectionLost(m_socket->errorString());
+}
+
+void NewsTransport::onSocketDisconnected()
+{
+    if (!m_socket)
+        return;
+    // Whatever is still buffered belongs to the answer: read it first.
+    processBuffer();
+    if (!m_socket)
+        return;
+    connectionLost(QStringLiteral("Connection closed by the server"));
+}
+
+void NewsTransport::connectionLost(const QString &reason)
+{
+    if (m_state == StateConnecting || m_reconnecting) {
+        connectFailed(ErrorDropped, 0, reason);
+        return;
+    }
+    if (m_state == StateDisconnecting) {
+        teardownSocket();
+        m_op = Op::None;
+        setState(StateDisconnected);
+        notifyDisconnected();
+        return;
+    }
+    if (m_state == StateConnected && m_op == Op::None) {
+        // The server closed an idle session: reopen it at the next operation.
+        teardownSocket();
+        m_needReconnect = true;
+        return;
+    }
+    // In the middle of a transaction: that transaction fails and the session ends.
+    teardownSocket();
+    m_session = false;
+    m_needReconnect = false;
+    m_op = Op::None;
+    m_lastError = ErrorDropped;
+    QPointer<NewsTransport> self(this);
+    const QString text = QStringLiteral("Connection to %1 lost: %2").arg(m_address.host, reason);
+    notifyDebug(text);
+    if (!self)
+        return;
+    setState(StateDisconnected);
+    if (!self)
+        return;
+    notifyDone(0, true, text);
+    if (!self)
+        return;
+    notifyDisconnected();
+}
+
+void NewsTransport::connectFailed(qint32 lastError, qint32 code, const QString &text)
+{
+    const bool reconnect = m_reconnecting;
+    teardownSocket();
+    m_op = Op::None;
+    m_reconnecting = false;
+    m_session = false;
+    m_needReconnect = false;
+    m_lastError = lastError ? lastError : code;
+    QPointer<NewsTransport> self(this);
+    if (!text.isEmpty())
+        notifyDebug(text);
+    if (!self)
+        return;
+    setState(StateDisconnected);
+    if (!self)
+        return;
+    notifyDone(code, true, text);
+    if (!self)
+        return;
+    if (reconnect)
+        notifyDisconnected();
+}
+
+void NewsTransport::onTimeout()
+{
+    const QString text = QStringLiteral("No answer from %1 within %2 seconds")
+                             .arg(m_address.host).arg(m_timeoutSeconds);
+    if (m_state == StateConnecting || m_reconnecting) {
+        connectFailed(ErrorTimeout, 0, text);
+        return;
+    }
+    if (m_state == StateDisconnecting) {
+        teardownSocket();
+        m_op = Op::None;
+        setState(StateDisconnected);
+        notifyDisconnected();
+        return;
+    }
+    if (m_op == Op::None)
+        return;
+    teardownSocket();
+    m_session = false;
+    m_op = Op::None;
+    m_lastError = ErrorTimeout;
+    QPointer<NewsTransport> self(this);
+    notifyDebug(text);
+    if (!self)
+        return;
+    setState(StateDisconnected);
+    if (!self)
+        return;
+    notifyDone(0, true, text);
+    if (!self)
+        return;
+    notifyDisconnected();
+}
+
+void NewsTransport::Disconnect()
+{
+    m_session = false;
+    m_needReconnect = false;
+    m_reconnecting = false;
+    if ((m_state == StateConnected) && m_op == Op::None && m_socket &&
+        m_socket->state() == QAbstractSocket::ConnectedState) {
+        m_op = Op::Quit;
+        setState(StateDisconnecting);
+        m_timer.start(qMin(m_timeoutSeconds, 5) * 1000);
+        m_step = Step::Quit;
+        m_socket->write("QUIT\r\n");
+        return;
+    }
+    teardownSocket();
+    m_op = Op::None;
+    setState(StateDisconnected);
+    QPointer<NewsTransport> self(this);
+    QMetaObject::invokeMethod(this, [self] {
+        if (self)
+            self->notifyDisconnected();
+    }, Qt::QueuedConnection);
+}
+
+void NewsTransport::AbortTransaction()
+{
+    if (m_state == StateConnecting || (m_reconnecting && m_op != Op::None)) {
+        Disconnect();
+        return;
+    }
+    if (m_state != StateBusy || m_op == Op::None)
+        return;
+    // The rest of the answer is dropped with the connection; the next
+    // operation opens a fresh one and restores the group.
+    teardownSocket();
+    m_op = Op::None;
+    m_needReconnect = true;
+    setState(StateConnected);
+}
+
+// ---------------------------------------------------------------- handshake
+
+void NewsTransport::startHandshakeStep(qint32 code, const QString &text)
+{
+    switch (m_step) {
+    case Step::Greeting:
+        if (code == 200 || code == 201) {
+            m_postingAllowed = (code == 200);
+            sendModeReaderOrLogin();
+        } else {
+            connectFailed(0, code ? code : ErrorProtocol, text);
+        }
+        return;
+    case Step::ModeReader:
+        m_modeReaderDone = true;
+        if (code == 200 || code == 201) {
+            m_postingAllowed = (code == 200);
+            sendModeReaderOrLogin();
+        } else if (code == 480) {
+            if (m_user.isEmpty())
+                connectFailed(0, code, text);
+            else
+                sendLogin();
+        } else if (code == 502 || code == 400) {
+            connectFailed(0, code, text);
+        } else {
+            sendModeReaderOrLogin();  // the server has no separate reader mode
+        }
+        return;
+    case Step::AuthUser:
+        if (code == 281) {
+            m_authDone = true;
+            sendModeReaderOrLogin();
+        } else if (code == 381) {
+            sendCommand("AUTHINFO PASS " + m_password.toUtf8(), Step::AuthPass);
+        } else {
+            connectFailed(0, code ? code : ErrorProtocol, text);
+        }
+        return;
+    case Step::AuthPass:
+        if (code == 281) {
+            m_authDone = true;
+            sendModeReaderOrLogin();
+        } else {
+            connectFailed(0, code ? code : ErrorProtocol, text);
+        }
+        return;
+    default:
+        return;
+    }
+}
+
+void NewsTransport::sendModeReaderOrLogin()
+{
+    if (!m_modeReaderDone && !m_authDone && !(m_option & OptionNoModeReader)) {
+        sendCommand("MODE READER", Step::ModeReader);
+        return;
+    }
+    if (!m_user.isEmpty() && !m_authDone) {
+        sendLogin();
+        return;
+    }
+    sessionReady();
+}
+
+void NewsTransport::sendLogin()
+{
+    if (m_address.tls && !(m_socket && m_socket->isEncrypted())) {
+        connectFailed(ErrorInsecure, 0,
+                      QStringLiteral("Refusing to send the password to %1 without encryption")
+                          .arg(m_address.host));
+        return;
+    }
+    sendCommand("AUTHINFO USER " + m_user.toUtf8(), Step::AuthUser);
+}
+
+void NewsTransport::sessionReady()
+{
+    m_step = Step::None;
+    m_session = true;
+    m_needReconnect = false;
+    if (m_reconnecting) {
+        m_reconnecting = false;
+        if (m_groupSelected && m_op != Op::SelectGroup) {
+            sendCommand("GROUP " + m_group.Name.toUtf8(), Step::Reselect);
+            return;
+        }
+        runOperation();
+        return;
+    }
+    m_timer.stop();
+    m_op = Op::None;
+    QPointer<NewsTransport> self(this);
+    setState(StateConnected);
+    if (self)
+        notifyConnected();
+}
+
+// ---------------------------------------------------------------- operations
+
+bool NewsTransport::beginOperation(Op op)
+{
+    if (m_op != Op::None || m_state == StateConnecting || m_state == StateDisconnecting) {
+        failLater(ErrorBusy, QStringLiteral("Please wait until current transaction is finished"));
+        return false;
+    }
+    if (!m_session || m_state != StateConnected) {
+        failLater(ErrorNotConnected, QStringLiteral("Not connected to a news server"));
+        return false;
+    }
+    m_lastError = ErrorNone;
+    m_op = op;
+    setState(StateBusy);
+    if (m_needReconnect || !m_socket || m_socket->state() != QAbstractSocket::ConnectedState) {
+        m_reconnecting = true;
+        openSocket();
+        return true;
+    }
+    runOperation();
+    return true;
+}
+
+void NewsTransport::failLater(qint32 lastError, const QString &text)
+{
+    m_lastError = lastError;
+    QPointer<NewsTransport> self(this);
+    QMetaObject::invokeMethod(this, [self, text] {
+        if (!self)
+            return;
+        self->notifyDebug(text);
+        if (self)
+            self->notifyDone(0, true, text);
+    }, Qt::QueuedConnection);
+}
+
+void NewsTransport::runOperation()
+{
+    switch (m_op) {
+    case Op::GroupList:
+        m_groupList.Groups.clear();
+        sendCommand("LIST ACTIVE", Step::List);
+        break;
+    case Op::SelectGroup:
+        sendCommand("GROUP " + m_pendingGroup.toUtf8(), Step::Group);
+        break;
+    case Op::FetchHeaders:
+        if (!m_fmtKnown)
+            sendCommand("LIST OVERVIEW.FMT", Step::OverFmt);
+        else
+            nextHeaderChunk();
+        break;
+    case Op::FetchArticles:
+        nextArticle();
+        break;
+    case Op::Post:
+        sendCommand("POST", Step::PostStart);
+        break;
+    default:
+        break;
+    }
+}
+
+void NewsTransport::finishOperation(qint32 code, const QString &text)
+{
+    m_op = Op::None;
+    m_step = Step::None;
+    m_timer.stop();
+    QPointer<NewsTransport> self(this);
+    setState(StateConnected);
+    if (self)
+        notifyDone(code, false, text);
+}
+
+void NewsTransport::failOperation(qint32 code, const QString &text, qint32 lastError)
+{
+    m_op = Op::None;
+    m_step = Step::None;
+    m_timer.stop();
+    m_lastError = lastError ? lastError : code;
+    QPointer<NewsTransport> self(this);
+    setState(StateConnected);
+    if (self)
+        notifyDone(code, true, text);
+}
+
+void NewsTransport::RequestGroupList()
+{
+    beginOperation(Op::GroupList);
+}
+
+void NewsTransport::SelectGroup(const QString &name)
+{
+    if (m_op == Op::None)  // never touch a running transaction's state
+        m_pendingGroup = name.trimmed();
+    beginOperation(Op::SelectGroup);
+}
+
+void NewsTransport::FetchHeaders(qint64 first, qint64 last)
+{
+    if (m_op == Op::None) {
+        m_group.Articles.clear();
+        if (first > last)
+            std::swap(first, last);
+        m_first = first;
+        m_last = last;
+        m_next = first;
+        m_lastCode = 0;
+        m_lastStatus.clear();
+    }
+    beginOperation(Op::FetchHeaders);
+}
+
+void NewsTransport::FetchArticles(qint64 first, qint64 last)
+{
+    if (m_op == Op::None) {
+        m_group.Articles.clear();
+        if (first > last)
+            std::swap(first, last);
+        m_first = first;
+        m_last = last;
+        m_next = first;
+        m_lastCode = 0;
+        m_lastStatus.clear();
+    }
+    beginOperation(Op::FetchArticles);
+}
+
+void NewsTransport::Post(const NewsTransportArticle &article)
+{
+    if (m_op == Op::None)
+        m_postData = dotStuffed(article.Message.Raw);
+    beginOperation(Op::Post);
+}
+
+void NewsTransport::nextHeaderChunk()
+{
+    if (m_next > m_last) {
+        finishOperation(m_lastCode ? m_lastCode : 224, m_lastStatus);
+        return;
+    }
+    const bool separatePath = !m_fmt.hasPath && !m_hdrCommand.isEmpty();
+    m_chunkLast = separatePath ? qMin(m_last, m_next + m_pathChunk - 1) : m_last;
+    const QByteArray range = QByteArray::number(m_next) + '-' + QByteArray::number(m_chunkLast);
+    m_paths.clear();
+    if (separatePath)
+        sendCommand(m_hdrCommand + " Path " + range, Step::Hdr);
+    else
+        sendCommand(m_overCommand + ' ' + range, Step::Over);
+}
+
+void NewsTransport::nextArticle()
+{
+    if (m_next > m_last) {
+        finishOperation(m_lastCode, m_lastStatus);
+        return;
+    }
+    m_articleNumber = m_next;
+    m_articleRaw.clear();
+    sendCommand("ARTICLE " + QByteArray::number(m_next), Step::Article);
+    ++m_next;
+}
+
+// ---------------------------------------------------------------- input
+
+void NewsTransport::onReadyRead()
+{
+    if (!m_socket)
+        return;
+    if (m_pos > 0 && m_pos == m_buf.size()) {
+        m_buf.clear();
+        m_pos = 0;
+    }
+    m_buf.append(m_socket->readAll());
+    if (m_step != Step::None || m_op != Op::None || m_state == StateConnecting)
+        armTimer();
+    processBuffer();
+}
+
+void NewsTransport::processBuffer()
+{
+    const quint64 generation = m_generation;
+    QPointer<NewsTransport> self(this);
+    while (m_pos < m_buf.size()) {
+        const char *base = m_buf.constData();
+        const char *start = base + m_pos;
+        const qsizetype avail = m_buf.size() - m_pos;
+        const char *nl = static_cast<const char *>(std::memchr(start, '\n', size_t(avail)));
+        if (!nl) {
+            if (avail > kMaxLine) {
+                const QString text = QStringLiteral("Line of more than %1 bytes from %2")
+                                         .arg(kMaxLine).arg(m_address.host);
+                if (m_op != Op::None && m_state == StateBusy) {
+                    teardownSocket();
+                    m_session = false;
+                    m_op = Op::None;
+                    m_lastError = ErrorProtocol;
+                    notifyDebug(text);
+                    if (!self) return;
+                    setState(StateDisconnected);
+                    if (!self) return;
+                    notifyDone(0, true, text);
+                    if (!self) return;
+                    notifyDisconnected();
+                } else {
+                    connectFailed(ErrorProtocol, 0, text);
+                }
+            }
+            break;
+        }
+        qsizetype len = nl - start;
+        m_pos += len + 1;
+        if (len > 0 && start[len - 1] == '\r')
+            --len;
+        if (m_inData) {
+            if (len == 1 && start[0] == '.') {
+                m_inData = false;
+                handleDataEnd();
+            } else if (len > 0 && start[0] == '.') {
+                handleData(start + 1, len - 1);
+            } else {
+                handleData(start, len);
+            }
+        } else {
+            handleStatus(QByteArray(start, len));
+        }
+        if (!self || generation != m_generation)
+            return;
+    }
+    if (m_pos == m_buf.size()) {
+        m_buf.clear();
+        m_pos = 0;
+    } else if (m_pos > 64 * 1024) {
+        m_buf.remove(0, m_pos);
+        m_pos = 0;
+    }
+}
+
+void NewsTransport::beginData()
+{
+    m_inData = true;
+    if (m_sink)
+        m_sink->GetReadStream(this, m_socket);
+    emit GetReadStream(this, m_socket);
+}
+
+void NewsTransport::handleStatus(const QByteArray &line)
+{
+    const quint64 generation = m_generation;
+    QPointer<NewsTransport> self(this);
+    const QString text = textFromBytes(line);
+    const qint32 code = statusCode(line);
+    if (line.toUpper().contains("LIMIT EXCEEDED"))
+        m_limitExceeded = true;
+    m_lastCode = code;
+    m_lastStatus = text;
+    notifyDebug(text);
+    if (!self || generation != m_generation)
+        return;  // a handler closed the session
+
+    switch (m_step) {
+    case Step::Greeting:
+    case Step::ModeReader:
+    case Step::AuthUser:
+    case Step::AuthPass:
+        startHandshakeStep(code, text);
+        return;
+    case Step::Reselect:
+        if (code == 211) {
+            runOperation();
+        } else {
+            m_groupSelected = false;
+            failOperation(code, text, 0);
+        }
+        return;
+    case Step::List:
+    case Step::ListPlain:
+        if (code == 215) {
+            beginData();
+        } else if (m_step == Step::List && (code == 500 || code == 501)) {
+            sendCommand("LIST", Step::ListPlain);
+        } else {
+            failOperation(code, text, 0);
+        }
+        return;
+    case Step::Group:
+        if (code == 211) {
+            const QList<QByteArray> f = line.simplified().split(' ');
+            m_group.Name = m_pendingGroup;
+            m_group.Articles.clear();
+            m_group.Estimated = f.size() > 1 ? f.at(1).toLongLong() : 0;
+            m_group.First = f.size() > 2 ? f.at(2).toLongLong() : 0;
+            m_group.Last = f.size() > 3 ? f.at(3).toLongLong() : 0;
+            m_groupSelected = true;
+            finishOperation(code, text);
+        } else {
+            failOperation(code, text, 0);
+        }
+        return;
+    case Step::OverFmt:
+        m_fmtLines.clear();
+        if (code == 215) {
+            beginData();
+        } else {
+            m_fmt = OverviewFormat::fromLines({});
+            m_fmtKnown = true;
+            nextHeaderChunk();
+        }
+        return;
+    case Step::Hdr:
+        if (code == 225 || code == 221) {
+            beginData();
+        } else if (code == 500 || code == 501) {
+            // try the older command, else list without the Path column
+            m_hdrCommand = (m_hdrCommand == "HDR") ? QByteArray("XHDR") : QByteArray();
+            if (m_hdrCommand.isEmpty())
+                m_chunkLast = m_last;
+            const QByteArray range =
+                QByteArray::number(m_next) + '-' + QByteArray::number(m_chunkLast);
+            if (!m_hdrCommand.isEmpty())
+                sendCommand(m_hdrCommand + " Path " + range, Step::Hdr);
+            else
+                sendCommand(m_overCommand + ' ' + range, Step::Over);
+        } else if (code == 480 || code == 412) {
+            failOperation(code, text, 0);
+        } else {
+            // no Path for this range (423 and the like): the rows still come
+            sendCommand(m_overCommand + ' ' + QByteArray::number(m_next) + '-' +
+                            QByteArray::number(m_chunkLast),
+                        Step::Over);
+        }
+        return;
+    case Step::Over:
+        if (code == 224) {
+            beginData();
+        } else if (code == 423 || code == 420) {
+            m_next = m_chunkLast + 1;  // nothing in this range
+            nextHeaderChunk();
+        } else if ((code == 500 || code == 501) && m_overCommand == "OVER") {
+            m_overCommand = "XOVER";
+            sendCommand(m_overCommand + ' ' + QByteArray::number(m_next) + '-' +
+                            QByteArray::number(m_chunkLast),
+                        Step::Over);
+        } else {
+            failOperation(code, text, 0);
+        }
+        return;
+    case Step::Article:
+        if (code == 220) {
+            beginData();
+        } else if (code == 423 || code == 430) {
+            nextArticle();  // gone: not an error
+        } else {
+            failOperation(code, text, 0);
+        }
+        return;
+    case Step::PostStart:
+        if (code == 340) {
+            m_step = Step::PostData;
+            if (m_socket)
+                m_socket->write(m_postData);
+            armTimer();
+            m_postData.clear();
+        } else {
+            failOperation(code, text, 0);
+        }
+        return;
+    case Step::PostData:
+        if (code == 240)
+            finishOperation(code, text);
+        else
+            failOperation(code, text, 0);
+        return;
+    case Step::Quit:
+        teardownSocket();
+        m_op = Op::None;
+        setState(StateDisconnected);
+        if (self)
+            notifyDisconnected();
+        return;
+    case Step::None:
+        return;  // unsolicited line (e.g. 400 before closing an idle session)
+    }
+}
+
+void NewsTransport::handleData(const char *data, qsizetype size)
+{
+    switch (m_step) {
+    case Step::Over: {
+        NewsTransportArticle article;
+        if (!parseOverviewLine(data, size, m_fmt, article))
+            return;
+        if (!m_fmt.hasPath) {
+            const auto it = m_paths.constFind(article.Number);
+            if (it != m_paths.constEnd())
+                article.Message.Headers.append(NewsTransportHeader{QStringLiteral("Path"), it.value()});
+        }
+        m_group.Articles.append(std::move(article));
+        return;
+    }
+    case Step::Hdr: {
+        const char *sp = static_cast<const char *>(std::memchr(data, ' ', size_t(size)));
+        if (!sp)
+            return;
+        bool ok = false;
+        const qint64 n = QByteArray(data, sp - data).toLongLong(&ok);
+        const char *v = sp + 1;
+        const qsizetype vlen = size - (v - data);
+        if (ok && vlen > 0 && !(vlen == 6 && std::memcmp(v, "(none)", 6) == 0))
+            m_paths.insert(n, textFromBytes(v, vlen));
+        return;
+    }
+    case Step::Article:
+        m_articleRaw.append(data, size);
+        m_articleRaw.append("\r\n", 2);
+        return;
+    case Step::List:
+    case Step::ListPlain: {
+        // name last first flag
+        const QList<QByteArray> f = QByteArray(data, size).simplified().split(' ');
+        if (f.isEmpty() || f.at(0).isEmpty())
+            return;
+        NewsTransportGroup g;
+        g.Name = textFromBytes(f.at(0));
+        g.Last = f.size() > 1 ? f.at(1).toLongLong() : 0;
+        g.First = f.size() > 2 ? f.at(2).toLongLong() : 0;
+        g.Estimated = (g.Last >= g.First && g.Last > 0) ? g.Last - g.First + 1 : 0;
+        m_groupList.Groups.append(std::move(g));
+        return;
+    }
+    case Step::OverFmt:
+        m_fmtLines.append(QByteArray(data, size));
+        return;
+    default:
+        return;  // data nobody asked for
+    }
+}
+
+void NewsTransport::handleDataEnd()
+{
+    switch (m_step) {
+    case Step::List:
+    case Step::ListPlain:
+        finishOperation(m_lastCode, m_lastStatus);
+        return;
+    case Step::OverFmt:
+        m_fmt = OverviewFormat::fromLines(m_fmtLines);
+        m_fmtLines.clear();
+        m_fmtKnown = true;
+        nextHeaderChunk();
+        return;
+    case Step::Hdr:
+        sendCommand(m_overCommand + ' ' + QByteArray::number(m_next) + '-' +
+                        QByteArray::number(m_chunkLast),
+                    Step::Over);
+        return;
+    case Step::Over:
+        m_paths.clear();
+        m_next = m_chunkLast + 1;
+        nextHeaderChunk();
+        return;
+    case Step::Article: {
+        NewsTransportArticle article;
+        article.Number = m_articleNumber;
+        article.Message.Raw = std::move(m_articleRaw);
+        m_articleRaw = QByteArray();
+        parseArticle(article.Message);
+        m_group.Articles.append(std::move(article));
+        nextArticle();
+        return;
+    }
+    default:
+        return;
+    }
+}
