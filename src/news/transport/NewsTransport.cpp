@@ -68,11 +68,15 @@ NewsTransport::NewsTransport(QObject *parent) : QObject(parent)
 
 NewsTransport::~NewsTransport()
 {
+    // The owner may drop the transport from inside one of its notifications,
+    // that is while the socket is still emitting: let the socket die later.
     if (m_socket) {
-        m_socket->disconnect(this);
-        m_socket->abort();
-        delete m_socket;
+        QSslSocket *s = m_socket;
         m_socket = nullptr;
+        s->disconnect(this);
+        s->setParent(nullptr);
+        s->abort();
+        s->deleteLater();
     }
 }
 
@@ -234,6 +238,7 @@ void NewsTransport::teardownSocket()
         QSslSocket *s = m_socket;
         m_socket = nullptr;
         s->disconnect(this);
+        s->setParent(nullptr);  // may be emitting right now; see the destructor
         s->abort();
         s->deleteLater();
     }
