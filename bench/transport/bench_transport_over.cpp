@@ -12,6 +12,7 @@
 #include <QTcpSocket>
 #include <QThread>
 #include <cstdio>
+#include <ctime>
 
 namespace {
 
@@ -89,6 +90,13 @@ protected:
     }
 };
 
+double threadCpu()
+{
+    timespec ts{};
+    clock_gettime(CLOCK_THREAD_CPUTIME_ID, &ts);
+    return double(ts.tv_sec) + double(ts.tv_nsec) / 1e9;
+}
+
 qint64 procStatusKb(const char *key)
 {
     QFile f(QStringLiteral("/proc/self/status"));
@@ -130,6 +138,7 @@ int main(int argc, char **argv)
         s.readAll();
         QElapsedTimer clock;
         clock.start();
+        const double cpu0 = threadCpu();
         s.write("OVER 1-" + QByteArray::number(rows) + "\r\n");
         qint64 got = 0;
         QByteArray tail;
@@ -144,7 +153,8 @@ int main(int argc, char **argv)
         while (!finished)
             loop.processEvents(QEventLoop::WaitForMoreEvents);
         const double secs = clock.nsecsElapsed() / 1e9;
-        std::printf("plain read:      %lld bytes in %.3f s\n", (long long)got, secs);
+        std::printf("plain read:      %lld bytes in %.3f s (client thread CPU %.3f s)\n", (long long)got, secs,
+                    threadCpu() - cpu0);
         return secs;
     };
     double plainSeconds = plainRead();
@@ -173,6 +183,7 @@ int main(int argc, char **argv)
         QList<NewsTransportArticle> kept;
         QElapsedTimer clock;
         clock.start();
+        const double cpu0 = threadCpu();
         done = false;
         *count = 0;
         t.FetchHeaders(1, rows);
@@ -185,6 +196,7 @@ int main(int argc, char **argv)
         }
         *count += t.SelectedGroup().Count();
         const double secs = clock.nsecsElapsed() / 1e9;
+        std::printf("transport client thread CPU: %.3f s\n", threadCpu() - cpu0);
         if (keep) {
             const qint64 rssKb = procStatusKb("VmRSS:");
             std::printf("rows kept:       RSS %lld MiB for %lld MiB of overview\n", (long long)(rssKb / 1024),
@@ -203,6 +215,13 @@ int main(int argc, char **argv)
     std::printf("transport:       %lld rows in %.3f s (drained while streaming)\n", (long long)count, drained);
     const qint64 rssBaseKb = procStatusKb("VmRSS:");
     plainSeconds = qMin(plainSeconds, plainRead());
+    if (argc > 2 && QByteArray(argv[2]) == "drained") {  // for profiling the parse alone
+        std::printf("ratio transport/plain read: %.2f (drained)\n", drained / plainSeconds);
+        QMetaObject::invokeMethod(server, [server] { delete server; }, Qt::BlockingQueuedConnection);
+        serverThread.quit();
+        serverThread.wait();
+        return 0;
+    }
     const double keptSecs = runTransport(true, &count);
     std::printf("transport, kept: %lld rows in %.3f s\n", (long long)count, keptSecs);
     const qint64 peakKb = procStatusKb("VmHWM:");

@@ -58,6 +58,13 @@ public:
     QList<NewsTransportGroup> Groups;
 };
 
+// All members are relocatable Qt values: let QList move these with memcpy.
+Q_DECLARE_TYPEINFO(NewsTransportHeader, Q_RELOCATABLE_TYPE);
+Q_DECLARE_TYPEINFO(NewsTransportPart, Q_RELOCATABLE_TYPE);
+Q_DECLARE_TYPEINFO(NewsTransportMessage, Q_RELOCATABLE_TYPE);
+Q_DECLARE_TYPEINFO(NewsTransportArticle, Q_RELOCATABLE_TYPE);
+Q_DECLARE_TYPEINFO(NewsTransportGroup, Q_RELOCATABLE_TYPE);
+
 // One parser for every use of a server entry: "[nntp[s]://]host[:port]".
 struct ServerAddress {
     QString host;

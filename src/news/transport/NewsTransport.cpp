@@ -737,10 +737,17 @@ void NewsTransport::onReadyRead()
     if (!m_socket)
         return;
     if (m_pos > 0 && m_pos == m_buf.size()) {
-        m_buf.clear();
+        m_buf.resize(0);  // keeps the allocation for the next read
         m_pos = 0;
     }
-    m_buf.append(m_socket->readAll());
+    // straight into our buffer, no temporary
+    const qint64 avail = m_socket->bytesAvailable();
+    if (avail > 0) {
+        const qsizetype old = m_buf.size();
+        m_buf.resize(old + avail);
+        const qint64 got = m_socket->read(m_buf.data() + old, avail);
+        m_buf.resize(old + qMax<qint64>(0, got));
+    }
     if (m_step != Step::None || m_op != Op::None || m_state == StateConnecting)
         armTimer();
     processBuffer();
@@ -797,7 +804,7 @@ void NewsTransport::processBuffer()
             return;
     }
     if (m_pos == m_buf.size()) {
-        m_buf.clear();
+        m_buf.resize(0);
         m_pos = 0;
     } else if (m_pos > 64 * 1024) {
         m_buf.remove(0, m_pos);
