@@ -56,6 +56,70 @@ QByteArray overRow(qint64 n, const QByteArray &subject = "Subject")
 const QByteArray kStdFmt = "215 order follows\r\nSubject:\r\nFrom:\r\nDate:\r\nMessage-ID:\r\n"
                            "References:\r\n:bytes\r\n:lines\r\nXref:full\r\n.\r\n";
 
+// A minimal SOCKS5 relay (no authentication, CONNECT only) on 127.0.0.1.
+class Socks5Relay : public QTcpServer {
+public:
+    int tunnels = 0;
+    QByteArray lastTarget;
+protected:
+    void incomingConnection(qintptr fd) override
+    {
+        auto *in = new QTcpSocket(this);
+        in->setSocketDescriptor(fd);
+        auto *out = new QTcpSocket(this);
+        auto stage = std::make_shared<int>(0);
+        auto buf = std::make_shared<QByteArray>();
+        connect(in, &QIODevice::readyRead, in, [this, in, out, stage, buf] {
+            *buf += in->readAll();
+            if (*stage == 0 && buf->size() >= 2 && buf->size() >= 2 + quint8(buf->at(1))) {
+                buf->remove(0, 2 + quint8(buf->at(1)));
+                in->write(QByteArray("\x05\x00", 2));
+                *stage = 1;
+            }
+            if (*stage == 1 && buf->size() >= 5) {
+                const quint8 atyp = quint8(buf->at(3));
+                QString host;
+                qsizetype len = 0;
+                if (atyp == 1 && buf->size() >= 10) {
+                    host = QStringLiteral("%1.%2.%3.%4").arg(quint8(buf->at(4))).arg(quint8(buf->at(5)))
+                               .arg(quint8(buf->at(6))).arg(quint8(buf->at(7)));
+                    len = 10;
+                } else if (atyp == 3 && buf->size() >= 7 + quint8(buf->at(4))) {
+                    host = QString::fromLatin1(buf->mid(5, quint8(buf->at(4))));
+                    len = 7 + quint8(buf->at(4));
+                } else {
+                    return;
+                }
+                const quint16 port = quint16((quint8(buf->at(len - 2)) << 8) | quint8(buf->at(len - 1)));
+                buf->remove(0, len);
+                lastTarget = host.toLatin1() + ':' + QByteArray::number(port);
+                if (host != QLatin1String("127.0.0.1") && host != QLatin1String("localhost")) {
+                    in->abort();  // loopback only
+                    return;
+                }
+                *stage = 2;
+                ++tunnels;
+                out->connectToHost(QHostAddress::LocalHost, port);
+            }
+            if (*stage == 3 && !buf->isEmpty()) {
+                out->write(*buf);
+                buf->clear();
+            }
+        });
+        connect(out, &QTcpSocket::connected, in, [in, out, stage, buf] {
+            in->write(QByteArray("\x05\x00\x00\x01\x7f\x00\x00\x01\x00\x00", 10));
+            *stage = 3;
+            if (!buf->isEmpty()) {
+                out->write(*buf);
+                buf->clear();
+            }
+        });
+        connect(out, &QIODevice::readyRead, in, [in, out] { in->write(out->readAll()); });
+        connect(out, &QTcpSocket::disconnected, in, [in] { in->disconnectFromHost(); });
+        connect(in, &QTcpSocket::disconnected, out, [out] { out->disconnectFromHost(); });
+    }
+};
+
 }  // namespace
 
 class TestTransportScript : public QObject {
@@ -80,6 +144,7 @@ private slots:
     void post_dot_stuffs();
     void second_operation_while_busy();
     void tls_certificate_trust();
+    void socks5_proxy();
 
 private:
     bool connectTo(NewsTransport &t, Recorder &r, ScriptServer &s, const QString &user = QString(),
@@ -870,6 +935,38 @@ void TestTransportScript::tls_certificate_trust()
     QTRY_COMPARE_WITH_TIMEOUT(r.done.size(), 1, 10000);
     QVERIFY(r.done.at(0).error);
     QVERIFY(!plain.received.contains("AUTHINFO USER u"));
+}
+
+void TestTransportScript::socks5_proxy()
+{
+    ScriptServer s;
+    s.replies["GROUP"] = "211 4 1 4 via.proxy\r\n";
+    QVERIFY(s.start());
+    Socks5Relay relay;
+    QVERIFY(relay.listen(QHostAddress::LocalHost, 0));
+    NewsTransport t;
+    Recorder r(&t);
+    t.SetProxyType(3);
+    t.SetProxyHost(QStringLiteral("127.0.0.1"));
+    t.SetProxyPort(relay.serverPort());
+    QVERIFY(connectTo(t, r, s));
+    QCOMPARE(relay.tunnels, 1);
+    QCOMPARE(relay.lastTarget, QByteArray("127.0.0.1:") + QByteArray::number(s.port()));
+    t.SelectGroup(QStringLiteral("via.proxy"));
+    QTRY_COMPARE(r.done.size(), 1);
+    QVERIFY(!r.done.at(0).error);
+    QCOMPARE(t.SelectedGroup().Last, qint64(4));
+
+    // a proxy that is not there is a connect failure with its reason
+    relay.close();
+    NewsTransport t2;
+    Recorder r2(&t2);
+    t2.SetProxyType(3);
+    t2.SetProxyHost(QStringLiteral("127.0.0.1"));
+    t2.SetProxyPort(relay.serverPort() ? relay.serverPort() : 1);
+    QVERIFY(!connectTo(t2, r2, s));
+    QVERIFY(t2.LastError() != 0);
+    QVERIFY(!r2.debug.isEmpty());
 }
 
 QTEST_GUILESS_MAIN(TestTransportScript)
