@@ -85,6 +85,8 @@ protected:
         });
     }
 
+public:
+    // the default answers, for handlers that only change a few commands
     void answer(QTcpSocket *sock, const QByteArray &line)
     {
         const QByteArray up = line.toUpper();
