@@ -145,6 +145,7 @@ private slots:
     void second_operation_while_busy();
     void tls_certificate_trust();
     void socks5_proxy();
+    void non_utf8_status_and_huge_overview_row();
 
 private:
     bool connectTo(NewsTransport &t, Recorder &r, ScriptServer &s, const QString &user = QString(),
@@ -967,6 +968,36 @@ void TestTransportScript::socks5_proxy()
     QVERIFY(!connectTo(t2, r2, s));
     QVERIFY(t2.LastError() != 0);
     QVERIFY(!r2.debug.isEmpty());
+}
+
+void TestTransportScript::non_utf8_status_and_huge_overview_row()
+{
+    ScriptServer s;
+    s.greeting = "200 Willkommen bei M\xfcller, posting ok\r\n";  // Latin-1
+    s.replies["GROUP"] = "211 1 1 1 gr\xc3\xbc\xc3\x9f" "e.de\r\n";  // UTF-8
+    s.replies["LIST OVERVIEW.FMT"] = kStdFmt;
+    s.replies["HDR"] = "503 not now\r\n";
+    const QByteArray refs = [] {
+        QByteArray r;
+        while (r.size() < 1024 * 1024)
+            r += "<" + QByteArray::number(r.size()) + "@refs.example> ";
+        return r;
+    }();
+    s.replies["OVER"] = "224 overview\r\n1\tS\tF\tD\t<1@x>\t" + refs + "\t1\t1\r\n.\r\n";
+    QVERIFY(s.start());
+    NewsTransport t;
+    Recorder r(&t);
+    QVERIFY(connectTo(t, r, s));
+    QCOMPARE(r.debug.first(), QStringLiteral("200 Willkommen bei M\u00fcller, posting ok"));
+    t.SelectGroup(QStringLiteral("gr\u00fc\u00dfe.de"));
+    QTRY_COMPARE(r.done.size(), 1);
+    QCOMPARE(r.debug.last(), QStringLiteral("211 1 1 1 gr\u00fc\u00dfe.de"));
+    t.FetchHeaders(1, 1);
+    QTRY_COMPARE(r.done.size(), 2);
+    QVERIFY(!r.done.last().error);
+    QCOMPARE(t.SelectedGroup().Count(), 1);
+    QCOMPARE(t.SelectedGroup().Item(0).Message.header("References"), QString::fromLatin1(refs));
+    QCOMPARE(t.SelectedGroup().Item(0).Message.header("Path"), QString());
 }
 
 QTEST_GUILESS_MAIN(TestTransportScript)
