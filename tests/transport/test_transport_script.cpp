@@ -248,6 +248,8 @@ void TestTransportScript::connect_refused_greeting()
         QVERIFY(r.done.at(0).error);
         QVERIFY(t.LastError() != 0);
         QCOMPARE(r.debug.last(), QString::fromLatin1(greeting.trimmed()));  // the reason shown to the user
+        QCOMPARE(r.debug.count(r.debug.last()), 1);
+        QCOMPARE(r.done.at(0).value, greeting.startsWith('n') ? 0 : greeting.left(3).toInt());
         QCOMPARE(t.StateText(), QStringLiteral("Disconnected from NNTP Server"));
         QCOMPARE(r.connected, 0);
         QVERIFY(s.received.isEmpty());

@@ -370,7 +370,7 @@ void NewsTransport::connectionLost(const QString &reason)
     notifyDisconnected();
 }
 
-void NewsTransport::connectFailed(qint32 lastError, qint32 code, const QString &text)
+void NewsTransport::connectFailed(qint32 lastError, qint32 code, const QString &text, bool shown)
 {
     const bool reconnect = m_reconnecting;
     teardownSocket();
@@ -380,7 +380,7 @@ void NewsTransport::connectFailed(qint32 lastError, qint32 code, const QString &
     m_needReconnect = false;
     m_lastError = lastError ? lastError : code;
     QPointer<NewsTransport> self(this);
-    if (!text.isEmpty())
+    if (!text.isEmpty() && !shown)
         notifyDebug(text);
     if (!self)
         return;
@@ -478,7 +478,7 @@ void NewsTransport::startHandshakeStep(qint32 code, const QString &text)
             m_postingAllowed = (code == 200);
             sendModeReaderOrLogin();
         } else {
-            connectFailed(0, code ? code : ErrorProtocol, text);
+            connectFailed(code ? 0 : ErrorProtocol, code, text, true);
         }
         return;
     case Step::ModeReader:
@@ -488,11 +488,11 @@ void NewsTransport::startHandshakeStep(qint32 code, const QString &text)
             sendModeReaderOrLogin();
         } else if (code == 480) {
             if (m_user.isEmpty())
-                connectFailed(0, code, text);
+                connectFailed(0, code, text, true);
             else
                 sendLogin();
         } else if (code == 502 || code == 400) {
-            connectFailed(0, code, text);
+            connectFailed(0, code, text, true);
         } else {
             sendModeReaderOrLogin();  // the server has no separate reader mode
         }
@@ -504,7 +504,7 @@ void NewsTransport::startHandshakeStep(qint32 code, const QString &text)
         } else if (code == 381) {
             sendCommand("AUTHINFO PASS " + m_password.toUtf8(), Step::AuthPass);
         } else {
-            connectFailed(0, code ? code : ErrorProtocol, text);
+            connectFailed(code ? 0 : ErrorProtocol, code, text, true);
         }
         return;
     case Step::AuthPass:
@@ -512,7 +512,7 @@ void NewsTransport::startHandshakeStep(qint32 code, const QString &text)
             m_authDone = true;
             sendModeReaderOrLogin();
         } else {
-            connectFailed(0, code ? code : ErrorProtocol, text);
+            connectFailed(code ? 0 : ErrorProtocol, code, text, true);
         }
         return;
     default:

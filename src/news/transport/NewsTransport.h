@@ -129,7 +129,7 @@ private:
     void sendModeReaderOrLogin();
     void sendLogin();
     void sessionReady();
-    void connectFailed(qint32 lastError, qint32 code, const QString &text);
+    void connectFailed(qint32 lastError, qint32 code, const QString &text, bool shown = false);
     void connectionLost(const QString &reason);
     void setState(qint32 state);
     void armTimer();
