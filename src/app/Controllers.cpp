@@ -3,6 +3,7 @@
 #include "groups/Favorites.h"
 #include "news/Session.h"
 #include "post/Poster.h"
+#include "servers/ServerList.h"
 
 // Each area of the program attaches itself here: it creates its object (parented to the main
 // window), wires its commands with wireCommand() and connects to the lists it serves.
@@ -10,6 +11,7 @@
 void frmMain::createControllers()
 {
     session = new NewsSession(*this);
+    servers = new ServerList(*this);
     downloader = new Downloader(*this);
     favorites = new Favorites(*this);
     poster = new Poster(*this);

@@ -1,0 +1,463 @@
+#include "servers/ServerList.h"
+
+#include "app/Constants.h"
+#include "app/Paths.h"
+#include "app/Wait.h"
+#include "app/frmMain.h"
+#include "news/Session.h"
+#include "news/transport/NewsMessage.h"
+#include "options/frmSetup.h"
+#include "ui/ItemList.h"
+#include "ui/Prompter.h"
+
+#include <QAbstractItemView>
+#include <QFile>
+#include <QFileInfo>
+#include <QNetworkAccessManager>
+#include <QNetworkProxy>
+#include <QNetworkReply>
+#include <QNetworkRequest>
+#include <QPointer>
+#include <QSaveFile>
+#include <QSet>
+#include <algorithm>
+
+const QString ServerList::Unchecked = QStringLiteral("????? ???    ");
+const QString ServerList::Separator = QStringLiteral("|||");
+
+namespace {
+const QString Title = QStringLiteral("Newsdredge!");
+const QString TextFilter = QStringLiteral("Text (*.txt)|*.txt");
+} // namespace
+
+ServerList::ServerList(frmMain &main)
+    : QObject(&main), m(main)
+{
+    lstServs = new ItemList(this);
+    ensureLoaded();
+    if (m.session)
+        m.session->serverData = [this](const QString &server) { return serverData(server); };
+    m.wireCommand(QStringLiteral("menuSetup"), [this] {
+        if (!m.setup)
+            m.setup = new frmSetup(m);
+        m.setup->runModal();
+    });
+}
+
+ServerList::~ServerList() = default;
+
+QString ServerList::listFile()
+{
+    return nd::appFile(QStringLiteral("NNTP_NET.INI"));
+}
+
+bool ServerList::load()
+{
+    m_loaded = true;
+    if (!QFileInfo::exists(listFile())) {
+        lstServs->clear();
+        return true;
+    }
+    return lstServs->loadWithSecond(listFile());
+}
+
+bool ServerList::save()
+{
+    if (m.store().readOnly())
+        return false;   // batch runs never change the user's files
+    return lstServs->saveWithSecond(listFile(), /*ownerOnly*/ true);
+}
+
+void ServerList::ensureLoaded()
+{
+    if (!m_loaded)
+        load();
+}
+
+void ServerList::sortDescending()
+{
+    struct Entry {
+        QString text, second;
+    };
+    QVector<Entry> items;
+    items.reserve(lstServs->count());
+    for (int i = 0; i < lstServs->count(); ++i)
+        items.append({lstServs->text(i), lstServs->secondText(i)});
+    // A sorted copy read back from its last item to its first.
+    std::stable_sort(items.begin(), items.end(), [](const Entry &a, const Entry &b) { return a.text < b.text; });
+    lstServs->clear();
+    for (auto it = items.crbegin(); it != items.crend(); ++it)
+        lstServs->add(it->text, it->second);
+}
+
+void ServerList::loadSortAndSave()
+{
+    load();
+    refreshCaption();
+    sortDescending();
+    save();
+}
+
+int ServerList::findServer(const QString &name) const
+{
+    return lstServs->findServer(name);
+}
+
+QString ServerList::serverData(const QString &server)
+{
+    ensureLoaded();
+    const int i = findServer(server);
+    return i < 0 ? QString() : lstServs->secondText(i);
+}
+
+QPair<QString, QString> ServerList::splitCredentials(const QString &data)
+{
+    const qsizetype sep = data.indexOf(Separator);
+    if (sep < 0)
+        return {};
+    return {data.left(sep), data.mid(sep + Separator.size())};
+}
+
+QPair<QString, QString> ServerList::credentialsFor(const QString &server)
+{
+    return splitCredentials(serverData(server));
+}
+
+void ServerList::makeCurrent(int index)
+{
+    if (index < 0 || index >= lstServs->count())
+        return;
+    lstServs->clearSelection();
+    lstServs->setSelected(index, true);
+    lstServs->setCurrentIndex(index);
+    m.opt.NNTPServer = ItemList::serverNameOf(lstServs->text(index));
+    if (m_view)
+        m_view->scrollTo(lstServs->index(index));
+    emit currentServerChanged(index);
+}
+
+void ServerList::setCredentials(int index, const QString &user, const QString &password)
+{
+    if (index < 0 || index >= lstServs->count())
+        return;
+    // nothing typed keeps no credential string at all
+    lstServs->setSecondText(index, user.isEmpty() && password.isEmpty() ? QString() : user + Separator + password);
+    m.S.ServerUserId = user;
+    m.S.ServerPassword = password;
+}
+
+bool ServerList::isValidAddress(const QString &address)
+{
+    if (address.isEmpty() || address.contains(QLatin1Char(' ')) || address.contains(QLatin1Char('\t')))
+        return false;
+    return parseServerAddress(address).valid;
+}
+
+QString ServerList::importName(const QString &entry)
+{
+    if (!entry.contains(QLatin1Char('.')))
+        return QString();
+    QString s = entry.trimmed();
+    for (const QString &cut : {QStringLiteral(" "), QStringLiteral("\r\n"), QStringLiteral("\n"), QStringLiteral("\t")}) {
+        const qsizetype at = s.indexOf(cut);
+        if (at >= 0)
+            s.truncate(at);
+    }
+    if (!s.contains(QLatin1Char('.')) || !isValidAddress(s))
+        return QString();
+    return s;
+}
+
+QStringList ServerList::splitEntries(const QByteArray &data)
+{
+    QStringList out;
+    const QString text = textFromBytes(data);
+    qsizetype start = 0;
+    for (qsizetype i = 0; i <= text.size(); ++i) {
+        if (i == text.size() || text.at(i) == QLatin1Char('\n') || text.at(i) == QLatin1Char('\r')
+            || text.at(i) == QLatin1Char(',')) {
+            if (i > start)
+                out.append(text.mid(start, i - start));
+            start = i + 1;
+        }
+    }
+    return out;
+}
+
+QString ServerList::openServerItem(const QString &entry)
+{
+    const qsizetype star = entry.indexOf(QLatin1Char('*'));
+    if (star < 0)
+        return QString();
+    QString item = entry.left(star).trimmed();
+    const QString name = ItemList::serverNameOf(item);
+    if (!isValidAddress(name))
+        return QString();
+    if (!item.contains(QLatin1Char(' ')))
+        item = Unchecked + item;   // a bare host name: not checked yet
+    return item;
+}
+
+void ServerList::refreshCaption()
+{
+    m.setServerCount(lstServs->count());
+    m.UpdateCaption(QStringLiteral("8"));
+    emit captionChanged(m.setupServerFrameCaption());
+}
+
+void ServerList::hideList(bool hide)
+{
+    if (m_view)
+        m_view->setVisible(!hide);
+}
+
+// ------------------------------------------------------------------ commands
+
+void ServerList::menuNew()
+{
+    const auto answer = m.prompter().input(QStringLiteral("Enter NNTP Server Address :"), Title);
+    if (!answer)
+        return;
+    const QString address = answer->trimmed();
+    if (address.isEmpty())
+        return;
+    if (findServer(address) >= 0) {
+        m.prompter().message(QStringLiteral("Duplicate Address"), Prompter::Exclamation, Prompter::Ok, Title);
+        return;
+    }
+    if (!isValidAddress(address)) {
+        m.prompter().message(QStringLiteral("\"%1\" is not a server address. Write host, host:port or nntps://host[:port], without blanks.")
+                                 .arg(address),
+                             Prompter::Exclamation, Prompter::Ok, Title);
+        return;
+    }
+    m.setBusy(true);
+    const int index = lstServs->add(Unchecked + address);
+    makeCurrent(index);
+    refreshCaption();
+    m.setBusy(false);
+}
+
+void ServerList::menuFind()
+{
+    const auto answer = m.prompter().input(QStringLiteral("Enter Server Name: "), QStringLiteral("Enter Server Name"));
+    if (!answer || answer->trimmed().isEmpty())
+        return;
+    const QString name = answer->trimmed();
+    int index = findServer(name);
+    if (index < 0) {
+        // also a part of a name, e.g. "giganews"
+        for (int i = 0; i < lstServs->count() && index < 0; ++i)
+            if (ItemList::serverNameOf(lstServs->text(i)).contains(name, Qt::CaseInsensitive))
+                index = i;
+    }
+    if (index < 0) {
+        m.prompter().message(QStringLiteral("Not Found"), Prompter::Exclamation, Prompter::Ok, Title);
+        return;
+    }
+    makeCurrent(index);
+}
+
+void ServerList::menuDelete()
+{
+    m.setBusy(true);
+    if (m_view)
+        m_view->setUpdatesEnabled(false);
+    int i = 0;
+    while (i < lstServs->count()) {
+        if (!lstServs->isSelected(i)) {
+            ++i;
+            continue;
+        }
+        const QString name = ItemList::serverNameOf(lstServs->text(i));
+        lstServs->remove(i);   // the next item moves into this index
+        const QString cache = nd::cacheDir() + QLatin1Char('/') + NewsSession::ServerFileTag(name);
+        if (QFileInfo(cache).isFile())
+            QFile::remove(cache);
+    }
+    if (m_view)
+        m_view->setUpdatesEnabled(true);
+    refreshCaption();
+    m.setBusy(false);
+}
+
+int ServerList::importFile(const QString &path)
+{
+    QFile f(path);
+    if (!f.open(QIODevice::ReadOnly)) {
+        m.prompter().message(QStringLiteral("Could not read %1:\n%2").arg(path, f.errorString()), Prompter::Exclamation,
+                             Prompter::Ok, Title);
+        return 0;
+    }
+    QSet<QString> names;
+    for (int i = 0; i < lstServs->count(); ++i)
+        names.insert(ItemList::serverNameOf(lstServs->text(i)));
+    int added = 0;
+    int lines = 0;
+    while (!f.atEnd()) {
+        const QByteArray line = f.readLine(1 << 20);
+        if (line.isEmpty() && f.error() != QFileDevice::NoError)
+            break;   // read error: keep what was added
+        for (const QString &e : splitEntries(line)) {
+            const QString name = importName(e);
+            if (name.isEmpty() || names.contains(name))
+                continue;
+            names.insert(name);
+            lstServs->add(Unchecked + name);
+            ++added;
+        }
+        if (++lines % 64 == 0)
+            nd::yieldOnce();
+    }
+    return added;
+}
+
+void ServerList::menuImport()
+{
+    const QString path = m.prompter().openFileName(QStringLiteral("Import server addresses"), nd::appDir(), TextFilter);
+    if (path.isEmpty())
+        return;
+    m.setBusy(true);
+    hideList(true);
+    importFile(path);
+    hideList(false);
+    refreshCaption();
+    m.setBusy(false);
+}
+
+void ServerList::menuExport()
+{
+    const QString path = m.prompter().saveFileName(QStringLiteral("Export server addresses"), nd::appDir(), TextFilter);
+    if (path.isEmpty())
+        return;
+    QSaveFile f(path);
+    bool ok = f.open(QIODevice::WriteOnly);
+    if (ok) {
+        QByteArray out;
+        for (int i = 0; i < lstServs->count(); ++i)
+            out += lstServs->text(i).toUtf8() + "\r\n";
+        ok = f.write(out) == out.size() && f.commit();
+    }
+    if (!ok) {
+        m.prompter().message(QStringLiteral("Error Saving File"), Prompter::NoIcon, Prompter::Ok);
+        return;
+    }
+    m.prompter().message(QStringLiteral("File Saved"), Prompter::NoIcon, Prompter::Ok);
+}
+
+// ------------------------------------------------------------------ open-server list
+
+QString ServerList::openServerListUrl() const
+{
+    if (!m_url.isEmpty())
+        return m_url;
+    const QString env = qEnvironmentVariable("NEWSDREDGE_SERVERLIST_URL");
+    return env.isEmpty() ? QString::fromLatin1(nd::UrlOpenServerList) : env;
+}
+
+bool ServerList::fetch(const QString &url, const QString &target, QString *reason)
+{
+    QFile::remove(target);
+    if (!m_net)
+        m_net = new QNetworkAccessManager(this);
+    if (!m.opt.ProxyHost.isEmpty())
+        m_net->setProxy(QNetworkProxy(QNetworkProxy::Socks5Proxy, m.opt.ProxyHost,
+                                      quint16(m.opt.ProxyPort > 0 ? m.opt.ProxyPort : 1080)));
+    else
+        m_net->setProxy(QNetworkProxy(QNetworkProxy::NoProxy));
+
+    QNetworkRequest req{QUrl(url)};
+    req.setTransferTimeout(qMax(5, int(m.opt.Timeout)) * 1000);
+    req.setAttribute(QNetworkRequest::RedirectPolicyAttribute, QNetworkRequest::NoLessSafeRedirectPolicy);
+    QPointer<QNetworkReply> reply = m_net->get(req);
+    m.S.StopRequested = false;
+    nd::waitUntil([&] { return !reply || reply->isFinished() || m.S.StopRequested; });
+    if (!reply) {
+        *reason = QStringLiteral("The download was cancelled.");
+        return false;
+    }
+    reply->deleteLater();
+    if (!reply->isFinished()) {
+        reply->abort();
+        *reason = QStringLiteral("Stopped.");
+        return false;
+    }
+    const int status = reply->attribute(QNetworkRequest::HttpStatusCodeAttribute).toInt();
+    if (reply->error() != QNetworkReply::NoError || (status != 0 && (status < 200 || status > 299))) {
+        *reason = reply->errorString();
+        return false;
+    }
+    QSaveFile f(target);
+    if (!f.open(QIODevice::WriteOnly)) {
+        *reason = f.errorString();
+        return false;
+    }
+    const QByteArray body = reply->readAll();
+    if (f.write(body) != body.size() || !f.commit()) {
+        *reason = f.errorString();
+        return false;
+    }
+    return true;
+}
+
+int ServerList::importOpenServerFile(const QString &path)
+{
+    QFile f(path);
+    if (!f.open(QIODevice::ReadOnly))
+        return 0;
+    const QStringList entries = splitEntries(f.readAll());
+    QSet<QString> names;
+    for (int i = 0; i < lstServs->count(); ++i)
+        names.insert(ItemList::serverNameOf(lstServs->text(i)));
+    int added = 0;
+    for (const QString &e : entries) {
+        const QString item = openServerItem(e);
+        if (item.isEmpty())
+            continue;
+        const QString name = ItemList::serverNameOf(item);
+        if (names.contains(name))
+            continue;
+        names.insert(name);
+        lstServs->add(item);
+        if (++added % 100 == 0) {
+            refreshCaption();
+            nd::yieldOnce();
+        }
+    }
+    return added;
+}
+
+void ServerList::downloadOpenServers()
+{
+    const auto a = m.prompter().message(
+        QStringLiteral("Please note this process will add a list of \"open\" servers to your server list. \"open\" servers are often limited"),
+        Prompter::Information, Prompter::OkCancel);
+    if (a != Prompter::AnswerOk)
+        return;
+    const QString target = nd::appFile(QStringLiteral("openservers.tmp"));
+    m.setBusy(true);
+    m.setStatus(1, QStringLiteral("Downloading open server list"));
+    QString reason;
+    fetch(openServerListUrl(), target, &reason);
+    m.setBusy(false);
+    m.setStatus(1, QString());
+    const QString support = QString::fromLatin1(nd::SupportAddress);
+    if (!QFileInfo::exists(target)) {
+        m.prompter().message(QStringLiteral("The open server list could not be downloaded (%1).\nPlease contact support at %2.")
+                                 .arg(reason.isEmpty() ? QStringLiteral("no answer") : reason, support),
+                             Prompter::Exclamation, Prompter::Ok, Title);
+        return;
+    }
+    if (QFileInfo(target).size() < 2) {
+        QFile::remove(target);
+        m.prompter().message(QStringLiteral("The open server list could not be imported.\nPlease contact support at %1.").arg(support),
+                             Prompter::Exclamation, Prompter::Ok, Title);
+        return;
+    }
+    hideList(true);
+    importOpenServerFile(target);
+    QFile::remove(target);
+    hideList(false);
+    refreshCaption();
+    m.prompter().message(QStringLiteral("Done."), Prompter::Information, Prompter::Ok);
+}

@@ -1,0 +1,98 @@
+#pragma once
+#include <QAbstractItemView>
+#include <QObject>
+#include <QPair>
+#include <QPointer>
+#include <QString>
+#include <QStringList>
+
+class frmMain;
+class ItemList;
+class QNetworkAccessManager;
+
+// The list of news servers the program knows ("NNTP_NET.INI"): each item is a 13-character
+// status prefix and the server name, with the credential string "user|||password" beside it.
+// Works without the setup dialog: the connect code asks it for credentials, server checking
+// reads and rewrites it.
+class ServerList : public QObject {
+    Q_OBJECT
+public:
+    static const QString Unchecked;          // "????? ???    "
+    static constexpr int PrefixLength = 13;
+    static const QString Separator;          // "|||"
+
+    explicit ServerList(frmMain &m);
+    ~ServerList() override;
+
+    ItemList *lstServs = nullptr;
+
+    // "NNTP_NET.INI" in the application directory.
+    static QString listFile();
+    // Replaces the items with the file's (a missing file leaves the list empty).
+    bool load();
+    // Writes the file readable by its owner only.
+    bool save();
+    // Loads the file once if nothing was loaded yet (connect before the dialog was ever shown).
+    void ensureLoaded();
+    // Descending order of item text; credential strings travel with their items.
+    void sortDescending();
+    // Dialog load: read the file, sort, save back.
+    void loadSortAndSave();
+
+    // Index of the first item whose server name (text after the last space) is exactly name.
+    int findServer(const QString &name) const;
+    // The credential string of a server, "" when unknown.
+    QString serverData(const QString &server);
+    // User ID before the first "|||", password after it.
+    QPair<QString, QString> credentialsFor(const QString &server);
+    static QPair<QString, QString> splitCredentials(const QString &data);
+
+    // Makes the item's server the current one (selection and the NNTPServer value).
+    void makeCurrent(int index);
+    // Stores typed credentials with an item and makes them the current ones.
+    void setCredentials(int index, const QString &user, const QString &password);
+
+    // An address the list accepts: "[nntp[s]://]host[:port]" without blanks.
+    static bool isValidAddress(const QString &address);
+    // Import text: entries separated by line ends or commas -> the server names to add.
+    static QString importName(const QString &entry);
+    static QStringList splitEntries(const QByteArray &data);
+    // Open-server list entry ("prefix name*") -> the item text, "" when unusable.
+    static QString openServerItem(const QString &entry);
+
+    // Commands of the server frame.
+    void menuNew();
+    void menuFind();
+    void menuDelete();
+    void menuImport();
+    void menuExport();
+    void downloadOpenServers();
+    // Adds the names of an import file; returns how many were added.
+    int importFile(const QString &path);
+    // Adds the entries of a downloaded open-server list; returns how many were added.
+    int importOpenServerFile(const QString &path);
+
+    // The address of the published open-server list (NEWSDREDGE_SERVERLIST_URL or setter
+    // override the built-in one).
+    QString openServerListUrl() const;
+    void setOpenServerListUrl(const QString &url) { m_url = url; }
+
+    // The list view that shows the list (hidden while long additions run).
+    void setView(QAbstractItemView *view) { m_view = view; }
+    // Refreshes "NNTP Servers (n)".
+    void refreshCaption();
+
+signals:
+    void captionChanged(const QString &caption);
+    void currentServerChanged(int index);
+
+private:
+    void hideList(bool hide);
+    bool fetch(const QString &url, const QString &target, QString *reason);
+
+    frmMain &m;
+    QPointer<QAbstractItemView> m_view;
+    QNetworkAccessManager *m_net = nullptr;
+    QString m_url;
+    bool m_loaded = false;
+};

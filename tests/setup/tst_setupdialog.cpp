@@ -1,0 +1,418 @@
+#include "app/Paths.h"
+#include "app/frmMain.h"
+#include "news/Session.h"
+#include "options/frmSetup.h"
+#include "servers/ServerList.h"
+#include "ui/ItemList.h"
+#include "ui/Prompter.h"
+
+#include <QAction>
+#include <QCheckBox>
+#include <QDir>
+#include <QFile>
+#include <QGroupBox>
+#include <QLabel>
+#include <QLineEdit>
+#include <QListView>
+#include <QListWidget>
+#include <QPushButton>
+#include <QTabWidget>
+#include <QTcpServer>
+#include <QTemporaryDir>
+#include <QTimer>
+#include <QToolBar>
+#include <QtTest>
+
+namespace {
+frmMain::Options quiet() { return frmMain::Options{false, true}; }
+
+// The window with its setup dialog loaded and shown (not waited for).
+struct Fixture {
+    ScriptedPrompter p;
+    frmMain w{&p, quiet()};
+    frmSetup *d = nullptr;
+    Fixture()
+    {
+        if (!w.setup)
+            w.setup = new frmSetup(w);
+        d = w.setup;
+    }
+    void open() { d->openSetup(); }
+    ItemList *list() { return w.servers->lstServs; }
+};
+
+void leave(QLineEdit *box)
+{
+    QFocusEvent out(QEvent::FocusOut, Qt::TabFocusReason);
+    QCoreApplication::sendEvent(box, &out);
+}
+} // namespace
+
+class TstSetupDialog : public QObject {
+    Q_OBJECT
+private slots:
+    void init()
+    {
+        QFile::remove(SettingsStore().fileName());
+        QFile::remove(ServerList::listFile());
+        QDir(nd::appFile(QStringLiteral("Download"))).removeRecursively();
+    }
+
+    void captionsAndLayout()
+    {
+        Fixture f;
+        f.list()->add(QStringLiteral("00734  OK    news.a.com"));
+        f.w.servers->save();
+        f.open();
+        QCOMPARE(f.d->tabs->tabText(0), QStringLiteral("Server Settings"));
+        QCOMPARE(f.d->tabs->tabText(1), QStringLiteral("Additional Settings/Proxy"));
+        QCOMPARE(f.d->frameServers->title(), QStringLiteral("NNTP Servers (1)"));
+        QCOMPARE(f.w.setupServerFrameCaption(), QStringLiteral("NNTP Servers (1)"));
+        const QList<QPair<QString, QString>> tips = {
+            {"New", "Enter new server address"}, {"Find", "Find server in list"}, {"Delete", "Delete server"},
+            {"Import", "Import server addresses"}, {"Export", "Export server addresses"},
+            {"Download", "Download open server list"}};
+        for (const auto &t : tips) {
+            QAction *a = f.d->serverButton(t.first);
+            QVERIFY2(a, qPrintable(t.first));
+            QCOMPARE(a->toolTip(), t.second);
+        }
+        QCOMPARE(f.d->chkHTTP->text(), QStringLiteral("Save HTTP addreseses"));
+        QCOMPARE(f.d->chkTray->text(), QStringLiteral("Minimize to System Tray"));
+        QCOMPARE(f.d->cmdDir->text(), QStringLiteral("Create Directory"));
+        QCOMPARE(f.d->frameSaveFiles->title(), QStringLiteral("Save Files"));
+        QCOMPARE(f.d->txtProxyPort->text(), QStringLiteral("1080"));
+        QCOMPARE(f.d->txtNew->text(), QStringLiteral("500"));
+        // New through the toolbar refreshes the caption
+        f.p.inputs = {QStringLiteral("news.b.com")};
+        f.d->serverButton(QStringLiteral("New"))->trigger();
+        QCOMPARE(f.d->frameServers->title(), QStringLiteral("NNTP Servers (2)"));
+        f.d->cmdCancel_Click();
+    }
+
+    void clickFillsCredentialsAndLeavingStoresThem()
+    {
+        Fixture f;
+        f.list()->add(QStringLiteral("00734  OK    news.a.com"), QStringLiteral("alice|||s3cret"));
+        f.list()->add(QStringLiteral("00100  OK    news.b.com"));
+        f.w.servers->save();
+        f.open();
+        f.d->lstServs_Click(0);
+        QCOMPARE(f.w.opt.NNTPServer, QStringLiteral("news.a.com"));
+        QCOMPARE(f.d->txtUserID->text(), QStringLiteral("alice"));
+        QCOMPARE(f.d->txtPassword->text(), QStringLiteral("s3cret"));
+
+        // clicking an item without credentials empties both boxes
+        f.w.servers->makeCurrent(1);
+        QCOMPARE(f.w.opt.NNTPServer, QStringLiteral("news.b.com"));
+        QCOMPARE(f.d->txtUserID->text(), QString());
+        QCOMPARE(f.d->txtPassword->text(), QString());
+
+        // typed credentials are kept once the box is left, and the item stays selected
+        QTest::keyClicks(f.d->txtUserID, QStringLiteral("bob"));
+        QCOMPARE(f.p.asked.size(), 0);
+        f.d->txtPassword->setText(QStringLiteral("pa|ss"));
+        emit f.d->txtPassword->editingFinished();
+        QCOMPARE(f.list()->secondText(1), QStringLiteral("bob|||pa|ss"));
+        QCOMPARE(f.w.S.ServerUserId, QStringLiteral("bob"));
+        QCOMPARE(f.w.S.ServerPassword, QStringLiteral("pa|ss"));
+        QVERIFY(f.list()->isSelected(1));
+
+        // an edit not yet left is kept by OK, which also writes the file
+        f.d->txtUserID->setText(QStringLiteral("carol"));
+        f.d->txtUserID->setModified(true);
+        f.d->cmdOK_Click();
+        QVERIFY(!f.d->isVisible());
+        ItemList file;
+        QVERIFY(file.loadWithSecond(ServerList::listFile()));
+        QCOMPARE(file.secondText(file.findServer(QStringLiteral("news.b.com"))), QStringLiteral("carol|||pa|ss"));
+
+        // the next opening selects the current server and shows its credentials
+        f.open();
+        QCOMPARE(f.list()->currentIndex(), f.list()->findServer(QStringLiteral("news.b.com")));
+        QCOMPARE(f.d->txtUserID->text(), QStringLiteral("carol"));
+        f.d->cmdCancel_Click();
+    }
+
+    void credentialsWithoutSelectedServerAreRefused()
+    {
+        Fixture f;
+        f.list()->add(QStringLiteral("00734  OK    news.a.com"));
+        f.w.servers->save();
+        f.w.opt.NNTPServer = QStringLiteral("not.in.list");
+        f.open();
+        QCOMPARE(f.list()->currentIndex(), -1);
+        QTest::keyClicks(f.d->txtUserID, QStringLiteral("ab"));
+        QCOMPARE(f.d->txtUserID->text(), QString());
+        QVERIFY(!f.p.asked.isEmpty());
+        QCOMPARE(f.p.asked[0].text, QStringLiteral("Please select server before entering ID and Password information"));
+        QTest::keyClick(f.d->txtPassword, Qt::Key_X);
+        emit f.d->txtUserID->editingFinished();
+        emit f.d->txtPassword->editingFinished();
+        QCOMPARE(f.list()->secondText(0), QString());
+        QCOMPARE(f.w.S.ServerUserId, QString());
+        QCOMPARE(f.p.asked.size(), 3);
+        f.d->cmdOK_Click();
+        ItemList file;
+        QVERIFY(file.loadWithSecond(ServerList::listFile()));
+        QCOMPARE(file.secondText(0), QString());
+    }
+
+    void listKeys()
+    {
+        Fixture f;
+        for (const char *n : {"a.example", "b.example", "c.example", "d.example"})
+            f.list()->add(ServerList::Unchecked + QLatin1String(n));
+        f.w.servers->save();
+        f.open();
+        QTest::keyClick(f.d->lstServs, Qt::Key_End);
+        QCOMPARE(f.list()->selectedIndexes(), QList<int>{3});
+        QCOMPARE(f.w.opt.NNTPServer, QStringLiteral("a.example"));   // sorted descending: a is last
+        QTest::keyClick(f.d->lstServs, Qt::Key_Home);
+        QCOMPARE(f.list()->selectedIndexes(), QList<int>{0});
+        QTest::keyClick(f.d->lstServs, Qt::Key_A, Qt::ControlModifier);
+        QCOMPARE(f.list()->selectedCount(), 4);
+        f.list()->clearSelection();
+        f.list()->setSelected(1, true);
+        QTest::keyClick(f.d->lstServs, Qt::Key_Delete);
+        QCOMPARE(f.list()->count(), 3);
+        QCOMPARE(f.d->frameServers->title(), QStringLiteral("NNTP Servers (3)"));
+        // Enter closes as OK does: the deletion reaches the file
+        QTest::keyClick(f.d->lstServs, Qt::Key_Return);
+        QVERIFY(!f.d->isVisible());
+        QCOMPARE(f.d->result(), int(QDialog::Accepted));
+        ItemList file;
+        QVERIFY(file.loadWithSecond(ServerList::listFile()));
+        QCOMPARE(file.count(), 3);
+    }
+
+    void trayIsSavedAtOnceHttpOnlyByOk()
+    {
+        Fixture f;
+        f.open();
+        QVERIFY(!f.d->chkTray->isChecked());
+        QVERIFY(f.d->chkHTTP->isChecked());
+        f.d->chkTray->click();
+        f.d->chkHTTP->click();
+        f.d->chkWebSave->click();
+        QCOMPARE(f.w.store().get(QStringLiteral("Tray")), QStringLiteral("1"));
+        QCOMPARE(f.w.store().get(QStringLiteral("WEBSave")), QStringLiteral("0"));
+        QCOMPARE(f.w.opt.WEBSave, false);
+        f.d->cmdCancel_Click();
+        QCOMPARE(f.w.store().get(QStringLiteral("Tray")), QStringLiteral("1"));
+        QCOMPARE(f.w.opt.SaveHTTP, 1);
+        QVERIFY(!f.w.store().contains(QStringLiteral("SaveHTTP")));
+
+        // opened again: the values come from the store and the program, not from the last edit
+        f.open();
+        QVERIFY(f.d->chkTray->isChecked());
+        QVERIFY(f.d->chkHTTP->isChecked());
+        QVERIFY(!f.d->chkWebSave->isChecked());
+        f.d->chkHTTP->click();
+        f.d->chkBinary->click();
+        f.d->chkShow->click();
+        f.d->cmdOK_Click();
+        QCOMPARE(f.w.opt.SaveHTTP, 0);
+        QCOMPARE(f.w.opt.BinariesOnly, 1);
+        QCOMPARE(f.w.opt.ShowMNumbers, 1);
+        // the store gets them with the program's other settings, at shutdown
+        QVERIFY(!f.w.store().contains(QStringLiteral("SaveHTTP")));
+        f.w.SaveSettings();
+        QCOMPARE(f.w.store().get(QStringLiteral("SaveHTTP")), QStringLiteral("0"));
+    }
+
+    void numberBoxesFilterAndCorrect()
+    {
+        Fixture f;
+        f.open();
+        // newest messages: digits only, saved on every change
+        f.d->txtNew->clear();
+        QTest::keyClicks(f.d->txtNew, QStringLiteral("1a2.-3"));
+        QCOMPARE(f.d->txtNew->text(), QStringLiteral("123"));
+        QCOMPARE(f.w.store().get(QStringLiteral("NewMsgs")), QStringLiteral("123"));
+        QCOMPARE(f.w.opt.NewMsgs, 123);
+        QTest::keyClick(f.d->txtNew, Qt::Key_Backspace);
+        QCOMPARE(f.w.store().get(QStringLiteral("NewMsgs")), QStringLiteral("12"));
+
+        // timeout and minimum groups take "." and "0".."K", nothing else
+        f.d->txtTimeout->clear();
+        QTest::keyClicks(f.d->txtTimeout, QStringLiteral("4-5 z"));
+        QCOMPARE(f.d->txtTimeout->text(), QStringLiteral("45"));
+        leave(f.d->txtTimeout);
+        QCOMPARE(f.d->txtTimeout->text(), QStringLiteral("45"));
+        f.d->txtTimeout->clear();
+        QTest::keyClicks(f.d->txtTimeout, QStringLiteral("1A"));
+        QCOMPARE(f.d->txtTimeout->text(), QStringLiteral("1A"));
+        leave(f.d->txtTimeout);
+        QCOMPARE(f.d->txtTimeout->text(), QStringLiteral("255"));
+        f.d->txtTimeout->clear();
+        leave(f.d->txtTimeout);
+        QCOMPARE(f.d->txtTimeout->text(), QStringLiteral("255"));
+        f.d->txtTimeout->setText(QStringLiteral("32768"));
+        leave(f.d->txtTimeout);
+        QCOMPARE(f.d->txtTimeout->text(), QStringLiteral("255"));
+        f.d->txtTimeout->setText(QStringLiteral("32767"));
+        leave(f.d->txtTimeout);
+        QCOMPARE(f.d->txtTimeout->text(), QStringLiteral("32767"));
+
+        f.d->txtMinGroups->setText(QStringLiteral("250000"));
+        leave(f.d->txtMinGroups);
+        QCOMPARE(f.d->txtMinGroups->text(), QStringLiteral("100000"));
+        f.d->txtMinGroups->setText(QStringLiteral("100000"));
+        leave(f.d->txtMinGroups);
+        QCOMPARE(f.d->txtMinGroups->text(), QStringLiteral("100000"));
+
+        // Enter in the minimum groups box is OK
+        f.d->txtMinGroups->setText(QStringLiteral("40"));
+        f.d->txtTimeout->setText(QStringLiteral("20"));
+        QTest::keyClick(f.d->txtMinGroups, Qt::Key_Return);
+        QVERIFY(!f.d->isVisible());
+        QCOMPARE(f.w.opt.MinimumGroups, 40);
+        QCOMPARE(f.w.opt.Timeout, 20);
+
+        // OK corrects boxes that were never left
+        f.open();
+        f.d->txtTimeout->setText(QStringLiteral("99999"));
+        f.d->txtMinGroups->setText(QStringLiteral("7777777"));
+        f.d->cmdOK_Click();
+        QCOMPARE(f.w.opt.Timeout, 255);
+        QCOMPARE(f.w.opt.MinimumGroups, 100000);
+    }
+
+    void downloadDirectoryRules()
+    {
+        QTemporaryDir tmp;
+        const QString base = QDir(tmp.path()).canonicalPath() + QStringLiteral("/files");
+        QVERIFY(QDir().mkpath(base));
+        Fixture f;
+        f.w.store().save(QStringLiteral("DestDir"), base);
+        f.open();
+        QCOMPARE(f.d->dirPath(), base + QLatin1Char('/'));
+        QCOMPARE(f.d->lblDir->text(), base + QLatin1Char('/'));
+        QCOMPARE(f.w.opt.DestDir, base + QLatin1Char('/'));
+        QVERIFY(QDir(nd::appFile(QStringLiteral("Download"))).exists());
+
+        // Create Directory inside the current one; a second time it fails
+        f.p.inputs = {QStringLiteral("pics"), QStringLiteral("pics")};
+        f.d->cmdDir_Click();
+        QCOMPARE(f.p.asked[0].text, QStringLiteral("Enter Directory Name:"));
+        QCOMPARE(f.p.asked[0].title, QStringLiteral("Create Directory:"));
+        QVERIFY(QDir(base + QStringLiteral("/pics")).exists());
+        QVERIFY(!f.d->dirDialog->findItems(QStringLiteral("pics"), Qt::MatchExactly).isEmpty());
+        f.d->cmdDir_Click();
+        QCOMPARE(f.p.texts().last(), QStringLiteral("Could not create directory"));
+        QCOMPARE(f.p.asked.last().icon, Prompter::Critical);
+
+        // entering a directory makes it the download path, saved at once
+        QListWidgetItem *pics = f.d->dirDialog->findItems(QStringLiteral("pics"), Qt::MatchExactly).value(0);
+        emit f.d->dirDialog->itemActivated(pics);
+        QCOMPARE(f.w.opt.DestDir, base + QStringLiteral("/pics/"));
+        QCOMPARE(f.w.store().get(QStringLiteral("DestDir")), base + QStringLiteral("/pics/"));
+        emit f.d->dirDialog->itemActivated(f.d->dirDialog->item(0));   // ".."
+        QCOMPARE(f.w.opt.DestDir, base + QLatin1Char('/'));
+
+        // Delete removes empty directories only
+        QVERIFY(QDir().mkpath(base + QStringLiteral("/full/inner")));
+        f.d->dirChange(base);
+        f.d->dirDialog->setCurrentItem(f.d->dirDialog->findItems(QStringLiteral("full"), Qt::MatchExactly).value(0));
+        f.p.clear();
+        QTest::keyClick(f.d->dirDialog, Qt::Key_Delete);
+        QVERIFY(QDir(base + QStringLiteral("/full")).exists());
+        QCOMPARE(f.p.asked.size(), 1);
+        f.d->dirDialog->setCurrentItem(f.d->dirDialog->findItems(QStringLiteral("pics"), Qt::MatchExactly).value(0));
+        QTest::keyClick(f.d->dirDialog, Qt::Key_Delete);
+        QVERIFY(!QDir(base + QStringLiteral("/pics")).exists());
+        QVERIFY(f.d->dirDialog->findItems(QStringLiteral("pics"), Qt::MatchExactly).isEmpty());
+
+        // the chooser: an unreadable choice is refused, a good one is taken with a "/"
+        f.p.clear();
+        f.p.files = {base + QStringLiteral("/no-such-dir"), base + QStringLiteral("/full")};
+        f.d->chooseDirectory();
+        QCOMPARE(f.p.texts().last(), QStringLiteral("Invalid Drive or Drive Unavailable."));
+        QCOMPARE(f.p.asked.last().icon, Prompter::Critical);
+        QCOMPARE(f.w.opt.DestDir, base + QLatin1Char('/'));
+        f.d->chooseDirectory();
+        QCOMPARE(f.w.opt.DestDir, base + QStringLiteral("/full/"));
+        f.d->cmdCancel_Click();
+    }
+
+    void emptyDestDirBecomesTheDefault()
+    {
+        Fixture f;
+        f.w.store().save(QStringLiteral("DestDir"), QString());
+        f.open();
+        const QString def = nd::appFile(QStringLiteral("Download")) + QLatin1Char('/');
+        QCOMPARE(f.d->dirPath(), def);
+        QCOMPARE(f.w.store().get(QStringLiteral("DestDir")), def);
+        QVERIFY(QDir(def).exists());
+        f.d->cmdCancel_Click();
+    }
+
+    void proxyBoxesReachTheSettingsOnOk()
+    {
+        Fixture f;
+        f.open();
+        f.d->txtProxyAddress->setText(QStringLiteral("127.0.0.1"));
+        f.d->txtProxyPort->clear();
+        QTest::keyClicks(f.d->txtProxyPort, QStringLiteral("9x050"));
+        f.d->cmdCancel_Click();
+        QCOMPARE(f.w.opt.ProxyHost, QString());
+        f.open();
+        QCOMPARE(f.d->txtProxyPort->text(), QStringLiteral("1080"));
+        f.d->txtProxyAddress->setText(QStringLiteral("127.0.0.1"));
+        f.d->txtProxyPort->clear();
+        QTest::keyClicks(f.d->txtProxyPort, QStringLiteral("9x050"));
+        f.d->cmdOK_Click();
+        QCOMPARE(f.w.opt.ProxyHost, QStringLiteral("127.0.0.1"));
+        QCOMPARE(f.w.opt.ProxyPort, 9050);
+        f.open();
+        QCOMPARE(f.d->txtProxyAddress->text(), QStringLiteral("127.0.0.1"));
+        QCOMPARE(f.d->txtProxyPort->text(), QStringLiteral("9050"));
+        f.d->cmdCancel_Click();
+    }
+
+    void setupCommandRunsModallyWithSetupOff()
+    {
+        ScriptedPrompter p;
+        frmMain w(&p, quiet());
+        QAction *menu = w.action(QStringLiteral("menuSetup"));
+        QVERIFY(menu->isEnabled());
+        QVERIFY(w.toolButton(QStringLiteral("Setup"))->isEnabled());
+        bool wasOff = false;
+        bool shown = false;
+        QTimer::singleShot(0, &w, [&] {
+            shown = w.setup && w.setup->isVisible();
+            wasOff = !menu->isEnabled();
+            if (w.setup)
+                w.setup->cmdCancel->click();
+        });
+        w.toolbarClick(QStringLiteral("Setup"));
+        QVERIFY(shown);
+        QVERIFY(wasOff);
+        QVERIFY(menu->isEnabled());
+        QVERIFY(!w.setup->isVisible());
+    }
+
+    void doubleClickClosesAndConnects()
+    {
+        // a port with nobody behind it: the connect fails at once
+        QTcpServer closed;
+        QVERIFY(closed.listen(QHostAddress::LocalHost, 0));
+        const QString server = QStringLiteral("127.0.0.1:%1").arg(closed.serverPort());
+        closed.close();
+        Fixture f;
+        f.list()->add(ServerList::Unchecked + server);
+        f.list()->add(QStringLiteral("00001  OK    other.example"));
+        f.w.servers->save();
+        f.p.answers = {Prompter::AnswerOk};
+        f.open();
+        const int row = f.list()->findServer(server);
+        f.d->lstServs_DblClick(row);
+        QVERIFY(!f.d->isVisible());
+        QCOMPARE(f.w.opt.NNTPServer, server);
+        QTRY_VERIFY(f.w.status(2).startsWith(QStringLiteral("Unable to Connect - ")));
+    }
+};
+
+QTEST_MAIN(TstSetupDialog)
+#include "tst_setupdialog.moc"
