@@ -117,7 +117,7 @@ QWidget *frmSetup::buildServerTab()
     servers.setView(lstServs);
     connect(servers.lstServs->selectionModel(), &QItemSelectionModel::currentChanged, this,
             [this](const QModelIndex &cur) {
-                if (cur.isValid())
+                if (cur.isValid() && !servers.changing())
                     lstServs_Click(cur.row());
             });
     connect(lstServs, &QListView::clicked, this, [this](const QModelIndex &i) { lstServs_Click(i.row()); });
@@ -374,8 +374,11 @@ void frmSetup::noServerSelected()
 
 void frmSetup::lstServs_Click(int index)
 {
-    if (index < 0 || index >= servers.lstServs->count())
+    if (index < 0 || index >= servers.lstServs->count()) {
+        txtUserID->clear();
+        txtPassword->clear();
         return;
+    }
     m.opt.NNTPServer = ItemList::serverNameOf(servers.lstServs->text(index));
     txtUserID->clear();
     txtPassword->clear();
@@ -452,7 +455,9 @@ void frmSetup::txtTimeout_Validate()
 {
     bool ok = false;
     const double v = txtTimeout->text().trimmed().toDouble(&ok);
-    if (!ok || v > 32767)
+    // a time-out under one second is taken as none given: 0 would also mark the settings as
+    // never loaded and keep them from being written at shutdown
+    if (!ok || v > 32767 || v < 1)
         txtTimeout->setText(QStringLiteral("255"));
 }
 

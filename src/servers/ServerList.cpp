@@ -19,6 +19,7 @@
 #include <QNetworkRequest>
 #include <QPointer>
 #include <QSaveFile>
+#include <QScopeGuard>
 #include <QSet>
 #include <algorithm>
 
@@ -54,6 +55,8 @@ QString ServerList::listFile()
 bool ServerList::load()
 {
     m_loaded = true;
+    ++m_changing;
+    const auto done = qScopeGuard([this] { --m_changing; });
     if (!QFileInfo::exists(listFile())) {
         lstServs->clear();
         return true;
@@ -79,6 +82,8 @@ void ServerList::sortDescending()
     struct Entry {
         QString text, second;
     };
+    ++m_changing;
+    const auto done = qScopeGuard([this] { --m_changing; });
     QVector<Entry> items;
     items.reserve(lstServs->count());
     for (int i = 0; i < lstServs->count(); ++i)
@@ -261,6 +266,7 @@ void ServerList::menuFind()
 void ServerList::menuDelete()
 {
     m.setBusy(true);
+    ++m_changing;
     if (m_view)
         m_view->setUpdatesEnabled(false);
     int i = 0;
@@ -275,8 +281,12 @@ void ServerList::menuDelete()
         if (QFileInfo(cache).isFile())
             QFile::remove(cache);
     }
+    // no item is current afterwards: credentials typed now would land on a neighbour
+    lstServs->setCurrentIndex(-1);
+    --m_changing;
     if (m_view)
         m_view->setUpdatesEnabled(true);
+    emit currentServerChanged(-1);
     refreshCaption();
     m.setBusy(false);
 }

@@ -81,6 +81,9 @@ public:
     void setView(QAbstractItemView *view) { m_view = view; }
     // Refreshes "NNTP Servers (n)".
     void refreshCaption();
+    // True while the list itself reorders or removes items (the current item moving then is
+    // no choice of the user).
+    bool changing() const { return m_changing > 0; }
 
 signals:
     void captionChanged(const QString &caption);
@@ -95,4 +98,5 @@ private:
     QNetworkAccessManager *m_net = nullptr;
     QString m_url;
     bool m_loaded = false;
+    int m_changing = 0;
 };

@@ -7,6 +7,8 @@
 #include "ui/Prompter.h"
 
 #include <QAction>
+#include <QApplication>
+#include <QDialog>
 #include <QElapsedTimer>
 #include <QFile>
 #include <QLabel>
@@ -210,7 +212,16 @@ private slots:
     {
         Window x;
         x.p.answers = {Prompter::AnswerOk, Prompter::AnswerNo, Prompter::AnswerOk};
+        // the setup dialog opens modally: close it once it shows
+        QString shown;
+        QTimer::singleShot(0, &x.w, [&] {
+            if (auto *d = qobject_cast<QDialog *>(QApplication::activeModalWidget())) {
+                shown = d->objectName();
+                d->reject();
+            }
+        });
         x.w.session->NNTP_Connect(true);
+        QCOMPARE(shown, QStringLiteral("frmSetup"));
         QCOMPARE(x.p.texts().mid(0, 3), (QStringList{
             "Newsdredge! has detected no Usenet server configured.",
             "We highly recommend a free Usenet account.  Would you like to go there now?",

@@ -176,6 +176,12 @@ private slots:
         f.list()->setSelected(1, true);
         QTest::keyClick(f.d->lstServs, Qt::Key_Delete);
         QCOMPARE(f.list()->count(), 3);
+        // the neighbour of a deleted item does not silently become the current server
+        QCOMPARE(f.list()->currentIndex(), -1);
+        QCOMPARE(f.w.opt.NNTPServer, QStringLiteral("d.example"));
+        QTest::keyClick(f.d->txtUserID, Qt::Key_Z);
+        QCOMPARE(f.d->txtUserID->text(), QString());
+        QCOMPARE(f.p.texts().last(), QStringLiteral("Please select server before entering ID and Password information"));
         QCOMPARE(f.d->frameServers->title(), QStringLiteral("NNTP Servers (3)"));
         // Enter closes as OK does: the deletion reaches the file
         QTest::keyClick(f.d->lstServs, Qt::Key_Return);
@@ -249,6 +255,9 @@ private slots:
         leave(f.d->txtTimeout);
         QCOMPARE(f.d->txtTimeout->text(), QStringLiteral("255"));
         f.d->txtTimeout->setText(QStringLiteral("32768"));
+        leave(f.d->txtTimeout);
+        QCOMPARE(f.d->txtTimeout->text(), QStringLiteral("255"));
+        f.d->txtTimeout->setText(QStringLiteral("0"));
         leave(f.d->txtTimeout);
         QCOMPARE(f.d->txtTimeout->text(), QStringLiteral("255"));
         f.d->txtTimeout->setText(QStringLiteral("32767"));
