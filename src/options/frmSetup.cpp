@@ -63,7 +63,7 @@ frmSetup::frmSetup(frmMain &main)
     auto *layout = new QVBoxLayout(this);
     layout->addWidget(tabs);
     layout->addLayout(buttons);
-    resize(560, 520);
+    resize(640, 540);
 
     connect(&servers, &ServerList::captionChanged, frameServers, &QGroupBox::setTitle);
     connect(&servers, &ServerList::currentServerChanged, this, &frmSetup::lstServs_Click);
@@ -81,7 +81,7 @@ QWidget *frmSetup::buildServerTab()
 
     serverToolbar = new QToolBar(frameServers);
     serverToolbar->setObjectName(QStringLiteral("serverToolbar"));
-    serverToolbar->setToolButtonStyle(Qt::ToolButtonTextBesideIcon);
+    serverToolbar->setToolButtonStyle(Qt::ToolButtonTextUnderIcon);
     struct B {
         const char *key;
         const char *tip;
@@ -249,7 +249,7 @@ QWidget *frmSetup::buildOptionsTab()
     proxy->setObjectName(QStringLiteral("frameProxy"));
     txtProxyAddress = new QLineEdit(proxy);
     txtProxyAddress->setObjectName(QStringLiteral("txtProxyAddress"));
-    txtProxyAddress->setPlaceholderText(QStringLiteral("SOCKS5 proxy host (empty: none)"));
+    txtProxyAddress->setPlaceholderText(QStringLiteral("SOCKS5 host (empty: none)"));
     txtProxyPort = new QLineEdit(QStringLiteral("1080"), proxy);
     txtProxyPort->setObjectName(QStringLiteral("txtProxyPort"));
     txtProxyPort->setMaximumWidth(90);
