@@ -1,4 +1,7 @@
 #include "groups/Favorites.h"
+#include "download/Downloader.h"
+#include "messages/MessageGrid.h"
+#include "messages/MessageList.h"
 
 #include "app/Paths.h"
 #include "app/Wait.h"
@@ -337,9 +340,14 @@ void Favorites::DownloadFromFavorites()
 
 bool Favorites::listGroup()
 {
-    return false;   // filled in once the message listing is on main
+    if (!m.messages)
+        return false;
+    m.messages->ListMessages(true);
+    return m.S.TransportError == 0 && m.grid->lastMessageRow() > 0;
 }
 
 void Favorites::downloadAll()
 {
+    if (m.downloader)
+        m.downloader->DownloadAll();
 }

@@ -49,6 +49,8 @@ class TstFavoritesInn : public QObject {
 private slots:
     void openingAFavoriteSwitchesServersOnlyWhenNeeded()
     {
+        // the favourite's group must hold a message, or its listing clears the current group
+        QVERIFY(!inn::post("From: Fav <fav@example.org>\nNewsgroups: alt.newsdredge.text\nSubject: for the favourite\n\nhello\n").isEmpty());
         CountingProxy a(inn::portOpen());
         CountingProxy b(inn::portAuth());
         Window x;
