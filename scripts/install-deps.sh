@@ -8,7 +8,7 @@ PKGS=(build-essential cmake pkg-config qt6-base-dev qt6-base-dev-tools libqt6ope
       qt6-image-formats-plugins qt6-qpa-plugins libgl1-mesa-dev libgmime-3.0-dev libdeflate-dev
       xvfb xauth openssl)
 if [ "${WITH_TEST_PEERS:-1}" = "1" ]; then
-  PKGS+=(sharutils mpack)
+  PKGS+=(sharutils mpack nzbget)
   # some machines carry a nodejs that bundles npm and conflicts with Debian's npm
   command -v node >/dev/null 2>&1 || PKGS+=(nodejs)
   command -v npm >/dev/null 2>&1 || PKGS+=(npm)

@@ -1,7 +1,79 @@
+#include "app/Batch.h"
+#include "app/frmMain.h"
+#include "ui/Prompter.h"
+
 #include <QApplication>
+#include <QSocketNotifier>
+#include <csignal>
+#include <cstdio>
+#include <cstring>
+#include <sys/socket.h>
+#include <unistd.h>
+
+namespace {
+int g_sigFd[2] = {-1, -1};
+
+void onTerminate(int)
+{
+    const char c = 1;
+    [[maybe_unused]] const ssize_t n = ::write(g_sigFd[0], &c, 1);
+}
+
+// SIGTERM and SIGINT close the main window the normal way, so options and geometry are kept.
+void closeOnTerminate(QWidget *window)
+{
+    if (::socketpair(AF_UNIX, SOCK_STREAM, 0, g_sigFd) != 0)
+        return;
+    auto *n = new QSocketNotifier(g_sigFd[1], QSocketNotifier::Read, window);
+    QObject::connect(n, &QSocketNotifier::activated, window, [window] {
+        char c;
+        [[maybe_unused]] const ssize_t r = ::read(g_sigFd[1], &c, 1);
+        window->close();
+    });
+    struct sigaction sa {};
+    sa.sa_handler = onTerminate;
+    sigemptyset(&sa.sa_mask);
+    sa.sa_flags = SA_RESTART;
+    sigaction(SIGTERM, &sa, nullptr);
+    sigaction(SIGINT, &sa, nullptr);
+}
+} // namespace
+
+static bool hasArg(int argc, char **argv, const char *arg)
+{
+    for (int i = 1; i < argc; ++i)
+        if (std::strcmp(argv[i], arg) == 0)
+            return true;
+    return false;
+}
 
 int main(int argc, char **argv)
 {
+    const bool batch = hasArg(argc, argv, "--batch");
+    if (batch) {
+        // batch runs never show a window
+        qputenv("QT_QPA_PLATFORM", "offscreen");
+    } else if (qEnvironmentVariableIsEmpty("QT_QPA_PLATFORM") && qEnvironmentVariableIsEmpty("DISPLAY")
+               && qEnvironmentVariableIsEmpty("WAYLAND_DISPLAY")) {
+        std::fprintf(stderr,
+                     "Newsdredge needs a graphical display, and none was found: neither DISPLAY (X11) nor "
+                     "WAYLAND_DISPLAY is set.\nStart it from a desktop session, or use --batch for runs "
+                     "without a window.\n");
+        return 2;
+    }
+
     QApplication app(argc, argv);
-    return 0;
+    QApplication::setApplicationName(QStringLiteral("Newsdredge"));
+    QApplication::setOrganizationName(QStringLiteral("Newsdredge"));
+    QApplication::setApplicationVersion(QStringLiteral("3.8"));
+
+    if (batch)
+        return nd::runBatch(QApplication::arguments());
+
+    GuiPrompter gui;
+    frmMain w(&gui);
+    closeOnTerminate(&w);
+    w.startUp();
+    w.show();
+    return app.exec();
 }

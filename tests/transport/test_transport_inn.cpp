@@ -2,6 +2,7 @@
 // transport gives is checked against what a plain socket conversation with
 // the same server shows.
 #include "news/transport/NewsTransport.h"
+#include "support/InnEnv.h"
 
 #include <QDateTime>
 #include <QElapsedTimer>
@@ -10,15 +11,9 @@
 
 namespace {
 
-quint16 envPort(const char *name, quint16 fallback)
-{
-    bool ok = false;
-    const int p = qEnvironmentVariableIntValue(name, &ok);
-    return ok && p > 0 ? quint16(p) : fallback;
-}
-quint16 readerPort() { return envPort("ND_INN_PORT", 11901); }
-quint16 authPort() { return envPort("ND_INN_AUTH_PORT", 11902); }
-quint16 noPostPort() { return envPort("ND_INN_NOPOST_PORT", 11903); }
+quint16 readerPort() { return quint16(inn::portOpen()); }
+quint16 authPort() { return quint16(inn::portAuth()); }
+quint16 noPostPort() { return quint16(inn::portNoPost()); }
 const char *kUser = "tester";
 const char *kPassword = "s3cret|pw";
 

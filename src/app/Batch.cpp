@@ -1,0 +1,231 @@
+#include "app/Batch.h"
+
+#include "app/Paths.h"
+#include "app/frmMain.h"
+#include "download/Downloader.h"
+#include "messages/MessageGrid.h"
+#include "news/Session.h"
+#include "news/transport/NewsTransport.h"
+#include "settings/Settings.h"
+#include "ui/Prompter.h"
+
+#include <QDateTime>
+#include <QDir>
+#include <QFileInfo>
+#include <QLocale>
+#include <cstdio>
+
+namespace nd {
+
+namespace {
+
+const QString Connected = QStringLiteral("Connected to NNTP Server");
+
+void err(const QString &text)
+{
+    std::fprintf(stderr, "%s\n", text.toLocal8Bit().constData());
+    std::fflush(stderr);
+}
+
+void out(const QString &line)
+{
+    std::fputs(line.toUtf8().constData(), stdout);
+    std::fputc('\n', stdout);
+    std::fflush(stdout);
+}
+
+int usage(const QString &why)
+{
+    err(QStringLiteral("newsdredge: %1").arg(why));
+    err(QStringLiteral("usage: newsdredge --batch --server NAME [--user ID --password PW] [--newest N] ACTION\n"
+                       "  ACTION: --groups | --list GROUP | --download-all GROUP --dest DIR"));
+    return 2;
+}
+
+struct Args {
+    QString server, user, password, action, group, dest;
+    int newest = 0;
+};
+
+// The part of a transport failure that tells the user why.
+QString reasonOf(frmMain &w)
+{
+    QString r = w.S.LastTransportText.trimmed();
+    return r.isEmpty() ? w.status(2) : r;
+}
+
+// ---- Listing of groups and messages for batch runs.
+// TODO(listing): these two go through MessageList::ListMessages and GroupList::LoadGroupList once
+// those procedures are on main; until then the batch run lists through the transport with the same
+// column layout (0 number, 1 date "mm/dd/yyyy", 2 subject, 3 sender, 4 Path, 5 Message-ID,
+// 6 "yyyy/mm/dd hh:mm:ss", 7 References, 8 mark), newest first.
+
+bool listGroups(frmMain &w, QStringList &lines)
+{
+    if (!w.session->runTransaction([](NewsTransport *t) { t->RequestGroupList(); }))
+        return false;
+    const NewsTransportGroupList &gl = w.session->transport()->GroupList();
+    for (int i = 0; i < gl.Count(); ++i) {
+        const NewsTransportGroup &g = gl.Item(i);
+        if (w.opt.BinariesOnly != 0 && !g.Name.contains(QLatin1String(".binaries")))
+            continue;
+        if (g.First < 1 || g.Last < 1)
+            continue;
+        lines << g.Name + QLatin1Char('\t') + QString::number(qMax<qint64>(0, g.Last - g.First));
+    }
+    return true;
+}
+
+bool listMessages(frmMain &w, const QString &group)
+{
+    w.S.CurrentGroup = group;
+    w.setStatus(1, QStringLiteral("Reading Message List"));
+    if (!w.session->runTransaction([group](NewsTransport *t) { t->SelectGroup(group); }))
+        return false;
+    const NewsTransportGroup &g = w.session->transport()->SelectedGroup();
+    qint64 first = g.First;
+    const qint64 last = g.Last;
+    if (w.opt.NewMsgs > 0 && last - first + 1 > w.opt.NewMsgs)
+        first = last - w.opt.NewMsgs + 1;
+    QList<NewsTransportArticle> arts;
+    if (last >= first && last > 0) {
+        if (!w.session->runTransaction([first, last](NewsTransport *t) { t->FetchHeaders(first, last); }))
+            return false;
+        arts = w.session->transport()->SelectedGroup().TakeArticles();
+    }
+    std::sort(arts.begin(), arts.end(), [](const auto &a, const auto &b) { return a.Number > b.Number; });
+    MessageGrid *grid = w.grid;
+    grid->ResizeGrid();
+    QVector<QByteArray> rows;
+    rows.reserve(arts.size());
+    for (const NewsTransportArticle &a : arts) {
+        const NewsTransportMessage &m = a.Message;
+        const QString date = m.header(QStringLiteral("Date"));
+        QDateTime dt = QDateTime::fromString(date.simplified(), Qt::RFC2822Date);
+        if (!dt.isValid())
+            dt = QLocale::c().toDateTime(date.section(QLatin1Char(' '), 0, 4), QStringLiteral("ddd, d MMM yyyy HH:mm:ss"));
+        rows.append(MessageGrid::packRow({QString::number(a.Number),
+                                          dt.isValid() ? dt.toString(QStringLiteral("MM/dd/yyyy")) : QString(),
+                                          m.header(QStringLiteral("Subject")), m.header(QStringLiteral("From")),
+                                          m.header(QStringLiteral("Path")), m.header(QStringLiteral("Message-ID")),
+                                          dt.isValid() ? dt.toString(QStringLiteral("yyyy/MM/dd HH:mm:ss"))
+                                                       : m.header(QStringLiteral("Message-ID")),
+                                          m.header(QStringLiteral("References")), QString()}));
+    }
+    // the message rows first, then the grid's empty row
+    grid->SetRows(1);
+    grid->appendRows(rows);
+    grid->appendRow(QStringList());
+    w.setStatus(1, QStringLiteral("Finished Reading Message List"));
+    return true;
+}
+
+} // namespace
+
+int runBatch(const QStringList &arguments)
+{
+    Args a;
+    for (int i = 1; i < arguments.size(); ++i) {
+        const QString &k = arguments[i];
+        auto value = [&](QString &to) {
+            if (i + 1 >= arguments.size())
+                return false;
+            to = arguments[++i];
+            return true;
+        };
+        bool ok = true;
+        if (k == QLatin1String("--batch"))
+            continue;
+        if (k == QLatin1String("--server"))
+            ok = value(a.server);
+        else if (k == QLatin1String("--user"))
+            ok = value(a.user);
+        else if (k == QLatin1String("--password"))
+            ok = value(a.password);
+        else if (k == QLatin1String("--dest"))
+            ok = value(a.dest);
+        else if (k == QLatin1String("--newest")) {
+            QString n;
+            ok = value(n);
+            a.newest = n.toInt(&ok);
+            ok = ok && a.newest > 0;
+        } else if (k == QLatin1String("--groups")) {
+            ok = a.action.isEmpty();
+            a.action = k;
+        } else if (k == QLatin1String("--list") || k == QLatin1String("--download-all")) {
+            ok = a.action.isEmpty() && value(a.group);
+            a.action = k;
+        } else
+            return usage(QStringLiteral("unknown argument \"%1\"").arg(k));
+        if (!ok)
+            return usage(QStringLiteral("\"%1\" needs a value, or is given twice").arg(k));
+    }
+    if (a.server.isEmpty())
+        return usage(QStringLiteral("--server is required"));
+    if (a.action.isEmpty())
+        return usage(QStringLiteral("no action given"));
+    if (a.action == QLatin1String("--download-all") && a.dest.isEmpty())
+        return usage(QStringLiteral("--download-all needs --dest DIR"));
+    if (a.user.isEmpty() != a.password.isEmpty())
+        return usage(QStringLiteral("--user and --password go together"));
+    // before the program changes its working directory
+    const QString dest = a.dest.isEmpty() ? QString() : withTrailingSlash(QDir(a.dest).absolutePath());
+    if (!dest.isEmpty() && !QDir().mkpath(dest))
+        return usage(QStringLiteral("cannot create the download directory %1").arg(dest));
+
+    BatchPrompter prompter;
+    frmMain w(&prompter, frmMain::Options{true, true});
+    // the user's settings, never written back (the store of a batch window is read-only)
+    cleanAppTempFiles();
+    QDir::setCurrent(cacheDir());
+    readSettings(w.opt, w.store());
+    w.opt.NNTPServer = a.server;
+    if (a.newest > 0)
+        w.opt.NewMsgs = a.newest;
+    if (!dest.isEmpty())
+        w.opt.DestDir = dest;
+    if (!a.user.isEmpty()) {
+        const QString cred = a.user + QStringLiteral("|||") + a.password;
+        w.session->serverData = [cred](const QString &) { return cred; };
+    }
+
+    w.session->NNTP_Connect(false);
+    NewsTransport *t = w.session->transport();
+    if (!t || t->StateText() != Connected) {
+        err(QStringLiteral("newsdredge: could not connect to %1: %2").arg(a.server, reasonOf(w)));
+        return 3;
+    }
+
+    int status = 0;
+    if (a.action == QLatin1String("--groups")) {
+        QStringList lines;
+        if (!listGroups(w, lines)) {
+            err(QStringLiteral("newsdredge: the group list could not be read: %1").arg(reasonOf(w)));
+            status = 4;
+        } else {
+            for (const QString &l : lines)
+                out(l);
+        }
+    } else if (!listMessages(w, a.group)) {
+        err(QStringLiteral("newsdredge: the group %1 could not be listed: %2").arg(a.group, reasonOf(w)));
+        status = 4;
+    } else if (a.action == QLatin1String("--list")) {
+        for (int r = 1; r <= w.grid->lastMessageRow(); ++r)
+            out(w.grid->rowCells(r).mid(0, 8).join(QLatin1Char('\t')));
+    } else {
+        QObject::connect(w.downloader, &Downloader::fileSaved, [](const QString &path) { out(path); });
+        w.S.StopRequested = false;
+        w.downloader->DownloadAll();
+        if (w.S.StopRequested) {
+            err(QStringLiteral("newsdredge: stopped"));
+            status = 5;
+        } else if (w.S.TransportError != 0) {
+            err(QStringLiteral("newsdredge: downloading from %1 failed: %2 %3").arg(a.group, w.status(1), reasonOf(w)).trimmed());
+            status = 5;
+        }
+    }
+    w.session->NNTP_Disconnect();
+    return status;
+}
+
+} // namespace nd

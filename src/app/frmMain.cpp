@@ -1,0 +1,748 @@
+#include "app/frmMain.h"
+
+#include "app/Constants.h"
+#include "app/Paths.h"
+#include "app/StartupDialogs.h"
+#include "app/Wait.h"
+#include "messages/MessageGrid.h"
+#include "ui/ItemList.h"
+#include "ui/Prompter.h"
+
+#include <QAction>
+#include <QApplication>
+#include <QCloseEvent>
+#include <QDesktopServices>
+#include <QDir>
+#include <QFileInfo>
+#include <QGroupBox>
+#include <QHeaderView>
+#include <QLabel>
+#include <QListView>
+#include <QMenuBar>
+#include <QPainter>
+#include <QProgressBar>
+#include <QScreen>
+#include <QSplitter>
+#include <QStatusBar>
+#include <QStyle>
+#include <QSystemTrayIcon>
+#include <QTableView>
+#include <QTimer>
+#include <QToolBar>
+#include <QUrl>
+#include <QVBoxLayout>
+#include <QWindowStateChangeEvent>
+
+namespace {
+
+// Menu items addressed by SetMenuState codes.
+const QHash<int, QString> &menuByCode()
+{
+    static const QHash<int, QString> m = {
+        {1, "menuSetup"}, {3, "menuGroup"}, {4, "menuStop"}, {5, "menuConnect"},
+        {7, "menuDownload"}, {8, "menuDownloadAll"}, {9, "menuView"}, {10, "menuPostC"},
+        {15, "menuExit"}, {30, "menuFind"}, {31, "menuFindNext"}, {32, "menuDowloadAllF"},
+        {33, "menuPostG"}, {34, "menuPostF"}, {35, "menuEmailC"}, {36, "menuEmailG"},
+        {37, "menuEmailF"}, {38, "menuEmailS"}, {39, "menuWebC"}, {40, "menuWebG"},
+        {41, "menuWebF"}, {42, "menuWebM"}, {43, "menuServC"}, {44, "menuServG"},
+        {45, "menuServS"}, {46, "menuServF"}, {47, "menuScan"}, {49, "menuGen"},
+        {50, "menuCheck"}, {51, "menuLoad"}, {52, "menuRefreshM"}, {53, "menuRefreshG"},
+    };
+    return m;
+}
+
+const QHash<QString, QList<int>> &codesByScope()
+{
+    static const QHash<QString, QList<int>> m = {
+        {"CG", {39, 35, 10, 43}},
+        {"SG", {40, 36, 33, 44}},
+        {"FA", {41, 37, 34, 46, 32}},
+        {"SM", {42}},
+        {"SS", {38, 45}},
+        {"SR", {47, 49, 50}},
+    };
+    return m;
+}
+
+// The command each toolbar key stands for.
+QString menuOfKey(const QString &key)
+{
+    static const QHash<QString, QString> m = {
+        {"Setup", "menuSetup"}, {"Groups", "menuGroup"}, {"Stop", "menuStop"},
+        {"Connect", "menuConnect"}, {"Disconnect", "menuConnect"}, {"Download", "menuDownload"},
+        {"View", "menuView"}, {"Post", "menuPostC"}, {"Links", "Links"}};
+    return m.value(key);
+}
+
+QIcon appIcon()
+{
+    static QIcon icon = [] {
+        QPixmap pm(32, 32);
+        pm.fill(Qt::transparent);
+        QPainter p(&pm);
+        p.setRenderHint(QPainter::Antialiasing);
+        p.setBrush(QColor(30, 90, 160));
+        p.setPen(Qt::NoPen);
+        p.drawRoundedRect(1, 1, 30, 30, 6, 6);
+        p.setPen(Qt::white);
+        QFont f = p.font();
+        f.setBold(true);
+        f.setPixelSize(20);
+        p.setFont(f);
+        p.drawText(QRect(0, 0, 32, 32), Qt::AlignCenter, QStringLiteral("N"));
+        return QIcon(pm);
+    }();
+    return icon;
+}
+
+} // namespace
+
+frmMain::frmMain(Prompter *prompter, Options options)
+    : m_options(options), m_prompter(prompter)
+{
+    setObjectName(QStringLiteral("frmMain"));
+    if (m_options.batch)
+        m_store.setReadOnly(true);
+    setWindowIcon(appIcon());
+    buildWidgets();
+    buildMenus();
+    buildToolbar();
+
+    Timer1 = new QTimer(this);
+    Timer1->setInterval(1000);
+    connect(Timer1, &QTimer::timeout, this, &frmMain::onTick);
+    Timer1->start();
+
+    TrayIcon1 = new QSystemTrayIcon(this);
+    connect(TrayIcon1, &QSystemTrayIcon::activated, this, [this](QSystemTrayIcon::ActivationReason) {
+        // restore the window from the tray
+        setWindowState(windowState() & ~Qt::WindowMinimized);
+        if (isHidden()) {
+            show();
+            raise();
+            activateWindow();
+        }
+    });
+
+    transportStateText = [] { return QStringLiteral("Disconnected from NNTP Server"); };
+
+    wireCommand(QStringLiteral("menuExit"), [this] { close(); });
+    wireCommand(QStringLiteral("Links"), [this] { OpenDocument(nd::appFile(QStringLiteral("UsenetHTTP.htm"))); });
+    wireCommand(QStringLiteral("menuStop"), [this] { StopOperation(); });
+    wireCommand(QStringLiteral("menuAbout"), [this] { showAbout(); });
+    wireCommand(QStringLiteral("menuQuickHelp"), [this] { showQuickHelp(false); });
+    wireCommand(QStringLiteral("menuSearch"), [this] { OpenDocument(QString::fromLatin1(nd::UrlMediaSearch)); });
+    wireCommand(QStringLiteral("menuDemo"), [this] { OpenDocument(QString::fromLatin1(nd::UrlDemo)); });
+    wireCommand(QStringLiteral("menuSupport"), [this] { OpenDocument(QString::fromLatin1(nd::UrlSupport)); });
+    wireCommand(QStringLiteral("menuVisit"), [this] { OpenDocument(QString::fromLatin1(nd::UrlHome)); });
+
+    nd::setWaitEndedHook([this] {
+        if (m_closePending) {
+            m_closePending = false;
+            close();
+        }
+    });
+
+    createControllers();
+    setStatus(1, QStringLiteral("Click on CONNECT to connect to Server"));
+    SetMenuState(4, false);   // nothing to stop yet
+}
+
+frmMain::~frmMain()
+{
+    nd::setWaitEndedHook(nullptr);
+}
+
+// ------------------------------------------------------------------ layout
+
+void frmMain::buildWidgets()
+{
+    auto makeListView = [this](ItemList *model, const QString &name) {
+        auto *v = new QListView(this);
+        v->setObjectName(name);
+        v->setModel(model);
+        v->setSelectionModel(model->selectionModel());
+        v->setUniformItemSizes(true);
+        v->setSelectionMode(QAbstractItemView::ExtendedSelection);
+        v->setEditTriggers(QAbstractItemView::NoEditTriggers);
+        return v;
+    };
+
+    lstGroups = new ItemList(this);
+    lstFavorites = new ItemList(this);
+    lstFiles = new ItemList(this);
+    lstHTTP = new ItemList(this);
+    lstMsgBuffer = new ItemList(this);
+
+    lblGrp = new QLabel(QStringLiteral("  Group List"), this);
+    lblGrp->setObjectName(QStringLiteral("lblGrp"));
+    lblFav = new QLabel(this);
+    lblFav->setObjectName(QStringLiteral("lblFav"));
+    lstGroupsView = makeListView(lstGroups, QStringLiteral("lstGroups"));
+    lstFavoritesView = makeListView(lstFavorites, QStringLiteral("lstFavorites"));
+    lstFilesView = makeListView(lstFiles, QStringLiteral("lstFiles"));
+    lstHTTPView = makeListView(lstHTTP, QStringLiteral("lstHTTP"));
+
+    grid = new MessageGrid(this);
+    MSHResults = new QTableView(this);
+    MSHResults->setObjectName(QStringLiteral("MSHResults"));
+    MSHResults->setModel(grid);
+    MSHResults->setSelectionBehavior(QAbstractItemView::SelectRows);
+    MSHResults->setSelectionMode(QAbstractItemView::ContiguousSelection);
+    MSHResults->setEditTriggers(QAbstractItemView::NoEditTriggers);
+    MSHResults->setWordWrap(false);
+    MSHResults->setAlternatingRowColors(true);
+    MSHResults->verticalHeader()->setVisible(false);
+    MSHResults->verticalHeader()->setSectionResizeMode(QHeaderView::Fixed);
+    MSHResults->verticalHeader()->setDefaultSectionSize(MSHResults->fontMetrics().height() + 4);
+    MSHResults->horizontalHeader()->setSectionsClickable(true);
+    MSHResults->horizontalHeader()->setHighlightSections(false);
+    MSHResults->horizontalHeader()->setStretchLastSection(false);
+    const int widths[MessageGrid::Cols] = {70, 80, 420, 200, 160, 160, 130, 160, 0};
+    for (int c = 0; c < MessageGrid::Cols; ++c)
+        MSHResults->setColumnWidth(c, widths[c]);
+    MSHResults->setColumnHidden(8, true);
+    MSHResults->setColumnHidden(0, true);   // article numbers are shown on request
+
+    auto *groupsPane = new QWidget(this);
+    auto *gl = new QVBoxLayout(groupsPane);
+    gl->setContentsMargins(0, 0, 0, 0);
+    gl->setSpacing(2);
+    gl->addWidget(lblGrp);
+    gl->addWidget(lstGroupsView);
+    auto *favPane = new QWidget(this);
+    auto *fl = new QVBoxLayout(favPane);
+    fl->setContentsMargins(0, 0, 0, 0);
+    fl->setSpacing(2);
+    fl->addWidget(lblFav);
+    fl->addWidget(lstFavoritesView);
+
+    auto *left = new QSplitter(Qt::Vertical, this);
+    left->addWidget(groupsPane);
+    left->addWidget(favPane);
+    left->setStretchFactor(0, 3);
+    left->setStretchFactor(1, 2);
+
+    frameFiles = new QGroupBox(QStringLiteral("Saved Files (0)"), this);
+    frameFiles->setObjectName(QStringLiteral("frameFiles"));
+    auto *ffl = new QVBoxLayout(frameFiles);
+    ffl->setContentsMargins(4, 4, 4, 4);
+    ffl->addWidget(lstFilesView);
+
+    Picture1 = new QLabel(this);
+    Picture1->setObjectName(QStringLiteral("Picture1"));
+    Picture1->setAlignment(Qt::AlignCenter);
+    Picture1->setMinimumSize(120, 90);
+    Picture1->setFrameShape(QFrame::StyledPanel);
+    Picture1->setSizePolicy(QSizePolicy::Preferred, QSizePolicy::Ignored);
+
+    frameHTTP = new QGroupBox(QStringLiteral("Web/FTP Addresses (0)"), this);
+    frameHTTP->setObjectName(QStringLiteral("frameHTTP"));
+    auto *fhl = new QVBoxLayout(frameHTTP);
+    fhl->setContentsMargins(4, 4, 4, 4);
+    fhl->addWidget(lstHTTPView);
+
+    auto *bottom = new QSplitter(Qt::Horizontal, this);
+    bottom->addWidget(frameFiles);
+    bottom->addWidget(Picture1);
+    bottom->addWidget(frameHTTP);
+    bottom->setStretchFactor(0, 2);
+    bottom->setStretchFactor(1, 2);
+    bottom->setStretchFactor(2, 2);
+
+    auto *right = new QSplitter(Qt::Vertical, this);
+    right->addWidget(MSHResults);
+    right->addWidget(bottom);
+    right->setStretchFactor(0, 3);
+    right->setStretchFactor(1, 1);
+
+    auto *main = new QSplitter(Qt::Horizontal, this);
+    main->addWidget(left);
+    main->addWidget(right);
+    main->setStretchFactor(0, 1);
+    main->setStretchFactor(1, 3);
+    main->setSizes({260, 740});
+    setCentralWidget(main);
+
+    for (int i = 0; i < 3; ++i) {
+        m_panels[i] = new QLabel(this);
+        m_panels[i]->setObjectName(QStringLiteral("statbarPanel%1").arg(i + 1));
+        m_panels[i]->setMinimumWidth(i == 0 ? 260 : 90);
+        statusBar()->addWidget(m_panels[i], i == 1 ? 2 : 1);
+    }
+    statusBar()->setObjectName(QStringLiteral("statbar"));
+    progBar = new QProgressBar(this);
+    progBar->setObjectName(QStringLiteral("progBar"));
+    progBar->setMaximumWidth(180);
+    progBar->setTextVisible(false);
+    progBar->setRange(0, 100);
+    progBar->setValue(0);
+    statusBar()->addPermanentWidget(progBar);
+}
+
+struct MenuEntry {
+    const char *name;
+    const char *caption;
+};
+
+void frmMain::buildMenus()
+{
+    auto addItem = [this](QMenu *menu, const char *name, const char *caption) {
+        QAction *a = menu->addAction(QString::fromUtf8(caption));
+        a->setObjectName(QString::fromLatin1(name));
+        a->setEnabled(false);
+        m_actions.insert(a->objectName(), a);
+        connect(a, &QAction::triggered, this, [this, n = a->objectName()] {
+            if (auto h = m_handlers.value(n))
+                h();
+        });
+        return a;
+    };
+    auto addMenu = [this](QMenu *parent, const char *name, const char *caption) {
+        QMenu *m = parent ? parent->addMenu(QString::fromUtf8(caption)) : menuBar()->addMenu(QString::fromUtf8(caption));
+        m->setObjectName(QString::fromLatin1(name));
+        m_actions.insert(m->objectName(), m->menuAction());
+        return m;
+    };
+
+    QMenu *file = addMenu(nullptr, "menuFile", "&File");
+    QMenu *fav = addMenu(file, "menuFav", "&Favorites (Subscribed)");
+    addItem(fav, "menuNew", "&New Favorites File");
+    addItem(fav, "menuLoad", "&Load Favorites");
+    addItem(fav, "menuSave", "S&ave Favorites");
+    file->addSeparator();
+    addItem(file, "menuSetup", "&Setup");
+    file->addSeparator();
+    addItem(file, "menuExit", "E&xit");
+
+    QMenu *edit = addMenu(nullptr, "menuEdit", "&Edit");
+    addItem(edit, "menuFind", "&Find")->setShortcut(QKeySequence(Qt::CTRL | Qt::Key_F));
+    addItem(edit, "menuFindNext", "Find &Next");
+
+    QMenu *conn = addMenu(nullptr, "menuConnection", "&Connection");
+    addItem(conn, "menuConnect", "&Connect to Server");
+    addItem(conn, "menuGroup", "&Groups");
+    addItem(conn, "menuStop", "&Stop Transaction");
+    conn->addSeparator();
+    addItem(conn, "menuSearch", "&Search for Media");
+
+    QMenu *ret = addMenu(nullptr, "menuretreive", "&Retrieve");
+    addItem(ret, "menuDownloadAll", "&All Attachments");
+    addItem(ret, "menuDownload", "from Selected Messages");
+    addItem(ret, "menuDowloadAllF", "from Selected &Favorite Groups");
+    ret->addSeparator();
+    addItem(ret, "menuView", "&View (Download) Attachment (right-Click)");
+    ret->addSeparator();
+    addItem(ret, "menuRefreshM", "&Refresh Message List");
+    addItem(ret, "menuRefreshG", "Refresh &Group List");
+    ret->addSeparator();
+    addItem(ret, "menuPreviewL", "&Large Image Preview");
+    QAction *preview = addItem(ret, "menuPreview", "&Preview Incoming Images");
+    preview->setCheckable(true);
+    preview->setChecked(true);
+
+    QMenu *post = addMenu(nullptr, "menuPost", "&Post");
+    addItem(post, "menuPostC", "to Current Group");
+    addItem(post, "menuPostG", "to Selected Groups");
+    addItem(post, "menuPostF", "to Selected &Favorites");
+
+    QMenu *adv = addMenu(nullptr, "menuAdvanced", "&Advanced");
+    QMenu *findGroup = addMenu(adv, "menuFindGroup", "Find &Group");
+    addItem(findGroup, "menuScan", "in &Selected Servers (add to Favorites)");
+    addItem(findGroup, "menuScanE", "in Se&lected Servers (add to Favories Exclusively)");
+    QMenu *web = addMenu(adv, "menuWeb", "Find && Web/FTP Addresses");
+    addItem(web, "menuWebC", "in &Current Group");
+    addItem(web, "menuWebG", "in &Selected Groups");
+    addItem(web, "menuWebF", "in Selected &Favorites");
+    addItem(web, "menuWebM", "in Selected &Messages");
+    QMenu *serv = addMenu(adv, "menuFindServers", "F&ind Open Servers");
+    addItem(serv, "menuServC", "in &Current Group");
+    addItem(serv, "menuServG", "in &Selected Groups");
+    addItem(serv, "menuServF", "in Selected &Favorites");
+    addItem(serv, "menuServS", "in S&elected Servers");
+    QMenu *email = addMenu(adv, "menuEmail", "Find &Email Addresses");
+    addItem(email, "menuEmailC", "in &Current Group");
+    addItem(email, "menuEmailG", "in &Selected Groups");
+    addItem(email, "menuEmailF", "in Selected &Favorites");
+    addItem(email, "menuEmailS", "in S&elected Servers");
+    adv->addSeparator();
+    addItem(adv, "menuGen", "&Generate List of Groups on Selected Servers");
+    addItem(adv, "menuAuto", "&Schedule Auto Download");
+    addItem(adv, "menuCheck", "Check and Verify &Selected Servers");
+
+    QMenu *help = addMenu(nullptr, "menuHelp", "&Help");
+    addItem(help, "menuQuickHelp", "&Quick Help");
+    addItem(help, "menuDemo", "&Online Demo");
+    addItem(help, "menuSupport", "&Support");
+    addItem(help, "menuVisit", QStringLiteral("&Visit %1").arg(QLatin1String(nd::MakerName)).toUtf8().constData());
+    help->addSeparator();
+    addItem(help, "menuAbout", "&About");
+}
+
+void frmMain::buildToolbar()
+{
+    Toolbar1 = addToolBar(QStringLiteral("Toolbar1"));
+    Toolbar1->setObjectName(QStringLiteral("Toolbar1"));
+    Toolbar1->setMovable(false);
+    Toolbar1->setToolButtonStyle(Qt::ToolButtonTextUnderIcon);
+    struct B {
+        int pos;
+        const char *key;
+        const char *tip;
+        QStyle::StandardPixmap icon;
+    };
+    const B buttons[] = {
+        {1, "Setup", "Setup options", QStyle::SP_FileDialogDetailedView},
+        {3, "Groups", "Show group list", QStyle::SP_FileDialogListView},
+        {4, "Stop", "Stop", QStyle::SP_BrowserStop},
+        {5, "Connect", "Connect to server", QStyle::SP_DriveNetIcon},
+        {7, "Download", "Download message attachment", QStyle::SP_ArrowDown},
+        {9, "View", "View message", QStyle::SP_FileDialogContentsView},
+        {10, "Post", "Post message", QStyle::SP_FileDialogNewFolder},
+        {12, "Links", "Show links", QStyle::SP_DirLinkIcon},
+    };
+    int pos = 1;
+    for (const B &b : buttons) {
+        while (pos < b.pos) {
+            Toolbar1->addSeparator();
+            ++pos;
+        }
+        QAction *a = Toolbar1->addAction(style()->standardIcon(b.icon), QString::fromLatin1(b.key));
+        a->setObjectName(QStringLiteral("tb") + QString::fromLatin1(b.key));
+        a->setToolTip(QString::fromLatin1(b.tip));
+        a->setData(QString::fromLatin1(b.key));
+        a->setEnabled(false);
+        m_buttons.insert(QString::fromLatin1(b.key), a);
+        m_buttonAt.insert(b.pos, a);
+        connect(a, &QAction::triggered, this, [this, a] { toolbarClick(a->data().toString()); });
+        ++pos;
+    }
+}
+
+// ------------------------------------------------------------------ commands
+
+QAction *frmMain::action(const QString &name) const
+{
+    return m_actions.value(name);
+}
+
+QAction *frmMain::toolButton(const QString &key) const
+{
+    return m_buttons.value(key);
+}
+
+QString frmMain::toolKey(QAction *button) const
+{
+    return button ? button->data().toString() : QString();
+}
+
+void frmMain::setToolKey(const QString &oldKey, const QString &newKey)
+{
+    QAction *a = m_buttons.take(oldKey);
+    if (!a)
+        return;
+    a->setData(newKey);
+    a->setText(newKey);
+    m_buttons.insert(newKey, a);
+}
+
+void frmMain::wireCommand(const QString &menuName, std::function<void()> handler)
+{
+    m_handlers.insert(menuName, std::move(handler));
+    m_built.insert(menuName);
+    if (QAction *a = action(menuName))
+        a->setEnabled(true);
+    for (QAction *b : std::as_const(m_buttons))
+        if (menuOfKey(b->data().toString()) == menuName)
+            b->setEnabled(true);
+}
+
+void frmMain::toolbarClick(const QString &key)
+{
+    S.StopRequested = false;
+    auto run = [this](const char *menu) {
+        const QString n = QString::fromLatin1(menu);
+        QAction *a = action(n);
+        if (a ? a->isEnabled() : commandBuilt(n))
+            if (auto h = m_handlers.value(n))
+                h();
+    };
+    if (key == QLatin1String("Links"))
+        run("Links");
+    else if (key == QLatin1String("Setup"))
+        run("menuSetup");
+    else if (key == QLatin1String("Post"))
+        run("menuPostC");
+    else if (key == QLatin1String("Stop"))
+        StopOperation();
+    else if (key == QLatin1String("Connect") || key == QLatin1String("Disconnect"))
+        run("menuConnect");
+    else if (key == QLatin1String("Groups"))
+        run("menuGroup");
+    else if (key == QLatin1String("Download"))
+        run("menuDownload");
+    else if (key == QLatin1String("View"))
+        run("menuView");
+}
+
+// ------------------------------------------------------------------ helpers
+
+void frmMain::setStatus(int panel, const QString &text)
+{
+    if (panel < 1 || panel > 3)
+        return;
+    m_panels[panel - 1]->setText(text);
+    if (m_options.batch && !text.isEmpty() && panel != 3) {
+        static QString last[3];
+        if (last[panel - 1] != text) {
+            last[panel - 1] = text;
+            fprintf(stderr, "%s\n", text.toLocal8Bit().constData());
+        }
+    }
+}
+
+QString frmMain::status(int panel) const
+{
+    return panel >= 1 && panel <= 3 ? m_panels[panel - 1]->text() : QString();
+}
+
+void frmMain::UpdateCaption(const QString &code)
+{
+    const int c = code.toInt();
+    switch (c) {
+    case 0:
+        lblFav->setText(QStringLiteral("  Favorite Groups [%1] (%2)").arg(S.FavoritesShortName).arg(lstFavorites->count()));
+        break;
+    case 1: {
+        const int last = grid->lastMessageRow();
+        lblGrp->setText(QStringLiteral("  Available Messages (%1)  Group : %2").arg(last).arg(S.CurrentGroup));
+        break;
+    }
+    case 2:
+        lblGrp->setText(QStringLiteral("  Available Groups : %1 (%2)").arg(opt.NNTPServer).arg(lstGroups->count()));
+        break;
+    case 3:
+        frameFiles->setTitle(QStringLiteral("Saved Files (%1)").arg(lstFiles->count()));
+        break;
+    case 4:
+        frameHTTP->setTitle(QStringLiteral("Web/FTP Addresses (%1)").arg(lstHTTP->count()));
+        break;
+    case 9:
+        frameHTTP->setTitle(QStringLiteral("Email Addresses (%1)").arg(lstHTTP->count()));
+        break;
+    case 10:
+        frameHTTP->setTitle(QStringLiteral("Server Addresses (%1)").arg(lstHTTP->count()));
+        break;
+    case 6:
+        frameHTTP->setTitle(QStringLiteral("Found/Status (%1)").arg(lstHTTP->count()));
+        break;
+    case 7:
+        lblFav->setText(QStringLiteral("  Checking %1 Servers").arg(lstFavorites->count()));
+        break;
+    case 8:
+        m_setupServerCaption = QStringLiteral("NNTP Servers (%1)").arg(m_serverCount);
+        break;
+    case 5:
+        setWindowTitle(QStringLiteral("Newsdredge! v%1 (%2) ").arg(QLatin1String(nd::VersionText), opt.NNTPServer));
+        break;
+    default:
+        break;
+    }
+}
+
+void frmMain::SetMenuState(int code, bool enabled)
+{
+    if (code < 30)
+        if (QAction *b = m_buttonAt.value(code)) {
+            // a button stands for a command; it stays off while that command is not built
+            b->setEnabled(enabled && commandBuilt(menuOfKey(b->data().toString())));
+        }
+    const QString name = menuByCode().value(code);
+    if (name.isEmpty())
+        return;
+    if (QAction *a = action(name))
+        a->setEnabled(enabled && commandBuilt(name));
+}
+
+void frmMain::MenuOnOff(const QString &scope, bool enabled)
+{
+    for (int code : codesByScope().value(scope))
+        SetMenuState(code, enabled);
+}
+
+bool frmMain::IsConnectedIdle(bool warn)
+{
+    const bool open = transportStateText && transportStateText() == QLatin1String("Connected to NNTP Server");
+    if (open && warn)
+        m_prompter->message(QStringLiteral("Please Disconnect First"), Prompter::Exclamation, Prompter::Ok,
+                            QStringLiteral("Newsdredge!"));
+    return open;
+}
+
+void frmMain::OpenDocument(const QString &target)
+{
+    setBusy(true);
+    bool ok = false;
+    if (!target.isEmpty()) {
+        QUrl url = QUrl::fromUserInput(target, QDir::currentPath(), QUrl::AssumeLocalFile);
+        if (url.isLocalFile() && !QFileInfo::exists(url.toLocalFile()))
+            ok = false;
+        else
+            ok = QDesktopServices::openUrl(url);
+    }
+    setBusy(false);
+    if (!ok)
+        m_prompter->message(QStringLiteral("Error Executing Application or File Not Found"), Prompter::NoIcon, Prompter::Ok);
+}
+
+void frmMain::StopOperation()
+{
+    S.StopRequested = true;
+    SetMenuState(4, false);
+    setStatus(1, QStringLiteral("Stopped"));
+    progBar->setValue(0);
+    if (abortTransaction)
+        abortTransaction();
+}
+
+void frmMain::setBusy(bool busy)
+{
+    if (m_options.batch)
+        return;
+    if (busy)
+        QApplication::setOverrideCursor(Qt::WaitCursor);
+    else
+        while (QApplication::overrideCursor())
+            QApplication::restoreOverrideCursor();
+}
+
+void frmMain::onTick()
+{
+    S.SecondsTick = nd::nextSecondsTick(S.SecondsTick);
+}
+
+void frmMain::applyTrayOnStateChange()
+{
+    if (m_store.get(QStringLiteral("Tray"), QStringLiteral("0")) != QLatin1String("1"))
+        return;
+    if (isMinimized()) {
+        TrayIcon1->setVisible(true);
+        // only hide when the tray can bring the window back
+        if (QSystemTrayIcon::isSystemTrayAvailable())
+            QTimer::singleShot(0, this, [this] { if (isMinimized()) hide(); });
+    } else {
+        TrayIcon1->setVisible(false);
+    }
+}
+
+void frmMain::changeEvent(QEvent *event)
+{
+    QMainWindow::changeEvent(event);
+    if (event->type() == QEvent::WindowStateChange)
+        applyTrayOnStateChange();
+}
+
+// ------------------------------------------------------------------ start-up and shutdown
+
+void frmMain::startUp()
+{
+    if (!m_options.skipStartupDialogs && !m_options.batch) {
+        showSplash();
+        if (m_store.get(QStringLiteral("QHShow")).isEmpty())
+            showQuickHelp(true);
+    }
+    setWindowTitle(QStringLiteral("Newsdredge! v%1").arg(QLatin1String(nd::VersionText)));
+    QRect desktop;
+    for (QScreen *s : QGuiApplication::screens())
+        desktop = desktop.united(s->availableGeometry());
+    if (desktop.isEmpty())
+        desktop = QRect(0, 0, 1024, 768);
+    setGeometry(nd::restoreMainGeometry(m_store, desktop));
+    GetSettings();
+}
+
+void frmMain::GetSettings()
+{
+    TrayIcon1->setIcon(windowIcon());
+    TrayIcon1->setToolTip(QStringLiteral("Newsdredge! %1").arg(QLatin1String(nd::VersionText)));
+    nd::cleanAppTempFiles();
+    QDir::setCurrent(nd::cacheDir());
+    nd::readSettings(opt, m_store);
+    S.FavoritesShortName = QFileInfo(opt.FavoritesFile).completeBaseName();
+    UpdateCaption(QStringLiteral("5"));
+    if (opt.Preview == 0)
+        if (QAction *p = action(QStringLiteral("menuPreview")))
+            p->setChecked(false);
+    if (QFileInfo::exists(opt.FavoritesFile))
+        lstFavorites->load(opt.FavoritesFile);
+    UpdateCaption(QStringLiteral("0"));
+    emit settingsLoaded();
+    if (opt.NNTPServer.isEmpty())
+        firstRunDialogue();
+}
+
+void frmMain::firstRunDialogue()
+{
+    m_prompter->message(QStringLiteral("It appears you have no Usenet server defined.  To access Usenet you must have a server assigned."),
+                        Prompter::Critical, Prompter::Ok);
+    const auto a = m_prompter->message(QStringLiteral("Would you like information on obtaining a free Usenet server account?"),
+                                       Prompter::Question, Prompter::YesNo, QString(), Prompter::AnswerNo);
+    if (a == Prompter::AnswerYes)
+        OpenDocument(QString::fromLatin1(nd::UrlAccountSetup));
+}
+
+void frmMain::SaveSettings()
+{
+    if (!opt.FavoritesFile.isEmpty() && !m_store.readOnly() && !S.ScanMode)
+        lstFavorites->save(opt.FavoritesFile);
+    nd::cleanAppTempFiles();
+    nd::cleanDownloadTempFiles(opt.DestDir);
+    nd::writeMainBlock(opt, m_store);
+    m_store.sync();
+}
+
+void frmMain::closeEvent(QCloseEvent *event)
+{
+    S.StopRequested = true;
+    if (nd::waitDepth() > 0) {
+        // a loop is still waiting: let it end, then close for real
+        m_closePending = true;
+        if (abortTransaction)
+            abortTransaction();
+        event->ignore();
+        return;
+    }
+    if (!m_shutdownDone)
+        shutdown();
+    event->accept();
+}
+
+void frmMain::shutdown()
+{
+    emit shuttingDown();   // secondary windows close themselves
+    if (isMinimized() || isMaximized())
+        setWindowState(Qt::WindowNoState);
+    nd::yieldOnce();
+    nd::storeMainGeometry(m_store, normalGeometry().isValid() ? normalGeometry() : geometry());
+    m_store.save(QStringLiteral("ProxyHost"), opt.ProxyHost);
+    m_store.save(QStringLiteral("ProxyPort"), QString::number(opt.ProxyPort));
+    m_store.save(QStringLiteral("DestDir"), opt.DestDir);
+    SaveSettings();
+    TrayIcon1->hide();
+    m_shutdownDone = true;
+}
+
+void frmMain::showAbout()
+{
+    nd::showAboutBox(this);
+}
+
+void frmMain::showQuickHelp(bool startup)
+{
+    nd::showQuickHelp(this, m_store, startup);
+}
+
+void frmMain::showSplash()
+{
+    nd::showSplash(this);
+}

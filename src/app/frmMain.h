@@ -1,0 +1,176 @@
+#pragma once
+#include "app/AppState.h"
+#include "settings/Settings.h"
+#include "settings/SettingsStore.h"
+
+#include <QHash>
+#include <QMainWindow>
+#include <QPointer>
+#include <QSet>
+#include <functional>
+#include <memory>
+
+class QAction;
+class QGroupBox;
+class QLabel;
+class QListView;
+class QMenu;
+class QProgressBar;
+class QSplitter;
+class QSystemTrayIcon;
+class QTableView;
+class QTimer;
+class QToolBar;
+class QToolButton;
+class ItemList;
+class MessageGrid;
+class Prompter;
+// The areas of the program; each is created by createControllers() once it exists.
+class NewsSession;
+class ServerList;
+class frmSetup;
+class GroupList;
+class Favorites;
+class MessageList;
+class GridController;
+class Downloader;
+class SavedFiles;
+class Viewer;
+class Poster;
+class Harvester;
+class ServerChecker;
+
+// The main window: lives from start to exit and owns the program-wide state, the lists, the
+// message grid, the status bar and the command set.
+class frmMain : public QMainWindow {
+    Q_OBJECT
+public:
+    struct Options {
+        bool batch = false;          // never shown; settings are read but never written
+        bool skipStartupDialogs = false;   // no splash / quick help (tests, batch)
+    };
+    explicit frmMain(Prompter *prompter, Options options);
+    explicit frmMain(Prompter *prompter) : frmMain(prompter, Options{}) {}
+    ~frmMain() override;
+
+    // Start-up: splash, quick help on first run, title, geometry, GetSettings.
+    void startUp();
+    void GetSettings();
+    void SaveSettings();
+
+    AppState S;
+    Settings opt;
+    SettingsStore &store() { return m_store; }
+    Prompter &prompter() { return *m_prompter; }
+    void setPrompter(Prompter *p) { m_prompter = p; }
+    bool isBatch() const { return m_options.batch; }
+
+    // Controls other parts of the program address by name.
+    ItemList *lstGroups = nullptr;
+    ItemList *lstFavorites = nullptr;
+    ItemList *lstFiles = nullptr;
+    ItemList *lstHTTP = nullptr;
+    ItemList *lstMsgBuffer = nullptr;    // hidden helper list
+    QListView *lstGroupsView = nullptr;
+    QListView *lstFavoritesView = nullptr;
+    QListView *lstFilesView = nullptr;
+    QListView *lstHTTPView = nullptr;
+    QLabel *lblGrp = nullptr;
+    QLabel *lblFav = nullptr;
+    MessageGrid *grid = nullptr;
+    QTableView *MSHResults = nullptr;
+    QGroupBox *frameFiles = nullptr;
+    QGroupBox *frameHTTP = nullptr;
+    QLabel *Picture1 = nullptr;
+    QProgressBar *progBar = nullptr;
+    QToolBar *Toolbar1 = nullptr;
+    QTimer *Timer1 = nullptr;
+    QSystemTrayIcon *TrayIcon1 = nullptr;
+
+    // The areas of the program (null while an area is not built).
+    NewsSession *session = nullptr;
+    ServerList *servers = nullptr;
+    frmSetup *setup = nullptr;
+    GroupList *groups = nullptr;
+    Favorites *favorites = nullptr;
+    MessageList *messages = nullptr;
+    GridController *gridControl = nullptr;
+    Downloader *downloader = nullptr;
+    SavedFiles *savedFiles = nullptr;
+    Viewer *viewer = nullptr;
+    Poster *poster = nullptr;
+    Harvester *harvester = nullptr;
+    ServerChecker *serverChecker = nullptr;
+
+    // Status bar panels 1..3.
+    void setStatus(int panel, const QString &text);
+    QString status(int panel) const;
+
+    // Commands.
+    QAction *action(const QString &name) const;            // by menu item name, e.g. "menuConnect"
+    QAction *toolButton(const QString &key) const;         // by toolbar key, e.g. "Connect"
+    QString toolKey(QAction *button) const;
+    void setToolKey(const QString &oldKey, const QString &newKey); // the Connect/Disconnect button
+    // Attaches a procedure to a command. Commands without one stay disabled.
+    void wireCommand(const QString &menuName, std::function<void()> handler);
+    bool commandBuilt(const QString &menuName) const { return m_built.contains(menuName); }
+    void toolbarClick(const QString &key);                 // toolbar dispatch
+
+    // Helpers every procedure uses.
+    void UpdateCaption(const QString &code);
+    void SetMenuState(int code, bool enabled);
+    void MenuOnOff(const QString &scope, bool enabled);
+    bool IsConnectedIdle(bool warn);
+    void OpenDocument(const QString &target);
+    void StopOperation();
+    void setBusy(bool busy);
+    int serverCount() const { return m_serverCount; }      // for caption "8"
+    void setServerCount(int n) { m_serverCount = n; }
+    QString setupServerFrameCaption() const { return m_setupServerCaption; }
+
+    // The session's state text, as the news transport reports it.
+    std::function<QString()> transportStateText;
+    // Called by Stop while a transaction waits (aborts the transport's running transaction).
+    std::function<void()> abortTransaction;
+
+    // Tray behaviour on resize/minimise.
+    void applyTrayOnStateChange();
+
+    bool shutdownDone() const { return m_shutdownDone; }
+
+signals:
+    void settingsLoaded();
+    void shuttingDown();
+    void groupListWanted(bool useCache);   // a connect asks for the group list
+    void previewCleared();                 // a disconnect clears the large preview
+
+protected:
+    void closeEvent(QCloseEvent *event) override;
+    void changeEvent(QEvent *event) override;
+
+private:
+    void buildWidgets();
+    void buildMenus();
+    void buildToolbar();
+    void createControllers();   // app/Controllers.cpp
+    void onTick();
+    void shutdown();
+    void showAbout();
+    void showQuickHelp(bool startup);
+    void showSplash();
+    void firstRunDialogue();
+
+    Options m_options;
+    SettingsStore m_store;
+    Prompter *m_prompter;
+    QLabel *m_panels[3] = {nullptr, nullptr, nullptr};
+    QHash<QString, QAction *> m_actions;
+    QHash<QString, QAction *> m_buttons;      // key -> button action
+    QHash<int, QAction *> m_buttonAt;         // toolbar position -> button action
+    QHash<QString, std::function<void()>> m_handlers;
+    QSet<QString> m_built;
+    int m_serverCount = 0;
+    QString m_setupServerCaption;
+    bool m_closePending = false;
+    bool m_shutdownDone = false;
+};

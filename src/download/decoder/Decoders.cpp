@@ -1,0 +1,847 @@
+#include "download/decoder/Decoders.h"
+
+#include "download/decoder/Crc32.h"
+#include "download/decoder/YencKernel.h"
+
+#include <QFile>
+#include <QFileInfo>
+
+#include <algorithm>
+#include <cstring>
+#include <map>
+#include <vector>
+
+namespace decoder {
+
+namespace {
+
+constexpr qint64 kChunk = 4 << 20;      // bytes of encoded text decoded per step
+constexpr qint64 kMaxNumber = qint64(1) << 50;
+
+// ---- small text helpers over raw bytes -------------------------------------
+
+qint64 lineEnd(const char *d, qint64 pos, qint64 len)
+{
+    const void *p = memchr(d + pos, '\n', size_t(len - pos));
+    return p ? qint64(static_cast<const char *>(p) - d) : len;
+}
+
+// The line [pos, end) without its CR.
+QByteArray lineAt(const char *d, qint64 pos, qint64 end)
+{
+    qint64 e = end;
+    if (e > pos && d[e - 1] == '\r')
+        --e;
+    return QByteArray(d + pos, int(std::min<qint64>(e - pos, 1 << 20)));
+}
+
+bool startsWith(const char *d, qint64 pos, qint64 len, const char *what)
+{
+    const qint64 n = qint64(strlen(what));
+    return len - pos >= n && memcmp(d + pos, what, size_t(n)) == 0;
+}
+
+// Position of the first line starting with `what` at or after pos, or -1.
+qint64 findLineStarting(const char *d, qint64 pos, qint64 len, const char *what)
+{
+    const qint64 n = qint64(strlen(what));
+    while (pos < len) {
+        const void *hit = memmem(d + pos, size_t(len - pos), what, size_t(n));
+        if (!hit)
+            return -1;
+        const qint64 at = qint64(static_cast<const char *>(hit) - d);
+        if (at == 0 || d[at - 1] == '\n')
+            return at;
+        pos = at + 1;
+    }
+    return -1;
+}
+
+// Value of " key=" in a keyword line: up to the next space, or (for name)
+// the rest of the line.
+bool keyword(const QByteArray &line, const char *key, QByteArray *value, bool restOfLine = false)
+{
+    const QByteArray needle = QByteArray(" ") + key + '=';
+    const int at = line.indexOf(needle);
+    if (at < 0)
+        return false;
+    const int start = at + int(needle.size());
+    int end = restOfLine ? int(line.size()) : line.indexOf(' ', start);
+    if (end < 0)
+        end = int(line.size());
+    *value = line.mid(start, end - start);
+    if (restOfLine)
+        *value = value->trimmed();
+    return true;
+}
+
+bool keywordNumber(const QByteArray &line, const char *key, qint64 *number)
+{
+    QByteArray v;
+    if (!keyword(line, key, &v) || v.isEmpty())
+        return false;
+    qint64 n = 0;
+    for (char c : v) {
+        if (c < '0' || c > '9')
+            break;
+        n = n * 10 + (c - '0');
+        if (n > kMaxNumber)
+            return false;
+    }
+    *number = n;
+    return true;
+}
+
+bool keywordCrc(const QByteArray &line, const char *key, uint32_t *crc)
+{
+    QByteArray v;
+    if (!keyword(line, key, &v))
+        return false;
+    if (v.startsWith("0x") || v.startsWith("0X"))
+        v = v.mid(2);
+    if (v.isEmpty() || v.size() > 8)
+        return false;
+    bool ok = false;
+    const uint v32 = v.toUInt(&ok, 16);
+    if (!ok)
+        return false;
+    *crc = v32;
+    return true;
+}
+
+QString latin(const QByteArray &b)
+{
+    // names travel as bytes; take UTF-8 when they are, else Latin-1
+    const QString u = QString::fromUtf8(b);
+    return u.contains(QChar::ReplacementCharacter) ? QString::fromLatin1(b) : u;
+}
+
+// ---- base64 ----------------------------------------------------------------
+
+struct B64Table {
+    int8_t v[256];
+    B64Table()
+    {
+        memset(v, -1, sizeof v);
+        const char *a = "ABCDEFGHIJKLMNOPQRSTUVWXYZabcdefghijklmnopqrstuvwxyz0123456789+/";
+        for (int i = 0; i < 64; ++i)
+            v[uint8_t(a[i])] = int8_t(i);
+    }
+};
+const B64Table kB64;
+
+// The line with trailing blanks removed, when it is base64 text ("=" only at its end).
+bool isBase64Line(const char *p, qint64 n, qint64 *used)
+{
+    while (n > 0 && (p[n - 1] == '\r' || p[n - 1] == ' ' || p[n - 1] == '\t'))
+        --n;
+    if (n == 0)
+        return false;
+    qint64 pad = 0;
+    while (pad < n && pad < 3 && p[n - 1 - pad] == '=')
+        ++pad;
+    for (qint64 i = 0; i < n - pad; ++i)
+        if (kB64.v[uint8_t(p[i])] < 0)
+            return false;
+    *used = n;
+    return n > pad;
+}
+
+struct Base64State {
+    uint32_t acc = 0;
+    int bits = 0;
+    bool done = false;
+};
+
+// Appends the bytes of one base64 line to out.
+void base64Line(const char *p, qint64 n, Base64State &st, QByteArray &out)
+{
+    for (qint64 i = 0; i < n && !st.done; ++i) {
+        const int v = kB64.v[uint8_t(p[i])];
+        if (v < 0) {
+            if (p[i] == '=')
+                st.done = true;
+            continue;
+        }
+        st.acc = (st.acc << 6) | uint32_t(v);
+        st.bits += 6;
+        if (st.bits >= 8) {
+            st.bits -= 8;
+            out.append(char((st.acc >> st.bits) & 0xFF));
+        }
+    }
+}
+
+// Sequential writer in large blocks.
+class SeqWriter
+{
+public:
+    explicit SeqWriter(OutputSink &s) : m_sink(s) {}
+    QByteArray buf;
+    bool flush(bool force = false)
+    {
+        if (buf.isEmpty() || (!force && buf.size() < (1 << 20)))
+            return true;
+        if (!m_sink.writeAt(m_pos, buf.constData(), buf.size()))
+            return false;
+        m_pos += buf.size();
+        buf.clear();
+        return true;
+    }
+    qint64 total() const { return m_pos + buf.size(); }
+
+private:
+    OutputSink &m_sink;
+    qint64 m_pos = 0;
+};
+
+DecodeResult writeFailed(DecodeResult r, OutputSink &out)
+{
+    r.error = ErrorWrite;
+    r.problems << QStringLiteral("cannot write the output: %1").arg(out.errorString());
+    return r;
+}
+
+} // namespace
+
+// ---- MemorySink --------------------------------------------------------------
+
+bool MemorySink::writeAt(qint64 offset, const char *d, qint64 len)
+{
+    if (offset < 0 || len < 0 || offset + len > m_limit) {
+        m_error = QStringLiteral("output larger than %1 bytes").arg(m_limit);
+        return false;
+    }
+    if (offset + len > data.size())
+        data.resize(offset + len, '\0');
+    memcpy(data.data() + offset, d, size_t(len));
+    return true;
+}
+
+QString DecodeResult::reason() const
+{
+    if (problems.size() <= 6)
+        return problems.join(QStringLiteral("; "));
+    return QStringList(problems.mid(0, 5)).join(QStringLiteral("; "))
+           + QStringLiteral("; and %1 more problems").arg(problems.size() - 5);
+}
+
+// ---- yEnc ----------------------------------------------------------------------
+
+DecodeResult decodeYenc(const char *d, qint64 len, OutputSink &out)
+{
+    DecodeResult r;
+    struct Part {
+        qint64 begin = 0; // 0-based offset
+        qint64 size = 0;
+        uint32_t crc = 0;
+        bool good = false;
+        QString problem; // why it is not good
+    };
+    std::map<qint64, Part> parts; // by part number
+    bool found = false, multi = false;
+    qint64 fileSize = -1, total = -1;
+    bool haveFileCrc = false;
+    uint32_t fileCrc = 0;
+    std::vector<uint8_t> buf(size_t(std::min(kChunk, len) + 64));
+
+    qint64 pos = 0;
+    for (;;) {
+        const qint64 yb = findLineStarting(d, pos, len, "=ybegin");
+        if (yb < 0)
+            break;
+        const qint64 ybEnd = lineEnd(d, yb, len);
+        const QByteArray head = lineAt(d, yb, ybEnd);
+        pos = ybEnd < len ? ybEnd + 1 : len;
+        if (head.size() > 7 && head[7] != ' ' && head[7] != '\t')
+            continue; // some other "=ybeginXXX" word
+
+        qint64 partNo = -1, size = -1, n = 0;
+        keywordNumber(head, "part", &partNo);
+        keywordNumber(head, "size", &size);
+        if (!found) {
+            found = true;
+            multi = partNo >= 0;
+            fileSize = size;
+            QByteArray name;
+            if (keyword(head, "name", &name, true))
+                r.fileName = latin(name);
+        }
+        if (keywordNumber(head, "total", &n) && total < 0)
+            total = n;
+        if (size != fileSize)
+            continue; // a part of some other file
+        if (partNo < 0)
+            partNo = multi ? 0 : 1;
+
+        // the range the part covers
+        qint64 begin = 1, end = size;
+        if (multi) {
+            if (startsWith(d, pos, len, "=ypart")) {
+                const qint64 e = lineEnd(d, pos, len);
+                const QByteArray pl = lineAt(d, pos, e);
+                pos = e < len ? e + 1 : len;
+                if (!keywordNumber(pl, "begin", &begin) || !keywordNumber(pl, "end", &end))
+                    begin = end = -1;
+            } else {
+                begin = end = -1;
+            }
+        }
+        const QString label = multi ? QStringLiteral("part %1").arg(partNo) : QStringLiteral("file");
+
+        // the part's text runs to the next keyword line
+        const qint64 dataStart = pos;
+        qint64 dataEnd = len;
+        if (startsWith(d, dataStart, len, "=y")) {
+            dataEnd = dataStart;
+        } else {
+            const size_t lf = yenc::findKeywordLine(reinterpret_cast<const uint8_t *>(d + dataStart),
+                                                    size_t(len - dataStart));
+            if (qint64(lf) < len - dataStart)
+                dataEnd = dataStart + qint64(lf) + 1;
+        }
+        bool hasEnd = false, havePcrc = false, haveCrc = false;
+        uint32_t pcrc = 0, crc = 0;
+        pos = dataEnd;
+        if (startsWith(d, dataEnd, len, "=yend")) {
+            hasEnd = true;
+            const qint64 e = lineEnd(d, dataEnd, len);
+            const QByteArray tail = lineAt(d, dataEnd, e);
+            pos = e < len ? e + 1 : len;
+            havePcrc = keywordCrc(tail, "pcrc32", &pcrc);
+            haveCrc = keywordCrc(tail, "crc32", &crc);
+        }
+        if (haveCrc) {
+            if (!multi && !havePcrc) {
+                havePcrc = true;
+                pcrc = crc;
+            }
+            if (!haveFileCrc) {
+                haveFileCrc = true;
+                fileCrc = crc;
+            }
+        }
+
+        auto known = parts.find(partNo);
+        if (known != parts.end() && known->second.good)
+            continue; // posted twice: the first good copy stands
+        if (begin < 1 || end < begin - 1 || size < 0 || end > size) {
+            if (known == parts.end()) {
+                Part bad;
+                bad.problem = QStringLiteral("%1 has no valid position").arg(label);
+                parts[partNo] = bad;
+            }
+            continue;
+        }
+
+        // decode in large steps; the state carries escapes across the steps
+        Part p;
+        p.begin = begin - 1;
+        const qint64 expected = end - begin + 1;
+        qint64 decoded = 0;
+        uint32_t partCrc = 0;
+        yenc::DecodeState st;
+        for (qint64 at = dataStart; at < dataEnd; at += kChunk) {
+            const qint64 n = std::min(kChunk, dataEnd - at);
+            const qint64 got = qint64(yenc::decode(reinterpret_cast<const uint8_t *>(d + at),
+                                                   size_t(n), buf.data(), st));
+            partCrc = crc32::update(partCrc, buf.data(), size_t(got));
+            const qint64 room = std::max<qint64>(0, std::min(got, expected - decoded));
+            if (room > 0) {
+                if (!out.writeAt(p.begin + decoded, reinterpret_cast<const char *>(buf.data()), room))
+                    return writeFailed(r, out);
+                r.bytesWritten += room;
+            }
+            decoded += got;
+        }
+        p.size = std::min(decoded, expected);
+        p.crc = partCrc;
+        p.good = true;
+        if (decoded < expected)
+            p.problem = QStringLiteral("%1 truncated (%2 of %3 bytes)").arg(label).arg(decoded).arg(expected);
+        else if (decoded > expected)
+            p.problem = QStringLiteral("%1 longer than announced (%2 instead of %3 bytes)")
+                            .arg(label).arg(decoded).arg(expected);
+        else if (havePcrc && pcrc != partCrc)
+            p.problem = multi ? QStringLiteral("CRC error in part %1").arg(partNo) : QStringLiteral("CRC error");
+        p.good = p.problem.isEmpty();
+        (void)hasEnd; // a part without "=yend" is accepted when its size is right
+        parts[partNo] = p;
+    }
+
+    if (!found) {
+        r.error = ErrorNoData;
+        r.problems << QStringLiteral("no yEnc data found");
+        return r;
+    }
+    for (const auto &kv : parts)
+        if (!kv.second.good)
+            r.problems << kv.second.problem;
+    if (fileSize < 0) {
+        r.problems << QStringLiteral("the yEnc header gives no size");
+    } else {
+        if (multi && total > 0) {
+            qint64 present = 0;
+            for (const auto &kv : parts)
+                if (kv.first >= 1 && kv.first <= total)
+                    ++present;
+            const qint64 missing = total - present;
+            qint64 listed = 0;
+            for (qint64 k = 1; k <= total && listed < missing && listed < 20; ++k)
+                if (parts.find(k) == parts.end()) {
+                    r.problems << QStringLiteral("part %1 missing").arg(k);
+                    ++listed;
+                }
+            if (missing > listed)
+                r.problems << QStringLiteral("%1 more parts missing").arg(missing - listed);
+        } else if (parts.empty()) {
+            r.problems << QStringLiteral("no part could be decoded");
+        }
+        // every byte of the file must come from a good part
+        std::vector<Part> good;
+        for (const auto &kv : parts)
+            if (kv.second.good)
+                good.push_back(kv.second);
+        std::sort(good.begin(), good.end(), [](const Part &a, const Part &b) { return a.begin < b.begin; });
+        qint64 covered = 0;
+        bool contiguous = true;
+        uint32_t whole = 0;
+        for (const Part &p : good) {
+            if (p.begin > covered) {
+                if (r.problems.isEmpty())
+                    r.problems << QStringLiteral("bytes %1 to %2 missing").arg(covered + 1).arg(p.begin);
+                contiguous = false;
+            }
+            if (p.begin != covered)
+                contiguous = false;
+            else
+                whole = crc32::combine(whole, p.crc, uint64_t(p.size));
+            covered = std::max(covered, p.begin + p.size);
+        }
+        if (covered < fileSize && r.problems.isEmpty())
+            r.problems << QStringLiteral("bytes %1 to %2 missing").arg(covered + 1).arg(fileSize);
+        if (r.problems.isEmpty() && haveFileCrc && multi && contiguous && whole != fileCrc)
+            r.problems << QStringLiteral("CRC error in the whole file");
+    }
+    if (!r.problems.isEmpty())
+        r.error = ErrorDamaged;
+    return r;
+}
+
+// ---- uuencode -------------------------------------------------------------------
+
+namespace {
+
+// A uuencoded line is data only when its length character agrees with its length.
+bool uuDataLine(const char *p, qint64 n)
+{
+    if (n < 1)
+        return false;
+    const uint8_t c0 = uint8_t(p[0]);
+    if (c0 < 0x20 || c0 > 0x60)
+        return false;
+    const qint64 bytes = (c0 - 0x20) & 0x3F;
+    const qint64 chars = (bytes + 2) / 3 * 4;
+    const qint64 rest = n - 1;
+    // up to three trailing blanks may have been lost on the way; encoders may add a checksum
+    if (rest < chars - 3 || rest > chars + 2)
+        return false;
+    for (qint64 i = 1; i < n; ++i)
+        if (uint8_t(p[i]) < 0x20 || uint8_t(p[i]) > 0x60)
+            return false;
+    return true;
+}
+
+void uuLine(const char *p, qint64 n, QByteArray &out)
+{
+    const qint64 bytes = (uint8_t(p[0]) - 0x20) & 0x3F;
+    auto ch = [&](qint64 i) -> uint32_t { return i < n ? uint32_t((uint8_t(p[i]) - 0x20) & 0x3F) : 0u; };
+    qint64 left = bytes;
+    for (qint64 i = 1; left > 0; i += 4) {
+        const uint32_t v = (ch(i) << 18) | (ch(i + 1) << 12) | (ch(i + 2) << 6) | ch(i + 3);
+        const char three[3] = {char(v >> 16), char(v >> 8), char(v)};
+        out.append(three, int(std::min<qint64>(3, left)));
+        left -= 3;
+    }
+}
+
+// "begin 644 name" (case ignored); "begin-base64 644 name" sets *b64.
+bool uuBeginLine(const QByteArray &line, QByteArray *name, bool *b64)
+{
+    if (line.size() < 6 || qstrnicmp(line.constData(), "begin", 5) != 0)
+        return false;
+    int i = 5;
+    *b64 = false;
+    if (line.mid(5, 7).toLower() == "-base64") {
+        *b64 = true;
+        i = 12;
+    }
+    const int ws = i;
+    while (i < line.size() && (line[i] == ' ' || line[i] == '\t'))
+        ++i;
+    if (i == ws)
+        return false;
+    const int digits = i;
+    while (i < line.size() && line[i] >= '0' && line[i] <= '7')
+        ++i;
+    if (i - digits < 3 || i - digits > 4 || i >= line.size() || (line[i] != ' ' && line[i] != '\t'))
+        return false;
+    *name = line.mid(i).trimmed();
+    return true;
+}
+
+qint64 findUuBegin(const char *d, qint64 len, QByteArray *name, bool *b64, qint64 *afterLine)
+{
+    qint64 pos = 0;
+    while (pos < len) {
+        const qint64 e = lineEnd(d, pos, len);
+        if (e - pos >= 6 && (d[pos] == 'b' || d[pos] == 'B')) {
+            if (uuBeginLine(lineAt(d, pos, e), name, b64)) {
+                *afterLine = e < len ? e + 1 : len;
+                return pos;
+            }
+        }
+        pos = e + 1;
+    }
+    return -1;
+}
+
+} // namespace
+
+DecodeResult decodeUuencode(const char *d, qint64 len, OutputSink &out)
+{
+    DecodeResult r;
+    QByteArray name;
+    bool b64 = false;
+    qint64 pos = 0;
+    if (findUuBegin(d, len, &name, &b64, &pos) < 0) {
+        r.error = ErrorNoData;
+        r.problems << QStringLiteral("no uuencoded data found");
+        return r;
+    }
+    r.fileName = latin(name);
+    SeqWriter w(out);
+    Base64State bst;
+    bool ended = false;
+    while (pos < len) {
+        const qint64 e = lineEnd(d, pos, len);
+        qint64 n = e - pos;
+        if (n > 0 && d[pos + n - 1] == '\r')
+            --n;
+        const char *p = d + pos;
+        pos = e + 1;
+        qint64 t = n;
+        while (t > 0 && (p[t - 1] == ' ' || p[t - 1] == '\t'))
+            --t;
+        if (b64) {
+            if (t == 4 && memcmp(p, "====", 4) == 0) {
+                ended = true;
+                break;
+            }
+            qint64 used = 0;
+            if (!bst.done && isBase64Line(p, n, &used))
+                base64Line(p, used, bst, w.buf);
+        } else {
+            if (t == 3 && qstrnicmp(p, "end", 3) == 0) {
+                ended = true;
+                break;
+            }
+            if (uuDataLine(p, n))
+                uuLine(p, n, w.buf);
+        }
+        if (!w.flush())
+            return writeFailed(r, out);
+    }
+    if (!w.flush(true))
+        return writeFailed(r, out);
+    r.bytesWritten = w.total();
+    if (!ended) {
+        r.error = ErrorDamaged;
+        r.problems << QStringLiteral("the data ends without its \"end\" line (last part truncated or missing)");
+    }
+    return r;
+}
+
+// ---- MIME attachment text ----------------------------------------------------------
+
+namespace {
+
+bool isBlank(const char *p, qint64 n)
+{
+    for (qint64 i = 0; i < n; ++i)
+        if (p[i] != ' ' && p[i] != '\t' && p[i] != '\r')
+            return false;
+    return true;
+}
+
+bool isBlank(const QByteArray &line)
+{
+    return isBlank(line.constData(), line.size());
+}
+
+// "Name: value" as in a MIME part header
+bool isHeaderLine(const QByteArray &line)
+{
+    const int colon = line.indexOf(':');
+    if (colon <= 0 || (colon + 1 < line.size() && line[colon + 1] != ' ' && line[colon + 1] != '\t'))
+        return false;
+    for (int i = 0; i < colon; ++i)
+        if (!isalnum(uchar(line[i])) && line[i] != '-')
+            return false;
+    return true;
+}
+
+} // namespace
+
+DecodeResult decodeMime(const char *d, qint64 len, OutputSink &out)
+{
+    DecodeResult r;
+    r.fileName = announcedFileName(FormatMime, d, len);
+    // skip blank lines and MIME header lines in front of the data
+    qint64 pos = 0;
+    bool inHeader = false;
+    while (pos < len) {
+        const qint64 e = lineEnd(d, pos, len);
+        const QByteArray line = lineAt(d, pos, e);
+        bool skip = isBlank(line);
+        if (!skip && inHeader && (line[0] == ' ' || line[0] == '\t'))
+            skip = true; // folded header line
+        if (!skip)
+            skip = inHeader = isHeaderLine(line);
+        if (!skip)
+            break;
+        pos = e + 1;
+    }
+    if (pos >= len) {
+        r.error = ErrorNoData;
+        r.problems << QStringLiteral("no attachment data found");
+        return r;
+    }
+
+    SeqWriter w(out);
+    const qint64 firstEnd = lineEnd(d, pos, len);
+    qint64 used = 0;
+    const bool b64 = isBase64Line(d + pos, firstEnd - pos, &used) && used % 4 == 0;
+    if (b64) {
+        Base64State st;
+        while (pos < len && !st.done) {
+            const qint64 e = lineEnd(d, pos, len);
+            const char *p = d + pos;
+            const qint64 n = e - pos;
+            pos = e + 1;
+            if (isBlank(p, n))
+                continue;
+            if (!isBase64Line(p, n, &used))
+                break;    // the next boundary or disposition line
+            base64Line(p, used, st, w.buf);
+            if (!w.flush())
+                return writeFailed(r, out);
+        }
+    } else {
+        // not base64: the text as it stands, without the blank line the download appended
+        qint64 n = len;
+        if (n >= 4 && memcmp(d + n - 4, "\r\n\r\n", 4) == 0)
+            n -= 4;
+        pos = 0;
+        while (pos < n) {
+            const qint64 step = std::min<qint64>(kChunk, n - pos);
+            if (!out.writeAt(pos, d + pos, step))
+                return writeFailed(r, out);
+            pos += step;
+        }
+        r.bytesWritten = n;
+        return r;
+    }
+    if (!w.flush(true))
+        return writeFailed(r, out);
+    r.bytesWritten = w.total();
+    if (r.bytesWritten == 0) {
+        r.error = ErrorNoData;
+        r.problems << QStringLiteral("no attachment data found");
+    }
+    return r;
+}
+
+DecodeResult decodeBuffer(int format, const char *data, qint64 len, OutputSink &out)
+{
+    switch (format) {
+    case FormatYenc: return decodeYenc(data, len, out);
+    case FormatUuencode: return decodeUuencode(data, len, out);
+    case FormatMime: return decodeMime(data, len, out);
+    default: break;
+    }
+    DecodeResult r;
+    r.error = ErrorFormat;
+    r.problems << QStringLiteral("unknown format code %1").arg(format);
+    return r;
+}
+
+int detectFormat(const char *data, qint64 len)
+{
+    qint64 yb = 0;
+    while ((yb = findLineStarting(data, yb, len, "=ybegin")) >= 0) {
+        if (yb + 7 >= len || data[yb + 7] == ' ' || data[yb + 7] == '\t')
+            return FormatYenc;
+        ++yb;
+    }
+    QByteArray name;
+    bool b64 = false;
+    qint64 after = 0;
+    if (findUuBegin(data, len, &name, &b64, &after) >= 0)
+        return FormatUuencode;
+    return FormatMime;
+}
+
+QString announcedFileName(int format, const char *d, qint64 len)
+{
+    if (format == FormatYenc) {
+        const qint64 yb = findLineStarting(d, 0, len, "=ybegin");
+        if (yb < 0)
+            return {};
+        QByteArray name;
+        if (keyword(lineAt(d, yb, lineEnd(d, yb, len)), "name", &name, true))
+            return latin(name);
+        return {};
+    }
+    if (format == FormatUuencode) {
+        QByteArray name;
+        bool b64 = false;
+        qint64 after = 0;
+        if (findUuBegin(d, len, &name, &b64, &after) >= 0)
+            return latin(name);
+        return {};
+    }
+    // MIME: a filename= parameter in front of the data
+    const QByteArray head(d, int(std::min<qint64>(len, 64 * 1024)));
+    const int at = head.indexOf("filename=");
+    if (at < 0)
+        return {};
+    int s = at + 9, e;
+    if (s < head.size() && head[s] == '"') {
+        ++s;
+        e = head.indexOf('"', s);
+    } else {
+        e = s;
+        while (e < head.size() && head[e] != ';' && head[e] != '\r' && head[e] != '\n')
+            ++e;
+    }
+    if (e < 0)
+        e = head.size();
+    return latin(head.mid(s, e - s).trimmed());
+}
+
+QString safeFileName(const QString &raw)
+{
+    QString n = raw;
+    const int cut = std::max(n.lastIndexOf(QLatin1Char('/')), n.lastIndexOf(QLatin1Char('\\')));
+    if (cut >= 0)
+        n = n.mid(cut + 1);
+    QString clean;
+    for (QChar c : n)
+        if (c.unicode() >= 0x20 && c.unicode() != 0x7F && c != QLatin1Char(':'))
+            clean += c;
+    clean = clean.trimmed();
+    if (clean == QLatin1String(".") || clean == QLatin1String(".."))
+        return {};
+    return clean;
+}
+
+// ---- files ---------------------------------------------------------------------
+
+namespace {
+
+class FileSink : public OutputSink
+{
+public:
+    explicit FileSink(QFile &f) : m_file(f) {}
+    bool writeAt(qint64 offset, const char *data, qint64 len) override
+    {
+        if (m_file.pos() != offset && !m_file.seek(offset))
+            return false;
+        while (len > 0) {
+            const qint64 n = m_file.write(data, len);
+            if (n <= 0)
+                return false;
+            data += n;
+            len -= n;
+        }
+        return true;
+    }
+    QString errorString() const override { return m_file.errorString(); }
+
+private:
+    QFile &m_file;
+};
+
+} // namespace
+
+FileDecodeResult decodeFile(const QString &inputPath, const QString &outputPath, int format,
+                            bool overwrite)
+{
+    FileDecodeResult res;
+    auto fail = [&](int code, const QString &text) {
+        res.error = code;
+        res.errorText = text;
+        return res;
+    };
+    if (format != FormatMime && format != FormatUuencode && format != FormatYenc)
+        return fail(ErrorFormat, QStringLiteral("unknown format code %1").arg(format));
+    if (outputPath.isEmpty())
+        return fail(ErrorWrite, QStringLiteral("no output file name"));
+    if (!overwrite && QFileInfo::exists(outputPath))
+        return fail(ErrorExists, QStringLiteral("%1 already exists and is not overwritten").arg(outputPath));
+
+    QFile in(inputPath);
+    if (!in.open(QIODevice::ReadOnly))
+        return fail(ErrorRead, QStringLiteral("cannot read %1: %2").arg(inputPath, in.errorString()));
+    const qint64 size = in.size();
+    const char *data = "";
+    QByteArray copy;
+    if (size > 0) {
+        uchar *m = in.map(0, size);
+        if (m) {
+            data = reinterpret_cast<const char *>(m);
+        } else {
+            copy = in.readAll();
+            if (copy.size() != size)
+                return fail(ErrorRead, QStringLiteral("cannot read %1: %2").arg(inputPath, in.errorString()));
+            data = copy.constData();
+        }
+    }
+
+    const QString partial = outputPath + QStringLiteral(".decoding.tmp");
+    QFile outFile(partial);
+    if (!outFile.open(QIODevice::ReadWrite | QIODevice::Truncate | QIODevice::Unbuffered))
+        return fail(ErrorWrite, QStringLiteral("cannot write %1: %2").arg(partial, outFile.errorString()));
+    FileSink sink(outFile);
+    const DecodeResult r = decodeBuffer(format, data, size, sink);
+    res.fileName = r.fileName;
+    const bool flushed = outFile.flush();
+    outFile.close();
+    in.close();
+    if (r.error == NoError && !flushed) {
+        QFile::remove(partial);
+        return fail(ErrorWrite, QStringLiteral("cannot write %1: %2").arg(outputPath, outFile.errorString()));
+    }
+    if (r.error != NoError && r.error != ErrorDamaged) {
+        QFile::remove(partial);
+        return fail(r.error, r.reason());
+    }
+    const QString target = r.error == ErrorDamaged ? outputPath + QStringLiteral(".damaged") : outputPath;
+    if (QFileInfo::exists(target) && !QFile::remove(target)) {
+        QFile::remove(partial);
+        return fail(ErrorWrite, QStringLiteral("cannot replace %1").arg(target));
+    }
+    if (!QFile::rename(partial, target)) {
+        QFile::remove(partial);
+        return fail(ErrorWrite, QStringLiteral("cannot write %1").arg(target));
+    }
+    res.outputPath = target;
+    if (r.error == ErrorDamaged) {
+        res.error = ErrorDamaged;
+        res.errorText = r.reason() + QStringLiteral(" (kept as %1)").arg(QFileInfo(target).fileName());
+    }
+    return res;
+}
+
+} // namespace decoder

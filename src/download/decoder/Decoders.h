@@ -1,0 +1,89 @@
+#pragma once
+// Synchronous decoders over byte buffers and files: yEnc, uuencode and the
+// MIME attachment text of a downloaded set. DecoderWizard, the
+// newsdredge-decode tool, the tests, fuzzers and benchmarks all go through here.
+
+#include <QByteArray>
+#include <QString>
+#include <QStringList>
+
+namespace decoder {
+
+// Format codes of DecodeToFile.
+enum Format { FormatMime = 0, FormatUuencode = 2, FormatYenc = 3 };
+
+// Values of DecodeError.
+enum Error {
+    NoError = 0,
+    ErrorNoData = 1,   // no encoded data of the asked format in the input
+    ErrorRead = 2,     // the input could not be read
+    ErrorWrite = 3,    // the output could not be written
+    ErrorDamaged = 4,  // CRC mismatch, missing or truncated part: written as ".damaged"
+    ErrorExists = 5,   // the output exists and overwriting was not allowed
+    ErrorFormat = 6,   // unknown format code
+    ErrorBusy = 7      // the wizard is still decoding the previous file
+};
+
+// Where decoded bytes go. yEnc parts are written at their own offsets; the
+// other formats write sequentially.
+class OutputSink
+{
+public:
+    virtual ~OutputSink() = default;
+    virtual bool writeAt(qint64 offset, const char *data, qint64 len) = 0;
+    virtual QString errorString() const = 0;
+};
+
+// Collects the output in memory, refusing to grow beyond limit bytes.
+class MemorySink : public OutputSink
+{
+public:
+    explicit MemorySink(qint64 limit = qint64(1) << 30) : m_limit(limit) {}
+    bool writeAt(qint64 offset, const char *data, qint64 len) override;
+    QString errorString() const override { return m_error; }
+    QByteArray data;
+
+private:
+    qint64 m_limit;
+    QString m_error;
+};
+
+struct DecodeResult
+{
+    int error = NoError;
+    QStringList problems;      // what is wrong, in the order found ("CRC error in part 7")
+    QString fileName;          // the name the data carries (yEnc name=, uuencode begin line)
+    qint64 bytesWritten = 0;   // decoded bytes handed to the sink
+    QString reason() const;    // problems as one human-readable line
+};
+
+DecodeResult decodeYenc(const char *data, qint64 len, OutputSink &out);
+DecodeResult decodeUuencode(const char *data, qint64 len, OutputSink &out);
+// Base64 up to the first line that is not base64; other text as it stands.
+DecodeResult decodeMime(const char *data, qint64 len, OutputSink &out);
+DecodeResult decodeBuffer(int format, const char *data, qint64 len, OutputSink &out);
+
+// yEnc when an "=ybegin" line is present, else uuencode when a "begin NNN name"
+// line is, else MIME.
+int detectFormat(const char *data, qint64 len);
+// The file name the encoded data announces (yEnc name=, uuencode begin line,
+// MIME filename=), not yet made safe; empty when there is none.
+QString announcedFileName(int format, const char *data, qint64 len);
+// A plain file name: no directory parts, no control characters, never "." or
+// ".."; empty when nothing usable is left.
+QString safeFileName(const QString &raw);
+
+struct FileDecodeResult
+{
+    int error = NoError;
+    QString errorText;   // empty when fine
+    QString outputPath;  // the file written: outputPath, or outputPath + ".damaged"; empty if none
+    QString fileName;    // the name the data carries
+};
+
+// Decodes inputPath into outputPath through a temporary file next to it; a
+// damaged result goes to outputPath + ".damaged" and outputPath stays as it was.
+FileDecodeResult decodeFile(const QString &inputPath, const QString &outputPath, int format,
+                            bool overwrite);
+
+} // namespace decoder

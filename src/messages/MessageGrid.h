@@ -1,0 +1,52 @@
+#pragma once
+#include <QAbstractTableModel>
+#include <QByteArray>
+#include <QStringList>
+#include <QVector>
+
+// The message grid MSHResults. Rows keep the classic numbering: row 0 is the heading row,
+// message rows start at 1. Nine columns: 0 article number, 1 date, 2 subject, 3 sender,
+// 4 Path, 5 Message-ID, 6 sortable date, 7 References, 8 download mark (hidden).
+//
+// Each row is stored compactly as one UTF-8 byte string with the cells separated by 0x7F,
+// so a million rows cost little more than their text.
+class MessageGrid : public QAbstractTableModel {
+    Q_OBJECT
+public:
+    static constexpr int Cols = 9;
+    static constexpr char Sep = '\x7f';
+
+    explicit MessageGrid(QObject *parent = nullptr);
+
+    // Classic interface (row 0 = headings).
+    int Rows() const { return int(m_rows.size()) + 1; }
+    void SetRows(int rows);                       // keeps the heading row; adds empty rows or drops rows at the end
+    QString cell(int row, int col) const;
+    void setCell(int row, int col, const QString &text);
+    QStringList rowCells(int row) const;
+    void setRowCells(int row, const QStringList &cells);
+    void appendRow(const QStringList &cells);      // appended after the last row
+    void appendRows(const QVector<QByteArray> &packedRows);  // bulk, packed as packRow() makes them
+    QByteArray packedRow(int row) const;           // the row's cells joined by 0x7F (no trailing separator)
+    static QByteArray packRow(const QStringList &cells);
+
+    // Resets to the heading row and one empty row.
+    void ResizeGrid();
+    // The last row whose column 0 is not empty; 0 when there is none.
+    int lastMessageRow() const;
+
+    // Stable whole-row sort of rows 1..Rows()-1 by one column, or by two (second as tie-break).
+    void sortRows(int col, bool ascending, int secondCol = -1);
+
+    static QString heading(int col);
+
+    // QAbstractTableModel: model row r is grid row r + 1; headings come from headerData.
+    int rowCount(const QModelIndex &parent = QModelIndex()) const override;
+    int columnCount(const QModelIndex &parent = QModelIndex()) const override;
+    QVariant data(const QModelIndex &index, int role) const override;
+    QVariant headerData(int section, Qt::Orientation orientation, int role) const override;
+
+private:
+    static QByteArray cellBytes(const QByteArray &row, int col);
+    QVector<QByteArray> m_rows;   // grid rows 1..n
+};

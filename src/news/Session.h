@@ -1,0 +1,62 @@
+#pragma once
+#include "news/transport/NewsTransport.h"
+
+#include <QObject>
+#include <QPointer>
+#include <functional>
+
+class frmMain;
+
+// Opening and closing the session with the current server, the waits for transactions, and the
+// main window's handling of the transport's notifications.
+class NewsSession : public QObject, public NewsTransportNotify {
+    Q_OBJECT
+public:
+    explicit NewsSession(frmMain &m);
+    ~NewsSession() override;
+
+    // The current transport object. It is replaced at every disconnect: re-read it after a wait.
+    NewsTransport *transport() const { return m_t; }
+    void CreateTransport();
+
+    void NNTP_Connect(bool loadGroups);
+    void NNTP_Disconnect();
+    // The Connect command: by the caption of the menu item.
+    void ConnectCommand();
+
+    // Clears TransactionDone and TransportError, starts the operation, and waits until it is
+    // done, fails or Stop is pressed. True when it finished without error.
+    bool runTransaction(const std::function<void(NewsTransport *)> &start);
+    bool transactionRunning() const { return m_inTransaction > 0; }
+
+    // The credential string kept with a server in the server list ("user|||password").
+    std::function<QString(const QString &server)> serverData;
+
+    static QString ServerFileTag(const QString &server);
+    // user ID before the first "|||", password after it; no separator gives two empty texts.
+    static QPair<QString, QString> splitCredentials(const QString &data);
+
+    // Remembered certificates the user accepted: "host sha256" lines in the application directory.
+    static bool isTrustedCertificate(const QString &host, const QString &sha256);
+    static void trustCertificate(const QString &host, const QString &sha256);
+
+    // The window's disconnected state (start-up and after every disconnect).
+    void applyDisconnectedState();
+
+    // NewsTransportNotify
+    void Connected(NewsTransport *t) override;
+    void Disconnected(NewsTransport *t) override;
+    void StateChanged(NewsTransport *t, qint32 oldState, qint32 newState) override;
+    void Done(NewsTransport *t, qint32 value, bool error, const QString &text) override;
+    void Debug(NewsTransport *t, const QString &text) override;
+    void GetReadStream(NewsTransport *t, QIODevice *stream) override;
+
+private:
+    void limitExceeded();
+    void deleteServerMessageCaches(const QString &server);
+
+    frmMain &m;
+    QPointer<NewsTransport> m_t;
+    int m_inTransaction = 0;
+    bool m_limitHandling = false;
+};

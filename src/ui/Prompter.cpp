@@ -1,0 +1,183 @@
+#include "ui/Prompter.h"
+
+#include "app/Constants.h"
+
+#include <QApplication>
+#include <QFileDialog>
+#include <QInputDialog>
+#include <QMessageBox>
+#include <QTextStream>
+
+Prompter::Answer Prompter::firstAnswer(Buttons b)
+{
+    switch (b) {
+    case YesNo:
+    case YesNoCancel:
+        return AnswerYes;
+    case Ok:
+    case OkCancel:
+        break;
+    }
+    return AnswerOk;
+}
+
+static QString titleOr(const QString &title)
+{
+    return title.isEmpty() ? QString::fromLatin1(nd::AppTitle) : title;
+}
+
+// ---------------------------------------------------------------- GuiPrompter
+
+Prompter::Answer GuiPrompter::message(const QString &text, Icon icon, Buttons buttons,
+                                      const QString &title, std::optional<Answer> defaultAnswer)
+{
+    QMessageBox box(QApplication::activeWindow());
+    box.setWindowTitle(titleOr(title));
+    box.setText(text);
+    switch (icon) {
+    case Information: box.setIcon(QMessageBox::Information); break;
+    case Exclamation: box.setIcon(QMessageBox::Warning); break;
+    case Critical: box.setIcon(QMessageBox::Critical); break;
+    case Question: box.setIcon(QMessageBox::Question); break;
+    case NoIcon: break;
+    }
+    QMessageBox::StandardButtons sb;
+    switch (buttons) {
+    case Ok: sb = QMessageBox::Ok; break;
+    case OkCancel: sb = QMessageBox::Ok | QMessageBox::Cancel; break;
+    case YesNo: sb = QMessageBox::Yes | QMessageBox::No; break;
+    case YesNoCancel: sb = QMessageBox::Yes | QMessageBox::No | QMessageBox::Cancel; break;
+    }
+    box.setStandardButtons(sb);
+    const Answer def = defaultAnswer.value_or(firstAnswer(buttons));
+    const QMessageBox::StandardButton defButton = def == AnswerYes ? QMessageBox::Yes
+        : def == AnswerNo ? QMessageBox::No
+        : def == AnswerCancel ? QMessageBox::Cancel : QMessageBox::Ok;
+    box.setDefaultButton(defButton);
+    switch (box.exec()) {
+    case QMessageBox::Yes: return AnswerYes;
+    case QMessageBox::No: return AnswerNo;
+    case QMessageBox::Ok: return AnswerOk;
+    default: return AnswerCancel;
+    }
+}
+
+std::optional<QString> GuiPrompter::input(const QString &prompt, const QString &title, const QString &defaultText)
+{
+    bool ok = false;
+    const QString s = QInputDialog::getText(QApplication::activeWindow(), titleOr(title), prompt,
+                                            QLineEdit::Normal, defaultText, &ok);
+    if (!ok)
+        return std::nullopt;
+    return s;
+}
+
+QString GuiPrompter::openFileName(const QString &caption, const QString &dir, const QString &filter)
+{
+    return QFileDialog::getOpenFileName(QApplication::activeWindow(), caption, dir, filter);
+}
+
+QString GuiPrompter::saveFileName(const QString &caption, const QString &dir, const QString &filter)
+{
+    return QFileDialog::getSaveFileName(QApplication::activeWindow(), caption, dir, filter);
+}
+
+QString GuiPrompter::existingDirectory(const QString &caption, const QString &dir)
+{
+    return QFileDialog::getExistingDirectory(QApplication::activeWindow(), caption, dir);
+}
+
+// ---------------------------------------------------------------- BatchPrompter
+
+static void printErr(const QString &s)
+{
+    QTextStream err(stderr);
+    err << s << Qt::endl;
+}
+
+Prompter::Answer BatchPrompter::message(const QString &text, Icon, Buttons buttons,
+                                        const QString &title, std::optional<Answer> defaultAnswer)
+{
+    const Answer a = defaultAnswer.value_or(firstAnswer(buttons));
+    static const char *names[] = {"OK", "Cancel", "Yes", "No"};
+    printErr(QStringLiteral("[%1] %2").arg(titleOr(title), text)
+             + (buttons == Ok ? QString() : QStringLiteral(" -> %1").arg(QLatin1String(names[a]))));
+    return a;
+}
+
+std::optional<QString> BatchPrompter::input(const QString &prompt, const QString &title, const QString &)
+{
+    printErr(QStringLiteral("[%1] %2 -> cancelled").arg(titleOr(title), prompt));
+    return std::nullopt;
+}
+
+QString BatchPrompter::openFileName(const QString &caption, const QString &, const QString &)
+{
+    printErr(QStringLiteral("[%1] -> cancelled").arg(caption));
+    return {};
+}
+
+QString BatchPrompter::saveFileName(const QString &caption, const QString &, const QString &)
+{
+    printErr(QStringLiteral("[%1] -> cancelled").arg(caption));
+    return {};
+}
+
+QString BatchPrompter::existingDirectory(const QString &caption, const QString &)
+{
+    printErr(QStringLiteral("[%1] -> cancelled").arg(caption));
+    return {};
+}
+
+// ---------------------------------------------------------------- ScriptedPrompter
+
+Prompter::Answer ScriptedPrompter::message(const QString &text, Icon icon, Buttons buttons,
+                                           const QString &title, std::optional<Answer> defaultAnswer)
+{
+    asked.append({QStringLiteral("message"), text, icon, buttons, titleOr(title)});
+    if (!answers.isEmpty())
+        return answers.takeFirst();
+    return defaultAnswer.value_or(firstAnswer(buttons));
+}
+
+std::optional<QString> ScriptedPrompter::input(const QString &prompt, const QString &title, const QString &)
+{
+    asked.append({QStringLiteral("input"), prompt, NoIcon, OkCancel, titleOr(title)});
+    if (!inputs.isEmpty())
+        return inputs.takeFirst();
+    return std::nullopt;
+}
+
+QString ScriptedPrompter::openFileName(const QString &caption, const QString &, const QString &)
+{
+    asked.append({QStringLiteral("open"), caption, NoIcon, OkCancel, QString()});
+    return files.isEmpty() ? QString() : files.takeFirst();
+}
+
+QString ScriptedPrompter::saveFileName(const QString &caption, const QString &, const QString &)
+{
+    asked.append({QStringLiteral("save"), caption, NoIcon, OkCancel, QString()});
+    return files.isEmpty() ? QString() : files.takeFirst();
+}
+
+QString ScriptedPrompter::existingDirectory(const QString &caption, const QString &)
+{
+    asked.append({QStringLiteral("dir"), caption, NoIcon, OkCancel, QString()});
+    return files.isEmpty() ? QString() : files.takeFirst();
+}
+
+QStringList ScriptedPrompter::texts() const
+{
+    QStringList out;
+    for (const Asked &a : asked)
+        out << a.text;
+    return out;
+}
+
+bool ScriptedPrompter::wasAsked(const QString &text) const
+{
+    for (const Asked &a : asked)
+        if (a.text == text)
+            return true;
+    return false;
+}

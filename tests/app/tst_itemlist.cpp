@@ -1,0 +1,112 @@
+#include "app/Paths.h"
+#include "ui/ItemList.h"
+
+#include <QFile>
+#include <QTemporaryDir>
+#include <QtTest>
+
+class TstItemList : public QObject {
+    Q_OBJECT
+private slots:
+    void saveLoadKeepsMarkersAndOrder()
+    {
+        QTemporaryDir dir;
+        ItemList a;
+        const QString m1 = ItemList::marked(QLatin1Char('1'), QStringLiteral("alt.binaries.pictures (120)"));
+        const QString m2 = ItemList::marked(QLatin1Char('2'), QStringLiteral("alt.broken"));
+        const QStringList texts = {m1, QStringLiteral("comp.lang.c (0)"), m2, QStringLiteral("de.Umlaute.äöü (3)"), QString()};
+        for (const QString &t : texts)
+            a.add(t);
+        const QString path = dir.filePath(QStringLiteral("list"));
+        QVERIFY(a.save(path));
+        ItemList b;
+        b.add(QStringLiteral("old item that a load replaces"));
+        QVERIFY(b.load(path));
+        QCOMPARE(b.texts(), texts);
+        QCOMPARE(b.text(0).at(0).unicode(), char16_t(0xFF));
+        // the raw marker is never displayed
+        QCOMPARE(b.data(b.index(0), Qt::DisplayRole).toString(), QStringLiteral("alt.binaries.pictures (120)"));
+    }
+
+    void secondTextsRoundTripExactly()
+    {
+        QTemporaryDir dir;
+        ItemList a;
+        a.add(QStringLiteral("00734  OK    news.a.net"), QStringLiteral("user|||pa|ss word"));
+        a.add(QStringLiteral("news.b.net"), QStringLiteral("tab\there\\back\nnew|||Ünïcødé"));
+        a.add(QStringLiteral("no credentials"));
+        const QString path = dir.filePath(QStringLiteral("servers"));
+        QVERIFY(a.saveWithSecond(path, true));
+        QCOMPARE(QFile(path).permissions() & (QFileDevice::ReadGroup | QFileDevice::ReadOther), QFileDevice::Permissions());
+        ItemList b;
+        QVERIFY(b.loadWithSecond(path));
+        QCOMPARE(b.count(), 3);
+        for (int i = 0; i < 3; ++i) {
+            QCOMPARE(b.text(i), a.text(i));
+            QCOMPARE(b.secondText(i), a.secondText(i));
+        }
+    }
+
+    void findsIgnoreMarkersAndCounts()
+    {
+        ItemList l;
+        l.add(QStringLiteral("alt.test (5)"));
+        l.add(ItemList::marked(QLatin1Char('1'), QStringLiteral("alt.pics (12)")));
+        l.add(ItemList::marked(QLatin1Char('4'), QStringLiteral("alt.pics (news.b.net) (12)")));
+        l.add(QStringLiteral("alt.pics (news.c.net)"));
+        l.add(QStringLiteral("01200  OK    news.big.net"));
+        QCOMPARE(l.find(QStringLiteral("alt.test (5)")), 0);
+        QCOMPARE(l.find(QStringLiteral("alt.test")), -1);
+        QCOMPARE(l.findGroup(QStringLiteral("alt.pics")), 1);
+        QCOMPARE(l.findGroup(QStringLiteral("alt.pics"), 2), 2);
+        QCOMPARE(l.findGroupOnServer(QStringLiteral("alt.pics"), QStringLiteral("news.c.net")), 3);
+        QCOMPARE(l.findGroupOnServer(QStringLiteral("alt.pics"), QStringLiteral("news.b.net")), 2);
+        QCOMPARE(l.findServer(QStringLiteral("news.big.net")), 4);
+        QCOMPARE(l.findServer(QStringLiteral("big.net")), -1);
+        QCOMPARE(ItemList::bareGroupName(ItemList::marked(QLatin1Char('2'), QStringLiteral("alt.x"))), QStringLiteral("alt.x"));
+    }
+
+    void selectionAndRemoval()
+    {
+        ItemList l;
+        for (int i = 0; i < 6; ++i)
+            l.add(QString::number(i));
+        l.setSelected(1, true);
+        l.setSelected(2, true);
+        l.setSelected(3, true);
+        QCOMPARE(l.selectedCount(), 3);
+        QCOMPARE(l.selectedIndexes(), (QList<int>{1, 2, 3}));
+        // removing from the end backwards keeps the remaining flags right
+        const QList<int> sel = l.selectedIndexes();
+        for (auto it = sel.rbegin(); it != sel.rend(); ++it)
+            l.remove(*it);
+        QCOMPARE(l.texts(), (QStringList{"0", "4", "5"}));
+        QCOMPARE(l.selectedCount(), 0);
+        l.selectAll();
+        QCOMPARE(l.selectedCount(), 3);
+    }
+
+    void downloadTempNamesAreOnlyOurs()
+    {
+        QVERIFY(nd::isOwnDownloadTempName(QStringLiteral("100000.tmp")));
+        QVERIFY(nd::isOwnDownloadTempName(QStringLiteral("355995.tmp")));
+        QVERIFY(nd::isOwnDownloadTempName(QStringLiteral("~image2.tmp")));
+        QVERIFY(!nd::isOwnDownloadTempName(QStringLiteral("355996.tmp")));
+        QVERIFY(!nd::isOwnDownloadTempName(QStringLiteral("099999.tmp")));
+        QVERIFY(!nd::isOwnDownloadTempName(QStringLiteral("thesis.tmp")));
+        QVERIFY(!nd::isOwnDownloadTempName(QStringLiteral("1234567.tmp")));
+        QTemporaryDir dir;
+        for (const char *n : {"123456.tmp", "thesis.tmp", "~image2.tmp", "photo.jpg"}) {
+            QFile f(dir.filePath(QString::fromLatin1(n)));
+            QVERIFY(f.open(QIODevice::WriteOnly));
+        }
+        nd::cleanDownloadTempFiles(dir.path() + QLatin1Char('/'));
+        QVERIFY(!QFile::exists(dir.filePath(QStringLiteral("123456.tmp"))));
+        QVERIFY(!QFile::exists(dir.filePath(QStringLiteral("~image2.tmp"))));
+        QVERIFY(QFile::exists(dir.filePath(QStringLiteral("thesis.tmp"))));
+        QVERIFY(QFile::exists(dir.filePath(QStringLiteral("photo.jpg"))));
+    }
+};
+
+QTEST_MAIN(TstItemList)
+#include "tst_itemlist.moc"

@@ -1,0 +1,269 @@
+// End to end: posts made by real tools on a private INN server, downloaded through the
+// program's own commands on a window that is never shown, compared byte for byte.
+#include "InnPosts.h"
+
+#include "app/Wait.h"
+#include "app/frmMain.h"
+#include "download/Downloader.h"
+#include "messages/MessageGrid.h"
+#include "news/Session.h"
+#include "news/transport/NewsTransport.h"
+#include "ui/ItemList.h"
+#include "ui/Prompter.h"
+
+#include <QAction>
+#include <QDateTime>
+#include <QItemSelectionModel>
+#include <QTableView>
+#include <QTimer>
+#include <QtTest>
+
+namespace {
+
+const QString Suffix = QString::number(QDateTime::currentMSecsSinceEpoch() % 100000000);
+const QString GroupA = QStringLiteral("alt.binaries.newsdredge.dl") + Suffix;
+const QString GroupB = QStringLiteral("alt.binaries.newsdredge.dlcancel") + Suffix;
+
+struct Original {
+    QString name;
+    QByteArray bytes;
+};
+
+} // namespace
+
+class TestDownloadInn : public QObject {
+    Q_OBJECT
+    QTemporaryDir m_src;
+    QList<Original> m_files;    // everything posted to group A that must come back
+
+    struct Win {
+        ScriptedPrompter p;
+        frmMain w{&p, frmMain::Options{false, true}};
+        QTemporaryDir dest;
+        Win()
+        {
+            w.opt.NNTPServer = inn::server(inn::portOpen());
+            w.opt.Timeout = 20;
+            w.opt.DestDir = dest.path() + QLatin1Char('/');
+        }
+        QStringList destFiles() const { return QDir(dest.path()).entryList(QDir::Files | QDir::Hidden, QDir::Name); }
+    };
+
+    // Fills the grid with the group's messages, newest first, as a listing leaves it.
+    static bool listGroup(Win &x, const QString &group)
+    {
+        NewsSession *s = x.w.session;
+        if (!s->transport() || s->transport()->StateText() != QLatin1String("Connected to NNTP Server"))
+            s->NNTP_Connect(false);
+        if (!s->runTransaction([group](NewsTransport *t) { t->SelectGroup(group); }))
+            return false;
+        const qint64 first = s->transport()->SelectedGroup().First, last = s->transport()->SelectedGroup().Last;
+        if (!s->runTransaction([first, last](NewsTransport *t) { t->FetchHeaders(first, last); }))
+            return false;
+        QList<NewsTransportArticle> arts = s->transport()->SelectedGroup().TakeArticles();
+        std::sort(arts.begin(), arts.end(), [](const auto &a, const auto &b) { return a.Number > b.Number; });
+        x.w.S.CurrentGroup = group;
+        x.w.grid->ResizeGrid();
+        x.w.grid->SetRows(int(arts.size()) + 2);
+        int r = 1;
+        for (const NewsTransportArticle &a : arts) {
+            const NewsTransportMessage &m = a.Message;
+            x.w.grid->setRowCells(r++, {QString::number(a.Number), QString(), m.header(QStringLiteral("Subject")),
+                                        m.header(QStringLiteral("From")), m.header(QStringLiteral("Path")),
+                                        m.header(QStringLiteral("Message-ID")), m.header(QStringLiteral("Date")),
+                                        m.header(QStringLiteral("References")), QString()});
+        }
+        return true;
+    }
+
+    static int rowOf(Win &x, const QString &subjectPart)
+    {
+        for (int r = 1; r <= x.w.grid->lastMessageRow(); ++r)
+            if (x.w.grid->cell(r, 2).contains(subjectPart))
+                return r;
+        return 0;
+    }
+
+    static void select(Win &x, const QList<int> &rows)
+    {
+        QItemSelectionModel *sel = x.w.MSHResults->selectionModel();
+        sel->clearSelection();
+        for (int r : rows)
+            sel->select(x.w.grid->index(r - 1, 0), QItemSelectionModel::Select | QItemSelectionModel::Rows);
+    }
+
+    void compareAll(Win &x, const QList<Original> &expected)
+    {
+        for (const Original &o : expected) {
+            const QString path = x.dest.path() + QLatin1Char('/') + o.name;
+            QVERIFY2(QFileInfo::exists(path), qPrintable(o.name + " was not saved; files: " + x.destFiles().join(", ")));
+            QVERIFY2(posts::readFile(path) == o.bytes, qPrintable(o.name + " differs from the original"));
+            QVERIFY2(x.w.lstFiles->find(o.name) >= 0, qPrintable(o.name + " is not in the saved-files list"));
+        }
+    }
+
+private slots:
+    void initTestCase();
+    void selectedRowsThenDuplicates();
+    void downloadAllOfAGroup();
+    void articleNumbersOfTheCurrentGroup();
+    void stopLeavesNothingBehind();
+    void cancelledPart();
+};
+
+void TestDownloadInn::initTestCase()
+{
+    QString missing;
+    if (!posts::toolsPresent(&missing))
+        QSKIP(qPrintable("posting tool missing: " + missing));
+    QVERIFY(m_src.isValid());
+    QVERIFY(posts::newGroup(GroupA));
+    QVERIFY(posts::newGroup(GroupB));
+    const QString d = m_src.path() + QLatin1Char('/');
+
+    // a yEnc post of 44 parts, part numbers without leading zeros
+    m_files.append({QStringLiteral("big.bin"), posts::randomBytes(44 * 16384 - 100, 1)});
+    QVERIFY(posts::writeFile(d + "big.bin", m_files.last().bytes));
+    QVERIFY(posts::nyuu(d + "big.bin", GroupA, QStringLiteral("16K")));
+    // a uuencoded file in 12 articles posted with inews
+    m_files.append({QStringLiteral("uu.bin"), posts::randomBytes(30000, 2)});
+    QVERIFY(posts::writeFile(d + "uu.bin", m_files.last().bytes));
+    QVERIFY(posts::uuencodeSplit(d + "uu.bin", GroupA, QStringLiteral("Holiday pictures uu.bin"), 12));
+    // a MIME base64 attachment by mpack
+    m_files.append({QStringLiteral("photo.jpg"), posts::randomBytes(20000, 3)});
+    QVERIFY(posts::writeFile(d + "photo.jpg", m_files.last().bytes));
+    QVERIFY(posts::mpack(d + "photo.jpg", GroupA, QStringLiteral("Photo for you")));
+    // a single-part picture
+    m_files.append({QStringLiteral("pic.png"), posts::picture()});
+    QVERIFY(posts::writeFile(d + "pic.png", m_files.last().bytes));
+    QVERIFY(posts::nyuu(d + "pic.png", GroupA, QStringLiteral("700K")));
+    // a text message without attachment
+    QVERIFY(posts::inews("From: Talker <t@example.org>\nNewsgroups: " + GroupA.toUtf8()
+                             + "\nSubject: Just talking\n\nNothing attached here.\n", m_src.path()));
+
+    // group B: a set whose third part is cancelled after posting
+    QVERIFY(posts::writeFile(d + "gone.bin", posts::randomBytes(6 * 16000, 4)));
+    QVERIFY(posts::nyuu(d + "gone.bin", GroupB, QStringLiteral("16K")));
+}
+
+void TestDownloadInn::selectedRowsThenDuplicates()
+{
+    Win x;
+    QVERIFY(listGroup(x, GroupA));
+    const int uu = rowOf(x, QStringLiteral("uu.bin (07/12)"));
+    const int photo = rowOf(x, QStringLiteral("Photo for you"));
+    const int pic = rowOf(x, QStringLiteral("\"pic.png\""));
+    const int text = rowOf(x, QStringLiteral("Just talking"));
+    QVERIFY(uu && photo && pic && text);
+    select(x, {uu, photo, pic, text});
+    x.w.action(QStringLiteral("menuDownload"))->trigger();
+
+    compareAll(x, {m_files[1], m_files[2], m_files[3]});
+    QCOMPARE(x.destFiles(), (QStringList{"photo.jpg", "pic.png", "uu.bin"}));
+    QCOMPARE(x.w.status(1), QStringLiteral("Finished Downloading"));
+    QCOMPARE(x.w.status(3), QStringLiteral("Connected"));
+    QVERIFY(!x.w.S.DownloadBusy);
+    QVERIFY(x.p.asked.isEmpty());
+    // all twelve parts were taken by the search
+    int marked = 0;
+    for (int r = 1; r <= x.w.grid->lastMessageRow(); ++r)
+        marked += x.w.grid->cell(r, 8) == QLatin1String("256") && x.w.grid->cell(r, 2).contains(QLatin1String("uu.bin"));
+    QCOMPARE(marked, 12);
+
+    // the same rows again: the set's rows are taken
+    select(x, {rowOf(x, QStringLiteral("uu.bin (01/12)"))});
+    x.w.action(QStringLiteral("menuDownload"))->trigger();
+    QCOMPARE(x.w.status(1), QStringLiteral("Previously Downloaded"));
+
+    // listed afresh, the files exist: "Duplicate File", nothing overwritten, nothing added
+    const QDateTime before = QFileInfo(x.dest.path() + "/uu.bin").lastModified();
+    QTest::qWait(1100);
+    QVERIFY(listGroup(x, GroupA));
+    select(x, {rowOf(x, QStringLiteral("uu.bin (03/12)"))});
+    x.w.action(QStringLiteral("menuDownload"))->trigger();
+    QCOMPARE(x.w.status(2), QStringLiteral("Duplicate File"));
+    QCOMPARE(QFileInfo(x.dest.path() + "/uu.bin").lastModified(), before);
+    for (const QString &s : {QStringLiteral("Photo for you"), QStringLiteral("\"pic.png\"")}) {
+        select(x, {rowOf(x, s)});
+        x.w.action(QStringLiteral("menuDownload"))->trigger();
+        QCOMPARE(x.w.status(2), QStringLiteral("Duplicate File"));
+    }
+    QCOMPARE(x.destFiles(), (QStringList{"photo.jpg", "pic.png", "uu.bin"}));
+    compareAll(x, {m_files[1], m_files[2], m_files[3]});
+}
+
+void TestDownloadInn::downloadAllOfAGroup()
+{
+    Win x;
+    QVERIFY(listGroup(x, GroupA));
+    x.w.action(QStringLiteral("menuDownloadAll"))->trigger();
+    compareAll(x, m_files);
+    QCOMPARE(x.destFiles().size(), m_files.size());   // no temporary file left, nothing else written
+    QCOMPARE(x.w.status(1), QStringLiteral("Finished Downloading"));
+    QCOMPARE(x.w.lstFiles->count(), m_files.size());
+
+    // Download All again on the same listing: every set row is taken, the single ones are duplicates
+    x.w.action(QStringLiteral("menuDownloadAll"))->trigger();
+    QCOMPARE(x.destFiles().size(), m_files.size());
+    QCOMPARE(x.w.lstFiles->count(), m_files.size());
+    compareAll(x, m_files);
+}
+
+void TestDownloadInn::articleNumbersOfTheCurrentGroup()
+{
+    // The listing came from group A, but the server has group B selected (as after a listing
+    // read from the cache): the article number must still fetch group A's article.
+    Win x;
+    QVERIFY(listGroup(x, GroupA));
+    QVERIFY(x.w.session->runTransaction([](NewsTransport *t) { t->SelectGroup(GroupB); }));
+    select(x, {rowOf(x, QStringLiteral("\"pic.png\""))});
+    x.w.action(QStringLiteral("menuDownload"))->trigger();
+    compareAll(x, {m_files[3]});
+}
+
+void TestDownloadInn::stopLeavesNothingBehind()
+{
+    Win x;
+    QVERIFY(listGroup(x, GroupA));
+    select(x, {rowOf(x, QStringLiteral("\"big.bin\" yEnc (20/44)"))});
+    bool stopped = false;
+    QTimer poll;
+    poll.setInterval(0);
+    connect(&poll, &QTimer::timeout, [&] {
+        if (!stopped && x.w.status(3) == QLatin1String("[5/44]")) {
+            stopped = true;
+            x.w.StopOperation();
+        }
+    });
+    poll.start();
+    x.w.action(QStringLiteral("menuDownload"))->trigger();
+    poll.stop();
+    QVERIFY(stopped);
+    QVERIFY(x.w.S.StopRequested);
+    QCOMPARE(x.destFiles(), QStringList());
+    QVERIFY(x.w.lstFiles->count() == 0);
+    QVERIFY(x.w.status(1) != QLatin1String("Finished Downloading"));
+    QVERIFY(!x.w.S.DownloadBusy);
+}
+
+void TestDownloadInn::cancelledPart()
+{
+    Win x;
+    QVERIFY(listGroup(x, GroupB));
+    const int third = rowOf(x, QStringLiteral("(3/6)"));
+    QVERIFY(third);
+    QVERIFY(posts::cancel(x.w.grid->cell(third, 5)));
+    // listed again after the cancel, and with the stale listing from before it
+    Win fresh;
+    QVERIFY(listGroup(fresh, GroupB));
+    for (Win *w : {&fresh, &x}) {
+        w->w.action(QStringLiteral("menuDownloadAll"))->trigger();
+        const QString s1 = w->w.status(1), s2 = w->w.status(2);
+        QVERIFY2(s2 == QLatin1String("Incomplete") || s1 == QLatin1String("Message no longer available on server."),
+                 qPrintable(s1 + " | " + s2));
+        QCOMPARE(w->destFiles(), QStringList());
+    }
+}
+
+QTEST_MAIN(TestDownloadInn)
+#include "tst_download_inn.moc"

@@ -1,0 +1,232 @@
+#include "app/Paths.h"
+#include "app/Wait.h"
+#include "app/frmMain.h"
+#include "news/Session.h"
+#include "support/ScriptedNntpServer.h"
+#include "ui/ItemList.h"
+#include "ui/Prompter.h"
+
+#include <QAction>
+#include <QElapsedTimer>
+#include <QFile>
+#include <QLabel>
+#include <QtTest>
+#include <sys/resource.h>
+
+namespace {
+
+double cpuSeconds()
+{
+    rusage u{};
+    getrusage(RUSAGE_SELF, &u);
+    return u.ru_utime.tv_sec + u.ru_stime.tv_sec + (u.ru_utime.tv_usec + u.ru_stime.tv_usec) / 1e6;
+}
+
+struct Window {
+    ScriptedPrompter p;
+    frmMain w{&p, frmMain::Options{false, true}};
+    QHash<QString, QString> data;   // server -> credential string
+    Window()
+    {
+        w.session->serverData = [this](const QString &s) { return data.value(s); };
+        w.opt.Timeout = 10;
+    }
+};
+
+} // namespace
+
+class TstSession : public QObject {
+    Q_OBJECT
+private slots:
+    void connectAndDisconnectSwitchTheWindow()
+    {
+        ScriptedNntpServer srv;
+        Window x;
+        x.w.opt.NNTPServer = srv.address();
+        x.w.session->NNTP_Connect(false);
+        QCOMPARE(x.w.session->transport()->StateText(), QStringLiteral("Connected to NNTP Server"));
+        QCOMPARE(x.w.action("menuConnect")->text(), QStringLiteral("&Disconnect"));
+        QVERIFY(x.w.toolButton("Disconnect"));
+        QCOMPARE(x.w.S.ServerFileTag, QStringLiteral("127_0_0_1_%1").arg(srv.serverPort()));
+        QVERIFY(x.w.S.PostingAllowed);
+        QVERIFY(x.w.IsConnectedIdle(false));
+        QVERIFY(!x.w.action("menuStop")->isEnabled());
+        // the same server again does nothing
+        x.w.session->NNTP_Connect(false);
+        QCOMPARE(srv.connections, 1);
+        // the connect command toggles by its caption
+        x.w.action("menuConnect")->trigger();
+        QCOMPARE(x.w.session->transport()->StateText(), QStringLiteral("Disconnected from NNTP Server"));
+        QCOMPARE(x.w.action("menuConnect")->text(), QStringLiteral("&Connect to Server"));
+        QCOMPARE(x.w.status(1), QStringLiteral("Click on CONNECT to connect to Server"));
+        QCOMPARE(x.w.lblGrp->text(), QStringLiteral("  Group List"));
+        QVERIFY(x.w.toolButton("Connect"));
+        QVERIFY(srv.sawCommand("QUIT"));
+    }
+
+    void credentialsFromTheDataString()
+    {
+        ScriptedNntpServer srv;
+        Window x;
+        x.w.opt.NNTPServer = srv.address();
+        // a data string beginning with the separator: no credentials at all
+        x.data[srv.address()] = QStringLiteral("|||secret");
+        x.w.session->NNTP_Connect(false);
+        QVERIFY(x.w.IsConnectedIdle(false));
+        QVERIFY(!srv.sawCommand("AUTHINFO"));
+        x.w.session->NNTP_Disconnect();
+        // ending with the separator: user ID and an empty password
+        srv.commands.clear();
+        x.data[srv.address()] = QStringLiteral("reader|||");
+        x.w.session->NNTP_Connect(false);
+        QVERIFY(x.w.IsConnectedIdle(false));
+        QVERIFY(srv.sawCommand("AUTHINFO USER reader"));
+        QCOMPARE(x.w.S.ServerUserId, QStringLiteral("reader"));
+        QCOMPARE(x.w.S.ServerPassword, QString());
+        QCOMPARE(NewsSession::splitCredentials(QStringLiteral("a|||b|||c")), qMakePair(QStringLiteral("a"), QStringLiteral("b|||c")));
+        QCOMPARE(NewsSession::splitCredentials(QStringLiteral("no separator")), qMakePair(QString(), QString()));
+    }
+
+    void switchingServersDeletesTheOldCaches()
+    {
+        ScriptedNntpServer a, b;
+        Window x;
+        x.w.opt.NNTPServer = a.address();
+        x.w.session->NNTP_Connect(false);
+        QVERIFY(x.w.IsConnectedIdle(false));
+        const QString cacheA = nd::appFile(NewsSession::ServerFileTag(a.address()) + QStringLiteral("-alt_test.tmp"));
+        const QString cacheB = nd::appFile(NewsSession::ServerFileTag(b.address()) + QStringLiteral("-alt_test.tmp"));
+        for (const QString &f : {cacheA, cacheB}) {
+            QFile file(f);
+            QVERIFY(file.open(QIODevice::WriteOnly));
+        }
+        x.w.opt.NNTPServer = b.address();
+        x.w.session->NNTP_Connect(false);
+        QVERIFY(x.w.IsConnectedIdle(false));
+        QCOMPARE(x.w.session->transport()->Host(), b.address());
+        QVERIFY(a.sawCommand("QUIT"));
+        QVERIFY(!QFile::exists(cacheA));
+        QVERIFY(QFile::exists(cacheB));
+    }
+
+    void silentServerGivesUpWithinTimeoutWithoutBurningCpu()
+    {
+        ScriptedNntpServer srv;
+        srv.silent = true;
+        Window x;
+        x.w.opt.NNTPServer = srv.address();
+        x.w.opt.Timeout = 5;
+        QElapsedTimer t;
+        t.start();
+        const double cpu0 = cpuSeconds();
+        x.w.session->NNTP_Connect(false);
+        const double cpu = cpuSeconds() - cpu0;
+        QVERIFY(!x.w.IsConnectedIdle(false));
+        // gives up after the sixth second tick at the latest
+        QVERIFY2(t.elapsed() <= 7000, qPrintable(QString::number(t.elapsed())));
+        QVERIFY2(t.elapsed() >= 4000, qPrintable(QString::number(t.elapsed())));
+        QVERIFY2(cpu < 0.5, qPrintable(QStringLiteral("CPU %1 s while waiting").arg(cpu)));
+        QVERIFY(x.w.status(2).startsWith(QStringLiteral("Unable to Connect - ")));
+        QCOMPARE(x.w.S.LastFailureReason, QStringLiteral("Could Not Connect "));
+        QCOMPARE(x.w.action("menuConnect")->text(), QStringLiteral("&Connect to Server"));
+        QVERIFY(x.w.action("menuConnect")->isEnabled());
+    }
+
+    void refusedConnectionShowsTheReason()
+    {
+        quint16 port;
+        {
+            QTcpServer probe;
+            probe.listen(QHostAddress::LocalHost, 0);
+            port = probe.serverPort();
+        }
+        Window x;
+        x.w.opt.NNTPServer = QStringLiteral("127.0.0.1:%1").arg(port);
+        QElapsedTimer t;
+        t.start();
+        x.w.session->NNTP_Connect(false);
+        QVERIFY(t.elapsed() < 5000);
+        QVERIFY(!x.w.IsConnectedIdle(false));
+        QVERIFY(x.w.status(2).startsWith(QStringLiteral("Unable to Connect - ")));
+        QVERIFY(x.w.status(2).size() > QStringLiteral("Unable to Connect - ").size());
+    }
+
+    void postingPermissionComesFromTheConnect()
+    {
+        ScriptedNntpServer srv;
+        srv.greeting = "201 no posting here\r\n";
+        Window x;
+        x.w.S.PostingAllowed = true;
+        x.w.opt.NNTPServer = srv.address();
+        x.w.session->NNTP_Connect(false);
+        QVERIFY(x.w.IsConnectedIdle(false));
+        QVERIFY(!x.w.S.PostingAllowed);
+        // outside a connect the phrases change nothing
+        x.w.session->Debug(x.w.session->transport(), QStringLiteral("200 Posting Allowed"));
+        QVERIFY(!x.w.S.PostingAllowed);
+    }
+
+    void limitExceededDisconnects()
+    {
+        ScriptedNntpServer srv;
+        Window x;
+        x.w.opt.NNTPServer = srv.address();
+        x.w.session->NNTP_Connect(false);
+        QVERIFY(x.w.IsConnectedIdle(false));
+        x.p.answers = {Prompter::AnswerOk, Prompter::AnswerNo};
+        x.w.session->Debug(x.w.session->transport(), QStringLiteral("502 download limit exceeded"));
+        QCOMPARE(x.w.S.TransportError, -1);
+        QTRY_VERIFY(!x.w.IsConnectedIdle(false));
+        QTRY_VERIFY(x.p.wasAsked(QStringLiteral("Would you like information on additional download bandwidth?")));
+        QVERIFY(x.p.wasAsked(QStringLiteral("We're sorry, but your Download Limit has been exceeded.")));
+    }
+
+    void failedTransactionShowsTheLastLineUnlessQuiet()
+    {
+        ScriptedNntpServer srv;
+        srv.respond = [](const QByteArray &cmd) -> QByteArray {
+            if (cmd.startsWith("GROUP"))
+                return "411 no such group\r\n";
+            if (cmd.startsWith("QUIT"))
+                return "205 bye\r\n";
+            return "200 ok\r\n";
+        };
+        Window x;
+        x.w.opt.NNTPServer = srv.address();
+        x.w.session->NNTP_Connect(false);
+        QVERIFY(x.w.IsConnectedIdle(false));
+        QVERIFY(!x.w.session->runTransaction([](NewsTransport *t) { t->SelectGroup(QStringLiteral("alt.nowhere")); }));
+        QCOMPARE(x.w.S.TransportError, -1);
+        QTRY_VERIFY(x.p.wasAsked(QStringLiteral("411 no such group")));
+        x.p.clear();
+        x.w.S.QuietMode = true;
+        QVERIFY(!x.w.session->runTransaction([](NewsTransport *t) { t->SelectGroup(QStringLiteral("alt.nowhere")); }));
+        QCOMPARE(x.w.S.TransportError, -1);
+        QTest::qWait(50);
+        QVERIFY(x.p.asked.isEmpty());
+    }
+
+    void noServerConfigured()
+    {
+        Window x;
+        x.p.answers = {Prompter::AnswerOk, Prompter::AnswerNo, Prompter::AnswerOk};
+        x.w.session->NNTP_Connect(true);
+        QCOMPARE(x.p.texts().mid(0, 3), (QStringList{
+            "Newsdredge! has detected no Usenet server configured.",
+            "We highly recommend a free Usenet account.  Would you like to go there now?",
+            "Please manually configure Newsdredge! with Usenet Server, ID and Password if necessary in setup to use this functionality."}));
+    }
+
+    void disconnectOfAFreshObjectReturns()
+    {
+        Window x;
+        QElapsedTimer t;
+        t.start();
+        x.w.session->NNTP_Disconnect();
+        QVERIFY(t.elapsed() < 2000);
+        QCOMPARE(x.w.session->transport()->StateText(), QStringLiteral("Disconnected from NNTP Server"));
+    }
+};
+
+QTEST_MAIN(TstSession)
+#include "tst_session.moc"
