@@ -11,9 +11,15 @@
 
 namespace {
 
-quint16 readerPort() { return quint16(inn::portOpen()); }
-quint16 authPort() { return quint16(inn::portAuth()); }
-quint16 noPostPort() { return quint16(inn::portNoPost()); }
+quint16 envPort(const char *name, quint16 fallback)
+{
+    bool ok = false;
+    const int p = qEnvironmentVariableIntValue(name, &ok);
+    return ok && p > 0 ? quint16(p) : fallback;
+}
+quint16 readerPort() { return envPort("ND_INN_PORT", quint16(inn::portOpen())); }
+quint16 authPort() { return envPort("ND_INN_AUTH_PORT", quint16(inn::portAuth())); }
+quint16 noPostPort() { return envPort("ND_INN_NOPOST_PORT", quint16(inn::portNoPost())); }
 const char *kUser = "tester";
 const char *kPassword = "s3cret|pw";
 
@@ -221,6 +227,10 @@ void TestTransportInn::list_matches_server()
 
 void TestTransportInn::group_over_with_path_and_article()
 {
+    // a few articles of our own, so the group has something to list
+    for (int i = 0; i < 3; ++i)
+        QVERIFY(!inn::post("From: Tester <tester@newsdredge.test>\nNewsgroups: alt.test.newsdredge\nSubject: overview check "
+                           + QByteArray::number(i) + "\n\nline one\n.dot line\n").isEmpty());
     RawNntp raw(readerPort());
     qint64 count = 0;
     const QByteArray group = busyGroup(raw, &count);
