@@ -1,13 +1,16 @@
 #include "app/frmMain.h"
+#include "download/Downloader.h"
+#include "groups/Favorites.h"
+#include "news/Session.h"
+#include "post/Poster.h"
 
 // Each area of the program attaches itself here: it creates its object (parented to the main
 // window), wires its commands with wireCommand() and connects to the lists it serves.
 // Keep one line per area.
-#include "news/Session.h"
-#include "download/Downloader.h"
-
 void frmMain::createControllers()
 {
     session = new NewsSession(*this);
     downloader = new Downloader(*this);
+    favorites = new Favorites(*this);
+    poster = new Poster(*this);
 }

@@ -359,13 +359,15 @@ QString ItemList::bareGroupName(const QString &text)
 
 QString ItemList::serverOfFavorite(const QString &text)
 {
-    const QString s = text.trimmed();
-    if (!s.endsWith(QLatin1Char(')')))
-        return QString();
-    const qsizetype open = s.lastIndexOf(QLatin1String(" ("));
+    // group " (" server ")" [" (" count ")"]: the server is in the first parentheses
+    const QString s = withoutMarker(text);
+    const qsizetype open = s.indexOf(QLatin1String(" ("));
     if (open < 0)
         return QString();
-    return s.mid(open + 2, s.size() - open - 3);
+    const qsizetype close = s.indexOf(QLatin1Char(')'), open + 2);
+    if (close < 0)
+        return QString();
+    return s.mid(open + 2, close - open - 2).trimmed();
 }
 
 QString ItemList::serverNameOf(const QString &text)

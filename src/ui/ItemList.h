@@ -65,7 +65,7 @@ public:
     static QString withoutMarker(const QString &text);
     static QString marked(QChar digit, const QString &text);
     static QString bareGroupName(const QString &text); // drops marker, then keeps text before the first blank
-    static QString serverOfFavorite(const QString &text); // text inside the last "(...)", "" when none
+    static QString serverOfFavorite(const QString &text); // text inside the first "(...)", "" when none
     static QString serverNameOf(const QString &text);     // text after the last space
 
     // QAbstractListModel

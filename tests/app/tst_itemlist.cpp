@@ -52,7 +52,7 @@ private slots:
         ItemList l;
         l.add(QStringLiteral("alt.test (5)"));
         l.add(ItemList::marked(QLatin1Char('1'), QStringLiteral("alt.pics (12)")));
-        l.add(ItemList::marked(QLatin1Char('4'), QStringLiteral("alt.pics (12) (news.b.net)")));
+        l.add(ItemList::marked(QLatin1Char('4'), QStringLiteral("alt.pics (news.b.net) (12)")));
         l.add(QStringLiteral("alt.pics (news.c.net)"));
         l.add(QStringLiteral("01200  OK    news.big.net"));
         QCOMPARE(l.find(QStringLiteral("alt.test (5)")), 0);

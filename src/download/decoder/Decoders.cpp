@@ -236,6 +236,7 @@ DecodeResult decodeYenc(const char *d, qint64 len, OutputSink &out)
         qint64 size = 0;
         uint32_t crc = 0;
         bool good = false;
+        QString problem; // why it is not good
     };
     std::map<qint64, Part> parts; // by part number
     bool found = false, multi = false;
@@ -321,13 +322,17 @@ DecodeResult decodeYenc(const char *d, qint64 len, OutputSink &out)
             }
         }
 
-        if (begin < 1 || end < begin - 1 || size < 0 || end > size) {
-            r.problems << QStringLiteral("%1 has no valid position").arg(label);
-            continue;
-        }
         auto known = parts.find(partNo);
         if (known != parts.end() && known->second.good)
             continue; // posted twice: the first good copy stands
+        if (begin < 1 || end < begin - 1 || size < 0 || end > size) {
+            if (known == parts.end()) {
+                Part bad;
+                bad.problem = QStringLiteral("%1 has no valid position").arg(label);
+                parts[partNo] = bad;
+            }
+            continue;
+        }
 
         // decode in large steps; the state carries escapes across the steps
         Part p;
@@ -352,18 +357,14 @@ DecodeResult decodeYenc(const char *d, qint64 len, OutputSink &out)
         p.size = std::min(decoded, expected);
         p.crc = partCrc;
         p.good = true;
-        if (decoded < expected) {
-            p.good = false;
-            r.problems << QStringLiteral("%1 truncated (%2 of %3 bytes)").arg(label).arg(decoded).arg(expected);
-        } else if (decoded > expected) {
-            p.good = false;
-            r.problems << QStringLiteral("%1 longer than announced (%2 instead of %3 bytes)")
-                              .arg(label).arg(decoded).arg(expected);
-        } else if (havePcrc && pcrc != partCrc) {
-            p.good = false;
-            r.problems << (multi ? QStringLiteral("CRC error in part %1").arg(partNo)
-                                 : QStringLiteral("CRC error"));
-        }
+        if (decoded < expected)
+            p.problem = QStringLiteral("%1 truncated (%2 of %3 bytes)").arg(label).arg(decoded).arg(expected);
+        else if (decoded > expected)
+            p.problem = QStringLiteral("%1 longer than announced (%2 instead of %3 bytes)")
+                            .arg(label).arg(decoded).arg(expected);
+        else if (havePcrc && pcrc != partCrc)
+            p.problem = multi ? QStringLiteral("CRC error in part %1").arg(partNo) : QStringLiteral("CRC error");
+        p.good = p.problem.isEmpty();
         (void)hasEnd; // a part without "=yend" is accepted when its size is right
         parts[partNo] = p;
     }
@@ -373,6 +374,9 @@ DecodeResult decodeYenc(const char *d, qint64 len, OutputSink &out)
         r.problems << QStringLiteral("no yEnc data found");
         return r;
     }
+    for (const auto &kv : parts)
+        if (!kv.second.good)
+            r.problems << kv.second.problem;
     if (fileSize < 0) {
         r.problems << QStringLiteral("the yEnc header gives no size");
     } else {

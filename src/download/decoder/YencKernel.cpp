@@ -54,90 +54,91 @@ static size_t decodeScalar(const uint8_t *src, size_t len, uint8_t *dst, DecodeS
 
 #ifdef ND_YENC_X86
 
-// For every 8-bit mask of bytes to drop: the indices of the bytes kept, in order.
+// For every 8-bit mask of bytes to drop: the shuffle that packs the kept bytes
+// of an 8-byte piece to its front (lo for the first half of a 16-byte lane, hi
+// for the second half), and how many bytes are kept.
 struct CompactTable {
-    alignas(16) uint8_t idx[256][8];
+    uint64_t lo[256];
+    uint64_t hi[256];
     uint8_t kept[256];
     CompactTable()
     {
         for (int m = 0; m < 256; ++m) {
+            uint8_t l[8], h[8];
             int k = 0;
             for (int b = 0; b < 8; ++b)
-                if (!(m & (1 << b)))
-                    idx[m][k++] = uint8_t(b);
+                if (!(m & (1 << b))) {
+                    l[k] = uint8_t(b);
+                    h[k] = uint8_t(b + 8);
+                    ++k;
+                }
             kept[m] = uint8_t(k);
             for (int j = k; j < 8; ++j)
-                idx[m][j] = 0x80;
+                l[j] = h[j] = 0x80;
+            memcpy(&lo[m], l, 8);
+            memcpy(&hi[m], h, 8);
         }
     }
 };
 static const CompactTable kCompact;
+
+// The state lives in locals inside the loops (stores into dst could otherwise
+// alias it) and goes back into st at the end.
+static inline size_t scalarStep(const uint8_t *src, size_t n, uint8_t *dst, uint32_t &esc,
+                                uint32_t &ls, bool stripDots)
+{
+    DecodeState t{esc != 0, ls != 0};
+    const size_t out = decodeScalar(src, n, dst, t, stripDots);
+    esc = t.escape;
+    ls = t.lineStart;
+    return out;
+}
 
 __attribute__((target("sse2"))) static size_t decodeSse2(const uint8_t *src, size_t len,
                                                          uint8_t *dst, DecodeState &st,
                                                          bool stripDots)
 {
     // Blocks without any special byte are converted 16 at a time; the others
-    // go through the scalar path, which carries the state.
+    // go through the scalar path.
     const __m128i cEq = _mm_set1_epi8('='), cCr = _mm_set1_epi8('\r'),
                   cLf = _mm_set1_epi8('\n'), cDot = _mm_set1_epi8('.'),
                   c42 = _mm_set1_epi8(42);
+    uint32_t esc = st.escape, ls = st.lineStart;
     size_t i = 0, out = 0;
     while (i + 16 <= len) {
         const __m128i v = _mm_loadu_si128(reinterpret_cast<const __m128i *>(src + i));
         __m128i sp = _mm_or_si128(_mm_or_si128(_mm_cmpeq_epi8(v, cEq), _mm_cmpeq_epi8(v, cCr)),
                                   _mm_cmpeq_epi8(v, cLf));
-        if (stripDots && st.lineStart)
+        if (stripDots && ls)
             sp = _mm_or_si128(sp, _mm_cmpeq_epi8(v, cDot));
-        if (_mm_movemask_epi8(sp) == 0 && !st.escape) {
+        if (_mm_movemask_epi8(sp) == 0 && !esc) {
             _mm_storeu_si128(reinterpret_cast<__m128i *>(dst + out), _mm_sub_epi8(v, c42));
             out += 16;
-            st.lineStart = false;
+            ls = 0;
         } else {
-            out += decodeScalar(src + i, 16, dst + out, st, stripDots);
+            out += scalarStep(src + i, 16, dst + out, esc, ls, stripDots);
         }
         i += 16;
     }
+    st.escape = esc;
+    st.lineStart = ls;
     out += decodeScalar(src + i, len - i, dst + out, st, stripDots);
     return out;
 }
 
-// One 16-byte block with SSSE3 compaction. Returns false (nothing written, state
-// untouched) when an escaped byte is itself an "=", which the scalar path handles.
-__attribute__((target("ssse3"))) static inline bool block16(__m128i v, uint32_t eq, uint32_t cr,
-                                                            uint32_t lf, uint32_t dot,
-                                                            uint8_t *dst, size_t &out,
-                                                            DecodeState &st)
+// Which bytes to drop from a block, given its "=", CR, LF and "." masks; false
+// when an escaped byte is itself an "=", which the scalar path handles.
+static inline bool dropMask(uint32_t eq, uint32_t cr, uint32_t lf, uint32_t dot, uint32_t &esc,
+                            uint32_t &ls, int bits, uint32_t *drop)
 {
-    const uint32_t esc = ((eq << 1) | uint32_t(st.escape)) & 0xFFFF;
-    if (esc & eq)
+    const uint32_t escM = (eq << 1) | esc;
+    if (__builtin_expect((escM & eq) != 0, 0))
         return false;
-    const uint32_t lfReal = lf & ~esc;
-    const uint32_t ls = ((lfReal << 1) | uint32_t(st.lineStart)) & 0xFFFF;
-    const uint32_t drop = (eq | cr | lfReal | (dot & ls)) & ~esc & 0xFFFF;
-
-    // escaped bytes lose a further 64
-    __m128i escV = _mm_slli_si128(_mm_cmpeq_epi8(v, _mm_set1_epi8('=')), 1);
-    if (st.escape)
-        escV = _mm_or_si128(escV, _mm_cvtsi32_si128(0xFF));
-    const __m128i val = _mm_sub_epi8(_mm_sub_epi8(v, _mm_set1_epi8(42)),
-                                     _mm_and_si128(escV, _mm_set1_epi8(64)));
-    if (drop == 0) {
-        _mm_storeu_si128(reinterpret_cast<__m128i *>(dst + out), val);
-        out += 16;
-    } else {
-        const uint32_t lo = drop & 0xFF, hi = drop >> 8;
-        const __m128i sLo = _mm_loadl_epi64(reinterpret_cast<const __m128i *>(kCompact.idx[lo]));
-        const __m128i sHi = _mm_add_epi8(
-            _mm_loadl_epi64(reinterpret_cast<const __m128i *>(kCompact.idx[hi])),
-            _mm_set1_epi8(8));
-        _mm_storel_epi64(reinterpret_cast<__m128i *>(dst + out), _mm_shuffle_epi8(val, sLo));
-        out += kCompact.kept[lo];
-        _mm_storel_epi64(reinterpret_cast<__m128i *>(dst + out), _mm_shuffle_epi8(val, sHi));
-        out += kCompact.kept[hi];
-    }
-    st.escape = (eq >> 15) & 1;
-    st.lineStart = (lfReal >> 15) & 1;
+    const uint32_t lfReal = lf & ~escM;
+    const uint32_t lsM = (lfReal << 1) | ls;
+    *drop = (eq | cr | lfReal | (dot & lsM)) & ~escM;
+    esc = (eq >> (bits - 1)) & 1;
+    ls = (lfReal >> (bits - 1)) & 1;
     return true;
 }
 
@@ -146,55 +147,114 @@ __attribute__((target("ssse3"))) static size_t decodeSsse3(const uint8_t *src, s
                                                           bool stripDots)
 {
     const __m128i cEq = _mm_set1_epi8('='), cCr = _mm_set1_epi8('\r'),
-                  cLf = _mm_set1_epi8('\n'), cDot = _mm_set1_epi8('.');
+                  cLf = _mm_set1_epi8('\n'), cDot = _mm_set1_epi8('.'),
+                  c42 = _mm_set1_epi8(42), c64 = _mm_set1_epi8(64);
+    uint32_t esc = st.escape, ls = st.lineStart;
     size_t i = 0, out = 0;
     while (i + 16 <= len) {
         const __m128i v = _mm_loadu_si128(reinterpret_cast<const __m128i *>(src + i));
-        const uint32_t eq = uint32_t(_mm_movemask_epi8(_mm_cmpeq_epi8(v, cEq)));
+        const __m128i eqV = _mm_cmpeq_epi8(v, cEq);
+        const uint32_t eq = uint32_t(_mm_movemask_epi8(eqV));
         const uint32_t cr = uint32_t(_mm_movemask_epi8(_mm_cmpeq_epi8(v, cCr)));
         const uint32_t lf = uint32_t(_mm_movemask_epi8(_mm_cmpeq_epi8(v, cLf)));
         const uint32_t dot = stripDots ? uint32_t(_mm_movemask_epi8(_mm_cmpeq_epi8(v, cDot))) : 0;
-        if (!block16(v, eq, cr, lf, dot, dst, out, st))
-            out += decodeScalar(src + i, 16, dst + out, st, stripDots);
+        // escaped bytes (those after an "=") lose a further 64
+        const __m128i escV = _mm_or_si128(_mm_slli_si128(eqV, 1), _mm_cvtsi32_si128(int(esc * 0xFF)));
+        uint32_t drop;
+        if (!dropMask(eq, cr, lf, dot, esc, ls, 16, &drop)) {
+            out += scalarStep(src + i, 16, dst + out, esc, ls, stripDots);
+            i += 16;
+            continue;
+        }
+        const __m128i val = _mm_sub_epi8(_mm_sub_epi8(v, c42), _mm_and_si128(escV, c64));
+        const uint32_t m0 = drop & 0xFF, m1 = drop >> 8;
+        const __m128i packed = _mm_shuffle_epi8(
+            val, _mm_set_epi64x(int64_t(kCompact.hi[m1]), int64_t(kCompact.lo[m0])));
+        _mm_storel_epi64(reinterpret_cast<__m128i *>(dst + out), packed);
+        out += kCompact.kept[m0];
+        _mm_storeh_pd(reinterpret_cast<double *>(dst + out), _mm_castsi128_pd(packed));
+        out += kCompact.kept[m1];
         i += 16;
     }
+    st.escape = esc;
+    st.lineStart = ls;
     out += decodeScalar(src + i, len - i, dst + out, st, stripDots);
     return out;
 }
 
-__attribute__((target("avx2,ssse3,popcnt"))) static size_t decodeAvx2(const uint8_t *src,
-                                                                     size_t len, uint8_t *dst,
-                                                                     DecodeState &st,
-                                                                     bool stripDots)
+__attribute__((target("avx2"))) static inline void pack32(__m256i val, uint32_t drop,
+                                                          uint8_t *dst, size_t &out)
 {
+    const uint32_t m0 = drop & 0xFF, m1 = (drop >> 8) & 0xFF, m2 = (drop >> 16) & 0xFF,
+                   m3 = drop >> 24;
+    const __m256i packed = _mm256_shuffle_epi8(
+        val, _mm256_set_epi64x(int64_t(kCompact.hi[m3]), int64_t(kCompact.lo[m2]),
+                               int64_t(kCompact.hi[m1]), int64_t(kCompact.lo[m0])));
+    const __m128i a = _mm256_castsi256_si128(packed), b = _mm256_extracti128_si256(packed, 1);
+    _mm_storel_epi64(reinterpret_cast<__m128i *>(dst + out), a);
+    out += kCompact.kept[m0];
+    _mm_storeh_pd(reinterpret_cast<double *>(dst + out), _mm_castsi128_pd(a));
+    out += kCompact.kept[m1];
+    _mm_storel_epi64(reinterpret_cast<__m128i *>(dst + out), b);
+    out += kCompact.kept[m2];
+    _mm_storeh_pd(reinterpret_cast<double *>(dst + out), _mm_castsi128_pd(b));
+    out += kCompact.kept[m3];
+}
+
+__attribute__((target("avx2"))) static inline uint64_t mask(__m256i x)
+{
+    return uint64_t(uint32_t(_mm256_movemask_epi8(x)));
+}
+
+// The "=" mask moved up one byte across the lanes; byte 0 takes byte 31 of `before`.
+__attribute__((target("avx2"))) static inline __m256i shiftedEq(__m256i eqV, __m256i before)
+{
+    const __m256i carry = _mm256_permute2x128_si256(eqV, before, 0x03);
+    return _mm256_alignr_epi8(eqV, carry, 15);
+}
+
+__attribute__((target("avx2"))) static size_t decodeAvx2(const uint8_t *src, size_t len,
+                                                         uint8_t *dst, DecodeState &st,
+                                                         bool stripDots)
+{
+    // 64 bytes per step: the masks of both halves are joined into 64-bit words
     const __m256i cEq = _mm256_set1_epi8('='), cCr = _mm256_set1_epi8('\r'),
                   cLf = _mm256_set1_epi8('\n'), cDot = _mm256_set1_epi8('.'),
-                  c42 = _mm256_set1_epi8(42);
+                  c42 = _mm256_set1_epi8(42), c64 = _mm256_set1_epi8(64);
+    uint64_t esc = st.escape, ls = st.lineStart;
     size_t i = 0, out = 0;
-    while (i + 32 <= len) {
-        const __m256i v = _mm256_loadu_si256(reinterpret_cast<const __m256i *>(src + i));
-        const uint32_t eq = uint32_t(_mm256_movemask_epi8(_mm256_cmpeq_epi8(v, cEq)));
-        const uint32_t cr = uint32_t(_mm256_movemask_epi8(_mm256_cmpeq_epi8(v, cCr)));
-        const uint32_t lf = uint32_t(_mm256_movemask_epi8(_mm256_cmpeq_epi8(v, cLf)));
-        const uint32_t dot =
-            stripDots ? uint32_t(_mm256_movemask_epi8(_mm256_cmpeq_epi8(v, cDot))) : 0;
-        if ((eq | cr | lf) == 0 && !st.escape && !(dot & uint32_t(st.lineStart))) {
-            _mm256_storeu_si256(reinterpret_cast<__m256i *>(dst + out), _mm256_sub_epi8(v, c42));
-            out += 32;
-            st.lineStart = false;
-            i += 32;
+    while (i + 64 <= len) {
+        const __m256i v0 = _mm256_loadu_si256(reinterpret_cast<const __m256i *>(src + i));
+        const __m256i v1 = _mm256_loadu_si256(reinterpret_cast<const __m256i *>(src + i + 32));
+        const __m256i eq0 = _mm256_cmpeq_epi8(v0, cEq), eq1 = _mm256_cmpeq_epi8(v1, cEq);
+        const uint64_t eq = mask(eq0) | (mask(eq1) << 32);
+        const uint64_t cr = mask(_mm256_cmpeq_epi8(v0, cCr)) | (mask(_mm256_cmpeq_epi8(v1, cCr)) << 32);
+        const uint64_t lf = mask(_mm256_cmpeq_epi8(v0, cLf)) | (mask(_mm256_cmpeq_epi8(v1, cLf)) << 32);
+        const uint64_t dot = stripDots ? mask(_mm256_cmpeq_epi8(v0, cDot)) | (mask(_mm256_cmpeq_epi8(v1, cDot)) << 32) : 0;
+        const uint64_t escM = (eq << 1) | esc;
+        if (__builtin_expect((escM & eq) != 0, 0)) {
+            uint32_t e = uint32_t(esc), l = uint32_t(ls);
+            out += scalarStep(src + i, 64, dst + out, e, l, stripDots);
+            esc = e;
+            ls = l;
+            i += 64;
             continue;
         }
-        const __m128i vLo = _mm256_castsi256_si128(v);
-        const __m128i vHi = _mm256_extracti128_si256(v, 1);
-        for (int h = 0; h < 2; ++h) {
-            const int sh = h * 16;
-            if (!block16(h ? vHi : vLo, (eq >> sh) & 0xFFFF, (cr >> sh) & 0xFFFF,
-                         (lf >> sh) & 0xFFFF, (dot >> sh) & 0xFFFF, dst, out, st))
-                out += decodeScalar(src + i + sh, 16, dst + out, st, stripDots);
-        }
-        i += 32;
+        const uint64_t lfReal = lf & ~escM;
+        const uint64_t drop = (eq | cr | lfReal | (dot & ((lfReal << 1) | ls))) & ~escM;
+        // escaped bytes (those after an "=") lose a further 64
+        const __m256i e0 = shiftedEq(eq0, _mm256_set1_epi8(char(-int(esc))));
+        const __m256i e1 = shiftedEq(eq1, eq0);
+        esc = eq >> 63;
+        ls = lfReal >> 63;
+        const __m256i val0 = _mm256_sub_epi8(_mm256_sub_epi8(v0, c42), _mm256_and_si256(e0, c64));
+        const __m256i val1 = _mm256_sub_epi8(_mm256_sub_epi8(v1, c42), _mm256_and_si256(e1, c64));
+        pack32(val0, uint32_t(drop), dst, out);
+        pack32(val1, uint32_t(drop >> 32), dst, out);
+        i += 64;
     }
+    st.escape = esc;
+    st.lineStart = ls;
     out += decodeScalar(src + i, len - i, dst + out, st, stripDots);
     return out;
 }

@@ -1,0 +1,508 @@
+// Unit tests of the decoders: the yEnc kernel and its variants, yEnc sets,
+// uuencode, MIME base64, file handling and the wizard's completion.
+
+#include <QSignalSpy>
+#include <QTemporaryDir>
+#include <QtTest>
+
+#include "DecoderTestUtil.h"
+#include "download/decoder/DecoderWizard.h"
+#include "download/decoder/Decoders.h"
+#include "download/decoder/YencKernel.h"
+
+using namespace testutil;
+using decoder::DecodeResult;
+using decoder::MemorySink;
+
+namespace {
+
+QByteArray kernelDecode(yenc::Kernel k, const QByteArray &in, bool stripDots,
+                        const QList<int> &splits = {})
+{
+    QByteArray out(in.size() + 1, '\0');
+    yenc::DecodeState st;
+    size_t n = 0;
+    int from = 0;
+    QList<int> cuts = splits;
+    cuts << int(in.size());
+    for (int cut : cuts) {
+        n += yenc::decodeWith(k, reinterpret_cast<const uint8_t *>(in.constData()) + from,
+                              size_t(cut - from), reinterpret_cast<uint8_t *>(out.data()) + n, st,
+                              stripDots);
+        from = cut;
+    }
+    out.truncate(int(n));
+    return out;
+}
+
+DecodeResult decodeMem(int format, const QByteArray &in, QByteArray *out)
+{
+    MemorySink sink;
+    DecodeResult r = decoder::decodeBuffer(format, in.constData(), in.size(), sink);
+    *out = sink.data;
+    return r;
+}
+
+const QList<yenc::Kernel> kAllKernels = {yenc::Kernel::Scalar, yenc::Kernel::Sse2,
+                                         yenc::Kernel::Ssse3, yenc::Kernel::Avx2};
+
+} // namespace
+
+class TestDecoder : public QObject
+{
+    Q_OBJECT
+private slots:
+    void kernelsAgreeOnHostileText();
+    void kernelStateAcrossEveryBoundary();
+    void kernelStripsOnlyLeadingDots();
+    void yencEscapePositions_data();
+    void yencEscapePositions();
+    void yencLongLinesAndLfOnly();
+    void yencPartsOutOfOrderAndTwice();
+    void yencWrongPcrcAndWholeCrc();
+    void yencMissingAndTruncatedParts();
+    void yencOverlongPartStaysInItsRange();
+    void yencLargePartAcrossSteps();
+    void uuencodeForms_data();
+    void uuencodeForms();
+    void uuencodeTextBetweenParts();
+    void uuencodeMissingEnd();
+    void mimeBase64();
+    void mimeNotBase64();
+    void emptyAndNoData_data();
+    void emptyAndNoData();
+    void fileDamagedKeepsNameFree();
+    void fileOverwriteAndErrors();
+    void namesAndDetection();
+    void wizardCompletesOffThread();
+};
+
+void TestDecoder::kernelsAgreeOnHostileText()
+{
+    // text dense in "=", CR, LF and "." so every kernel takes its odd paths
+    QRandomGenerator rng(7);
+    const char alphabet[] = "==\r\n..\r\nab=c\n.=";
+    for (int round = 0; round < 400; ++round) {
+        const int len = int(rng.bounded(1, 300));
+        QByteArray in(len, Qt::Uninitialized);
+        for (int i = 0; i < len; ++i)
+            in[i] = rng.bounded(3) == 0 ? char(rng.generate() & 0xFF)
+                                        : alphabet[rng.bounded(int(sizeof alphabet) - 1)];
+        for (bool dots : {false, true}) {
+            const QByteArray want = kernelDecode(yenc::Kernel::Scalar, in, dots);
+            for (yenc::Kernel k : kAllKernels) {
+                if (!yenc::kernelSupported(k))
+                    continue;
+                QCOMPARE(kernelDecode(k, in, dots), want);
+            }
+        }
+    }
+}
+
+void TestDecoder::kernelStateAcrossEveryBoundary()
+{
+    // a buffer may end anywhere: right after "=", between CR and LF, before a dot
+    QByteArray data = randomBytes(700, 3) + QByteArray("\x13\xe0\xe3\xd6\x04", 5);
+    for (int i = 300; i < data.size(); i += 7)
+        data[i] = '\x04'; // encodes as "."
+    QByteArray text = yencLines(data, 61, false);
+    text.replace("\r\n.", "\r\n.."); // dot-stuffed on the wire
+    QVERIFY(text.count("\r\n..") >= 2);
+    for (yenc::Kernel k : kAllKernels) {
+        if (!yenc::kernelSupported(k))
+            continue;
+        QCOMPARE(kernelDecode(k, text, true), data);
+        for (int cut = 0; cut <= text.size(); ++cut)
+            QCOMPARE(kernelDecode(k, text, true, {cut}), data);
+    }
+    // "=" as the very last byte of one buffer, its escaped byte in the next
+    const QByteArray esc = "ab=}cd";
+    yenc::DecodeState st;
+    uint8_t out[8];
+    size_t n = yenc::decode(reinterpret_cast<const uint8_t *>(esc.constData()), 3, out, st);
+    QVERIFY(st.escape);
+    n += yenc::decode(reinterpret_cast<const uint8_t *>(esc.constData()) + 3, 3, out + n, st);
+    QCOMPARE(QByteArray(reinterpret_cast<char *>(out), int(n)), QByteArray("78=9:", 5).replace('=', char('}' - 106)));
+}
+
+void TestDecoder::kernelStripsOnlyLeadingDots()
+{
+    // ".." opening a line loses one dot; dots elsewhere and an escaped LF stay data
+    const QByteArray in = "..a.b\r\n.c\n..\r\n=J.x";
+    QByteArray expect;
+    for (char c : QByteArray(".a.bc."))
+        expect += char(c - 42);
+    expect += char('J' - 106);
+    expect += char('.' - 42);
+    expect += char('x' - 42);
+    for (yenc::Kernel k : kAllKernels)
+        if (yenc::kernelSupported(k))
+            QCOMPARE(kernelDecode(k, in, true), expect);
+    // without stripping, every dot is data
+    QCOMPARE(kernelDecode(yenc::Kernel::Scalar, in, false).count(char('.' - 42)), 7);
+}
+
+void TestDecoder::yencEscapePositions_data()
+{
+    QTest::addColumn<QByteArray>("data");
+    QTest::addColumn<int>("lineLen");
+    // critical bytes (0xD6 -> NUL, 0xE0 -> LF, 0xE3 -> CR, 0x13 -> "=") and dot/TAB/space makers
+    const QByteArray crit("\xd6\xe0\xe3\x13\x04\xdf\xf6", 7);
+    QTest::newRow("escape at line start") << (crit.mid(0, 1) + QByteArray(9, 'a') + crit.mid(1, 1) + QByteArray(9, 'b')) << 10;
+    QTest::newRow("escape at line end") << (QByteArray(9, 'a') + crit.mid(2, 1) + QByteArray(9, 'b') + crit.mid(3, 1) + "cc") << 10;
+    QTest::newRow("escape as the last byte") << (QByteArray(25, 'q') + crit.mid(0, 1)) << 10;
+    QTest::newRow("dot, tab, space at edges") << (crit.mid(4, 1) + QByteArray(8, 'a') + crit.mid(5, 1) + crit.mid(6, 1) + QByteArray(8, 'z') + crit.mid(5, 1)) << 10;
+    QTest::newRow("only escapes") << QByteArray(crit.mid(0, 4).repeated(40)) << 7;
+    QTest::newRow("one byte") << QByteArray("\x13", 1) << 128;
+}
+
+void TestDecoder::yencEscapePositions()
+{
+    QFETCH(QByteArray, data);
+    QFETCH(int, lineLen);
+    QByteArray out;
+    const QByteArray text = yencSingle(data, "x.bin", lineLen);
+    const DecodeResult r = decodeMem(decoder::FormatYenc, text, &out);
+    QCOMPARE(r.error, 0);
+    QCOMPARE(out, data);
+    QCOMPARE(r.fileName, QStringLiteral("x.bin"));
+}
+
+void TestDecoder::yencLongLinesAndLfOnly()
+{
+    const QByteArray data = randomBytes(20000, 11);
+    QByteArray out;
+    // one enormous line, then LF-only line ends, then text before the header
+    for (const QByteArray &text : {yencSingle(data, "a", 1 << 20), lf(yencSingle(data, "a", 64)),
+                                   "Some words first\r\n\r\n" + yencSingle(data, "a") + "\r\n-- \r\nsig\r\n"}) {
+        const DecodeResult r = decodeMem(decoder::FormatYenc, text, &out);
+        QCOMPARE(r.error, 0);
+        QCOMPARE(out, data);
+    }
+}
+
+void TestDecoder::yencPartsOutOfOrderAndTwice()
+{
+    const QByteArray data = randomBytes(10000, 5);
+    const QByteArray p1 = yencPart(data, "f.bin", 1, 3, 0, 4000);
+    const QByteArray p2 = yencPart(data, "f.bin", 2, 3, 4000, 8000);
+    const QByteArray p3 = yencPart(data, "f.bin", 3, 3, 8000, 10000);
+    const QByteArray between = "\r\n\r\nWhat follows is part two\r\n";
+    QByteArray out;
+    for (const QByteArray &set : {p3 + "\r\n" + p1 + between + p2 + "\r\n",
+                                  p1 + p2 + p2 + p3 + p1,
+                                  lf(p2 + between + p3 + p1)}) {
+        const DecodeResult r = decodeMem(decoder::FormatYenc, set, &out);
+        QVERIFY2(r.error == 0, qPrintable(r.reason()));
+        QCOMPARE(out, data);
+    }
+    // a damaged first copy is repaired by a good second one
+    QByteArray bad2 = p2;
+    bad2[bad2.indexOf("\r\n=ypart") + 40] ^= 1;
+    const DecodeResult r = decodeMem(decoder::FormatYenc, p1 + bad2 + p3 + p2, &out);
+    QCOMPARE(r.error, 0);
+    QCOMPARE(out, data);
+}
+
+void TestDecoder::yencWrongPcrcAndWholeCrc()
+{
+    const QByteArray data = randomBytes(9000, 9);
+    QByteArray p2 = yencPart(data, "f.bin", 2, 3, 3000, 6000);
+    const int at = p2.indexOf("pcrc32=") + 7;
+    p2[at] = p2[at] == '0' ? '1' : '0';
+    QByteArray out;
+    DecodeResult r = decodeMem(decoder::FormatYenc,
+                               yencPart(data, "f.bin", 1, 3, 0, 3000) + p2 + yencPart(data, "f.bin", 3, 3, 6000, 9000), &out);
+    QCOMPARE(r.error, int(decoder::ErrorDamaged));
+    QCOMPARE(r.problems, QStringList{QStringLiteral("CRC error in part 2")});
+    QCOMPARE(out, data); // the bytes are all there, only the check failed
+
+    // every part right but the whole-file CRC wrong
+    QByteArray p3 = yencPart(data, "f.bin", 3, 3, 6000, 9000);
+    const int c = p3.indexOf(" crc32=") + 7;
+    p3[c] = p3[c] == 'f' ? 'e' : 'f';
+    r = decodeMem(decoder::FormatYenc, p3 + yencPart(data, "f.bin", 1, 3, 0, 3000) + yencPart(data, "f.bin", 2, 3, 3000, 6000), &out);
+    QCOMPARE(r.error, int(decoder::ErrorDamaged));
+    QCOMPARE(r.problems, QStringList{QStringLiteral("CRC error in the whole file")});
+
+    // single part: the crc32 of "=yend"
+    QByteArray single = yencSingle(data, "s");
+    single[single.size() - 4] = single[single.size() - 4] == '0' ? '1' : '0';
+    r = decodeMem(decoder::FormatYenc, single, &out);
+    QCOMPARE(r.problems, QStringList{QStringLiteral("CRC error")});
+}
+
+void TestDecoder::yencMissingAndTruncatedParts()
+{
+    const QByteArray data = randomBytes(12000, 13);
+    QList<QByteArray> p;
+    for (int k = 0; k < 4; ++k)
+        p << yencPart(data, "f.bin", k + 1, 4, k * 3000, (k + 1) * 3000);
+    QByteArray out;
+    DecodeResult r = decodeMem(decoder::FormatYenc, p[0] + p[1] + p[3], &out);
+    QCOMPARE(r.error, int(decoder::ErrorDamaged));
+    QCOMPARE(r.problems, QStringList{QStringLiteral("part 3 missing")});
+    QCOMPARE(out.mid(9000), data.mid(9000)); // the last part still sits at its offset
+
+    // the last part cut off in the middle: no "=yend", fewer bytes
+    const QByteArray cut = p[3].left(p[3].size() / 2);
+    r = decodeMem(decoder::FormatYenc, p[0] + p[1] + p[2] + cut, &out);
+    QCOMPARE(r.error, int(decoder::ErrorDamaged));
+    QCOMPARE(r.problems.size(), 1);
+    QVERIFY2(r.problems[0].startsWith(QStringLiteral("part 4 truncated")), qPrintable(r.reason()));
+    QCOMPARE(out.left(9000), data.left(9000));
+
+    // a truncated part followed straight by the next "=ybegin"
+    r = decodeMem(decoder::FormatYenc, p[0] + p[1].left(p[1].size() / 2) + "\r\n" + p[2] + p[3], &out);
+    QVERIFY(r.problems.value(0).startsWith(QStringLiteral("part 2 truncated")));
+    QCOMPARE(out.mid(6000), data.mid(6000));
+}
+
+void TestDecoder::yencOverlongPartStaysInItsRange()
+{
+    // a part with more data than its range must not spill over its neighbour
+    const QByteArray data = randomBytes(6000, 21);
+    QByteArray p1 = yencPart(data, "f", 1, 2, 0, 3000);
+    p1.replace("=ypart begin=1 end=3000", "=ypart begin=1 end=2000");
+    const QByteArray p2 = yencPart(data, "f", 2, 2, 3000, 6000);
+    QByteArray out;
+    const DecodeResult r = decodeMem(decoder::FormatYenc, p2 + p1, &out);
+    QCOMPARE(r.error, int(decoder::ErrorDamaged));
+    QCOMPARE(out.mid(3000), data.mid(3000));
+    QCOMPARE(out.left(2000), data.left(2000));
+}
+
+void TestDecoder::yencLargePartAcrossSteps()
+{
+    // bigger than one decoding step of the file decoder, with an "=" at every step edge possible
+    const QByteArray data = randomBytes(9 << 20, 17);
+    QByteArray out;
+    const DecodeResult r = decodeMem(decoder::FormatYenc, yencSingle(data, "big"), &out);
+    QCOMPARE(r.error, 0);
+    QVERIFY(out == data);
+}
+
+void TestDecoder::uuencodeForms_data()
+{
+    QTest::addColumn<QByteArray>("data");
+    QTest::addColumn<bool>("grave");
+    QTest::addColumn<bool>("lfOnly");
+    QTest::newRow("grave zeros, short last line") << QByteArray(100, '\0') << true << false;
+    QTest::newRow("space zeros") << (QByteArray(50, '\0') + QByteArray("xy\0", 3).repeated(40)) << false << false;
+    QTest::newRow("exact full lines, LF") << randomBytes(90, 1) << true << true;
+    QTest::newRow("one byte") << QByteArray("Z") << true << false;
+    QTest::newRow("every byte") << randomBytes(256, 2) << false << true;
+}
+
+void TestDecoder::uuencodeForms()
+{
+    QFETCH(QByteArray, data);
+    QFETCH(bool, grave);
+    QFETCH(bool, lfOnly);
+    QByteArray text = "Some text\r\nbegin with words\r\n" + uuencode(data, "file name.bin", grave);
+    if (lfOnly)
+        text = lf(text);
+    QByteArray out;
+    const DecodeResult r = decodeMem(decoder::FormatUuencode, text, &out);
+    QCOMPARE(r.error, 0);
+    QCOMPARE(out, data);
+    QCOMPARE(r.fileName, QStringLiteral("file name.bin"));
+    // servers may strip the trailing blanks of space-zero lines
+    if (!grave) {
+        QByteArray stripped;
+        for (const QByteArray &line : text.split('\n')) {
+            QByteArray l = line;
+            const bool cr = l.endsWith('\r');
+            if (cr)
+                l.chop(1);
+            if (l.size() > 1 && l.endsWith(' ') && !l.endsWith("  "))
+                l.chop(1); // a single trailing blank lost
+            stripped += l + (cr ? "\r\n" : "\n");
+        }
+        QCOMPARE(decodeMem(decoder::FormatUuencode, stripped, &out).error, 0);
+        QCOMPARE(out, data);
+    }
+}
+
+void TestDecoder::uuencodeTextBetweenParts()
+{
+    const QByteArray data = randomBytes(5000, 4);
+    const QList<QByteArray> lines = uuencode(data, "p.jpg").split('\n');
+    QByteArray text;
+    for (int i = 0; i < lines.size(); ++i) {
+        text += lines[i] + '\n';
+        if (i == 40 || i == 80) // the next article's text, the way the download leaves it
+            text += "\r\nPart 2 of 3 -- enjoy\r\n\r\nMORE TO COME\r\n-----------------\r\n";
+    }
+    QByteArray out;
+    const DecodeResult r = decodeMem(decoder::FormatUuencode, text, &out);
+    QCOMPARE(r.error, 0);
+    QCOMPARE(out, data);
+}
+
+void TestDecoder::uuencodeMissingEnd()
+{
+    const QByteArray data = randomBytes(1000, 8);
+    QByteArray text = uuencode(data, "x");
+    text.truncate(text.indexOf("`\r\nend"));
+    QByteArray out;
+    const DecodeResult r = decodeMem(decoder::FormatUuencode, text, &out);
+    QCOMPARE(r.error, int(decoder::ErrorDamaged));
+    QCOMPARE(out, data);
+    // begin-base64 form
+    const QByteArray b64 = "begin-base64 644 y.bin\r\n" + data.toBase64() + "\r\n====\r\n";
+    QCOMPARE(decodeMem(decoder::FormatUuencode, b64, &out).error, 0);
+    QCOMPARE(out, data);
+}
+
+void TestDecoder::mimeBase64()
+{
+    const QByteArray data = randomBytes(3000, 6);
+    QByteArray b64;
+    const QByteArray all = data.toBase64();
+    for (int i = 0; i < all.size(); i += 76)
+        b64 += all.mid(i, 76) + "\r\n";
+    QByteArray out;
+    // as the download leaves it: body, CR LF, then the next attachment's disposition
+    DecodeResult r = decodeMem(decoder::FormatMime, b64 + "\r\n\r\nattachment; filename=\"b.jpg\"\r\n\r\nQUJD\r\n", &out);
+    QCOMPARE(r.error, 0);
+    QCOMPARE(out, data);
+    // header lines and blank lines in front, a boundary after
+    r = decodeMem(decoder::FormatMime, "\r\nContent-Type: image/jpeg;\r\n name=\"a.jpg\"\r\nContent-Transfer-Encoding: base64\r\n\r\n" + lf(b64) + "--=_boundary--\r\n", &out);
+    QCOMPARE(r.error, 0);
+    QCOMPARE(out, data);
+    QCOMPARE(r.fileName, QString());
+}
+
+void TestDecoder::mimeNotBase64()
+{
+    QByteArray out;
+    const QByteArray text = "Dear all,\r\nthis is plain text; nothing encoded.\r\n";
+    const DecodeResult r = decodeMem(decoder::FormatMime, text + "\r\n\r\n", &out);
+    QCOMPARE(r.error, 0);
+    QCOMPARE(out, text);
+}
+
+void TestDecoder::emptyAndNoData_data()
+{
+    QTest::addColumn<int>("format");
+    QTest::addColumn<QByteArray>("input");
+    for (int f : {0, 2, 3})
+        QTest::addRow("empty, format %d", f) << f << QByteArray();
+    QTest::newRow("yEnc, text only") << 3 << QByteArray("hello\r\n=yend size=3\r\n");
+    QTest::newRow("uu, text only") << 2 << QByteArray("begin here\r\nM0000\r\nend\r\n");
+    QTest::newRow("MIME, blank lines") << 0 << QByteArray("\r\n\r\n  \r\n");
+    QTest::newRow("bad format code") << 1 << QByteArray("abc");
+}
+
+void TestDecoder::emptyAndNoData()
+{
+    QFETCH(int, format);
+    QFETCH(QByteArray, input);
+    QTemporaryDir dir;
+    const QString in = dir.filePath(QStringLiteral("in.tmp")), outPath = dir.filePath(QStringLiteral("out.bin"));
+    QVERIFY(writeFile(in, input));
+    const decoder::FileDecodeResult r = decoder::decodeFile(in, outPath, format, true);
+    QVERIFY(r.error == decoder::ErrorNoData || r.error == decoder::ErrorFormat);
+    QVERIFY(!r.errorText.isEmpty());
+    QVERIFY(r.outputPath.isEmpty());
+    QCOMPARE(QDir(dir.path()).entryList(QDir::Files), QStringList{QStringLiteral("in.tmp")});
+}
+
+void TestDecoder::fileDamagedKeepsNameFree()
+{
+    QTemporaryDir dir;
+    const QByteArray data = randomBytes(8000, 12);
+    const QString in = dir.filePath(QStringLiteral("1234.tmp")), outPath = dir.filePath(QStringLiteral("pic.jpg"));
+    QVERIFY(writeFile(in, yencPart(data, "pic.jpg", 1, 3, 0, 3000) + "\r\n" + yencPart(data, "pic.jpg", 3, 3, 6000, 8000) + "\r\n"));
+    const decoder::FileDecodeResult r = decoder::decodeFile(in, outPath, 3, true);
+    QCOMPARE(r.error, int(decoder::ErrorDamaged));
+    QVERIFY2(r.errorText.contains(QStringLiteral("part 2 missing")), qPrintable(r.errorText));
+    QCOMPARE(r.outputPath, outPath + QStringLiteral(".damaged"));
+    QVERIFY(!QFile::exists(outPath));
+    const QByteArray got = readFile(r.outputPath);
+    QCOMPARE(got.left(3000), data.left(3000));
+    QCOMPARE(got.mid(6000), data.mid(6000));
+    QCOMPARE(QDir(dir.path()).entryList(QDir::Files).size(), 2); // no leftovers
+}
+
+void TestDecoder::fileOverwriteAndErrors()
+{
+    QTemporaryDir dir;
+    const QByteArray data = randomBytes(500, 14);
+    const QString in = dir.filePath(QStringLiteral("in.tmp")), outPath = dir.filePath(QStringLiteral("a.bin"));
+    QVERIFY(writeFile(in, yencSingle(data, "a.bin")));
+    QVERIFY(writeFile(outPath, "old"));
+    decoder::FileDecodeResult r = decoder::decodeFile(in, outPath, 3, false);
+    QCOMPARE(r.error, int(decoder::ErrorExists));
+    QCOMPARE(readFile(outPath), QByteArray("old"));
+    r = decoder::decodeFile(in, outPath, 3, true);
+    QCOMPARE(r.error, 0);
+    QCOMPARE(readFile(outPath), data);
+    QCOMPARE(r.errorText, QString());
+
+    r = decoder::decodeFile(dir.filePath(QStringLiteral("absent.tmp")), outPath, 3, true);
+    QCOMPARE(r.error, int(decoder::ErrorRead));
+    QVERIFY(r.errorText.contains(QStringLiteral("absent.tmp")));
+    r = decoder::decodeFile(in, dir.filePath(QStringLiteral("no/such/dir/a.bin")), 3, true);
+    QCOMPARE(r.error, int(decoder::ErrorWrite));
+    QVERIFY(!r.errorText.isEmpty());
+}
+
+void TestDecoder::namesAndDetection()
+{
+    QCOMPARE(decoder::safeFileName(QStringLiteral("../../etc/passwd")), QStringLiteral("passwd"));
+    QCOMPARE(decoder::safeFileName(QStringLiteral("C:\\x\\holiday 01.jpg")), QStringLiteral("holiday 01.jpg"));
+    QCOMPARE(decoder::safeFileName(QStringLiteral("..")), QString());
+    QCOMPARE(decoder::safeFileName(QStringLiteral("dir/.")), QString());
+    QCOMPARE(decoder::safeFileName(QStringLiteral("a\tb\x01.txt")), QStringLiteral("ab.txt"));
+
+    const QByteArray y = "text\r\n=ybegin line=128 size=1 name=holiday 01.jpg\r\n";
+    QCOMPARE(decoder::detectFormat(y.constData(), y.size()), 3);
+    QCOMPARE(decoder::announcedFileName(3, y.constData(), y.size()), QStringLiteral("holiday 01.jpg"));
+    const QByteArray u = "Beginners guide\r\nbegin 644 beginner.jpg\r\n";
+    QCOMPARE(decoder::detectFormat(u.constData(), u.size()), 2);
+    QCOMPARE(decoder::announcedFileName(2, u.constData(), u.size()), QStringLiteral("beginner.jpg"));
+    const QByteArray m = "attachment; filename=\"a b.png\"\r\n\r\nQUJD\r\n";
+    QCOMPARE(decoder::detectFormat(m.constData(), m.size()), 0);
+    QCOMPARE(decoder::announcedFileName(0, m.constData(), m.size()), QStringLiteral("a b.png"));
+}
+
+void TestDecoder::wizardCompletesOffThread()
+{
+    QTemporaryDir dir;
+    const QByteArray data = randomBytes(6 << 20, 15);
+    const QString in = dir.filePath(QStringLiteral("200000.tmp")), outPath = dir.filePath(QStringLiteral("w.bin"));
+    QVERIFY(writeFile(in, yencSingle(data, "w.bin")));
+    DecoderWizard w;
+    QSignalSpy done(&w, &DecoderWizard::Completed);
+    qint64 sizeAtSignal = -1;
+    connect(&w, &DecoderWizard::Completed, this, [&] {
+        QVERIFY(QThread::currentThread() == thread());
+        sizeAtSignal = QFileInfo(outPath).size(); // closed and in place by now
+    });
+    w.DecodeToFile(in, outPath, 3, true);
+    QVERIFY(w.Busy());
+    QCOMPARE(w.DecodeError(), 0);
+    w.DecodeToFile(in, outPath, 3, true); // refused while busy
+    QCOMPARE(w.DecodeError(), int(decoder::ErrorBusy));
+    QVERIFY(done.wait(20000));
+    QCOMPARE(done.count(), 1);
+    QVERIFY(!w.Busy());
+    QCOMPARE(w.DecodeError(), 0);
+    QCOMPARE(w.DecodeErrorText(), QString());
+    QCOMPARE(w.OutputPath(), outPath);
+    QCOMPARE(sizeAtSignal, qint64(data.size()));
+    QVERIFY(readFile(outPath) == data);
+
+    // a failure reports its reason
+    QVERIFY(writeFile(in, "nothing here\r\n"));
+    w.DecodeToFile(in, outPath, 2, true);
+    QVERIFY(done.wait(20000));
+    QCOMPARE(w.DecodeError(), int(decoder::ErrorNoData));
+    QCOMPARE(w.DecodeErrorText(), QStringLiteral("no uuencoded data found"));
+    QCOMPARE(w.OutputPath(), QString());
+}
+
+QTEST_GUILESS_MAIN(TestDecoder)
+#include "tst_decoder.moc"

@@ -1,0 +1,106 @@
+#include "groups/FavoriteRules.h"
+#include "ui/ItemList.h"
+
+#include <QtTest>
+
+using namespace FavoriteRules;
+
+namespace {
+QString mk(char digit, const QString &text) { return ItemList::marked(QLatin1Char(digit), text); }
+}
+
+class TstFavoriteRules : public QObject {
+    Q_OBJECT
+private slots:
+    void readingItemsBack_data()
+    {
+        QTest::addColumn<QString>("item");
+        QTest::addColumn<QString>("group");
+        QTest::addColumn<QString>("server");
+        QTest::newRow("marked with count") << mk('1', "alt.binaries.test (news1) (37)") << "alt.binaries.test" << "news1";
+        QTest::newRow("plain") << "alt.test (news.host.net)" << "alt.test" << "news.host.net";
+        QTest::newRow("error marker") << mk('2', "alt.test (127.0.0.1:11931)") << "alt.test" << "127.0.0.1:11931";
+        QTest::newRow("no count marker") << mk('4', "alt.test (nntps://h:563)") << "alt.test" << "nntps://h:563";
+        QTest::newRow("group item, not a favourite") << mk('1', "alt.test (12)") << "alt.test" << "12";
+        QTest::newRow("bare name") << "alt.test" << "alt.test" << "";
+        QTest::newRow("unclosed") << "alt.test (news1" << "alt.test" << "";
+    }
+    void readingItemsBack()
+    {
+        QFETCH(QString, item);
+        QFETCH(QString, group);
+        QFETCH(QString, server);
+        QCOMPARE(CleanNewsGroup(item), group);
+        QCOMPARE(groupOfItem(item), group);
+        QCOMPARE(GetServerName(item), server);
+    }
+
+    void dropAddsMarkerServerAndCount()
+    {
+        // a group with messages keeps its count, marker "1"
+        QCOMPARE(*itemForDrop(mk('1', "alt.test (37)"), "news1", {}), mk('1', "alt.test (news1) (37)"));
+        // "(0)" without a marker: no count text, marker "4"
+        QCOMPARE(*itemForDrop("alt.test (0)", "news1", {}), mk('4', "alt.test (news1)"));
+        // a marked item whose count is not positive
+        QCOMPARE(*itemForDrop(mk('1', "alt.test (0)"), "news1", {}), mk('4', "alt.test (news1) (0)"));
+        // no parenthesis at all: the whole text is the group
+        QCOMPARE(*itemForDrop("alt.test", "news1", {}), mk('4', "alt.test (news1)"));
+        // a failed listing's item: the marker is not part of the name
+        QCOMPARE(*itemForDrop(mk('2', "alt.test"), "news1", {}), mk('4', "alt.test (news1)"));
+        // nothing to add without a group or without a current server
+        QVERIFY(!itemForDrop("", "news1", {}));
+        QVERIFY(!itemForDrop("alt.test (5)", "", {}));
+    }
+
+    void secondDropOfTheSameGroupAddsNothing()
+    {
+        const QStringList favs = {mk('1', "alt.test (news1) (37)"), mk('2', "alt.other (news1)")};
+        // same group, same server: found whatever its marker and count
+        QVERIFY(!itemForDrop(mk('1', "alt.test (40)"), "news1", favs));
+        QVERIFY(!itemForDrop("alt.other (0)", "NEWS1", favs));
+        // same group on another server is another favourite
+        QCOMPARE(*itemForDrop(mk('1', "alt.test (40)"), "news2", favs), mk('1', "alt.test (news2) (40)"));
+        // a group whose name begins like a favourite's is not that favourite
+        QVERIFY(itemForDrop("alt.tes (1)", "news1", favs));
+    }
+
+    void findFavoriteIgnoresMarkersAndCounts()
+    {
+        const QStringList favs = {"alt.a (s1)", mk('1', "alt.b (s1) (9)"), mk('4', "alt.b (s2)")};
+        QCOMPARE(findFavorite(favs, "alt.b", "s2"), 2);
+        QCOMPARE(findFavorite(favs, "alt.b", "s1"), 1);
+        QCOMPARE(findFavorite(favs, "alt.a", "s2"), -1);
+        // the list's own search (used after a listing) reads favourites the same way
+        ItemList l;
+        l.addMany(favs);
+        QCOMPARE(l.findGroupOnServer("alt.b", "s1"), 1);
+        QCOMPARE(l.findGroupOnServer("alt.b", "s2"), 2);
+        QCOMPARE(ItemList::serverOfFavorite(mk('1', "alt.b (news1) (37)")), QStringLiteral("news1"));
+    }
+
+    void itemAfterListing()
+    {
+        QCOMPARE(FavoriteRules::itemAfterListing("alt.test", "news1", 12, false), mk('1', "alt.test (news1) (12)"));
+        QCOMPARE(FavoriteRules::itemAfterListing("alt.test", "news1", 0, false), mk('4', "alt.test (news1)"));
+        // an error wins over a count
+        QCOMPARE(FavoriteRules::itemAfterListing("alt.test", "news1", 12, true), mk('2', "alt.test (news1)"));
+        // every form reads back as the same group and server
+        for (const QString &s : {FavoriteRules::itemAfterListing("alt.test", "news1", 3, false),
+                                 FavoriteRules::itemAfterListing("alt.test", "news1", 0, false),
+                                 FavoriteRules::itemAfterListing("alt.test", "news1", 0, true)}) {
+            QCOMPARE(CleanNewsGroup(s), QStringLiteral("alt.test"));
+            QCOMPARE(GetServerName(s), QStringLiteral("news1"));
+        }
+    }
+
+    void shortNameOfAFavoritesFile()
+    {
+        QCOMPARE(shortName("/home/u/.local/share/nd/NewsdredgeFavorites.fav"), QStringLiteral("NewsdredgeFavorites"));
+        QCOMPARE(shortName("/tmp/my.old.favs.fav"), QStringLiteral("my"));
+        QCOMPARE(shortName("C:\\x\\work.fav"), QStringLiteral("work"));
+        QCOMPARE(shortName("plain"), QStringLiteral("plain"));
+    }
+};
+
+QTEST_APPLESS_MAIN(TstFavoriteRules)
+#include "tst_favoriterules.moc"

@@ -1,0 +1,129 @@
+#include "post/PostArticle.h"
+
+#include <QFile>
+#include <QTemporaryDir>
+#include <QtTest>
+
+using namespace PostArticle;
+
+class TstPostArticle : public QObject {
+    Q_OBJECT
+private slots:
+    void headersInOrder()
+    {
+        Fields f{QStringLiteral("  Ann Poster "), QStringLiteral(" ann@example.org "), QStringLiteral("Hello"),
+                 QStringLiteral("alt.test"), QStringLiteral("x"), {}, {}};
+        const HeaderList h = headers(f);
+        QStringList names;
+        for (const auto &p : h)
+            names << p.first;
+        QCOMPARE(names, (QStringList{"From", "Newsgroups", "Subject", "Organization", "MIME-Version", "Content-Type",
+                                     "Content-Transfer-Encoding"}));
+        QCOMPARE(h[0].second, QStringLiteral("Ann Poster <ann@example.org>"));
+        QCOMPARE(h[1].second, QStringLiteral("alt.test"));
+        QCOMPARE(h[3].second, QStringLiteral("Newsdredge! 3.8"));
+        QCOMPARE(h[5].second, QStringLiteral("text/plain; charset=UTF-8"));
+        QCOMPARE(h[6].second, QStringLiteral("8bit"));
+
+        // a reply threads: References and In-Reply-To after the four, before the MIME headers
+        f.references = QStringLiteral("<a@x> <b@x>");
+        f.inReplyTo = QStringLiteral("<b@x>");
+        const HeaderList r = headers(f);
+        QCOMPARE(r[4], qMakePair(QStringLiteral("References"), QStringLiteral("<a@x> <b@x>")));
+        QCOMPARE(r[5], qMakePair(QStringLiteral("In-Reply-To"), QStringLiteral("<b@x>")));
+        QCOMPARE(r[6].first, QStringLiteral("MIME-Version"));
+    }
+
+    void bodyIsUtf8WithCrLfAndLongLinesWhole()
+    {
+        const QString longLine(3000, QLatin1Char('x'));
+        const QString text = QStringLiteral("first\n.dot line\r\n..two\n\u00fcml\u00e4ut \u20ac\n") + longLine;
+        const QByteArray b = body(text);
+        QCOMPARE(b, QByteArray("first\r\n.dot line\r\n..two\r\n") + QStringLiteral("\u00fcml\u00e4ut \u20ac").toUtf8()
+                        + "\r\n" + longLine.toLatin1() + "\r\n");
+        // lone CR and a trailing line end are not doubled
+        QCOMPARE(body(QStringLiteral("a\rb\r\n")), QByteArray("a\r\nb\r\n"));
+        QCOMPARE(body(QString()), QByteArray());
+    }
+
+    void builtArticle()
+    {
+        Fields f{QStringLiteral("Ann"), QStringLiteral("ann@example.org"), QStringLiteral("S"),
+                 QStringLiteral("alt.test"), QStringLiteral("line"), {}, {}};
+        QCOMPARE(build(f), QByteArray("From: Ann <ann@example.org>\r\nNewsgroups: alt.test\r\nSubject: S\r\n"
+                                      "Organization: Newsdredge! 3.8\r\nMIME-Version: 1.0\r\n"
+                                      "Content-Type: text/plain; charset=UTF-8\r\nContent-Transfer-Encoding: 8bit\r\n"
+                                      "\r\nline\r\n"));
+    }
+
+    void rfc2047ForNonAscii()
+    {
+        QCOMPARE(encodeHeaderText(QStringLiteral("plain ascii")), QStringLiteral("plain ascii"));
+        QCOMPARE(encodeHeaderText(QStringLiteral("J\u00fcrgen")), QStringLiteral("=?UTF-8?B?SsO8cmdlbg==?="));
+        // long text: several words, each at most 75 characters, no character split, decodes back
+        QString s;
+        for (int i = 0; i < 60; ++i)
+            s += QStringLiteral("\u00e9\u20ac\U0001F600");
+        const QString enc = encodeHeaderText(s);
+        QString back;
+        for (const QString &w : enc.split(QStringLiteral("\r\n "))) {
+            QVERIFY2(w.size() <= 75, qPrintable(w));
+            QVERIFY(w.startsWith(QStringLiteral("=?UTF-8?B?")) && w.endsWith(QStringLiteral("?=")));
+            const QByteArray bytes = QByteArray::fromBase64(w.mid(10, w.size() - 12).toLatin1());
+            QVERIFY(bytes.isValidUtf8());
+            back += QString::fromUtf8(bytes);
+        }
+        QCOMPARE(back, s);
+        // line breaks typed into a field never make a second header
+        QCOMPARE(encodeHeaderText(QStringLiteral("a\r\nb\nc")), QStringLiteral("a b c"));
+    }
+
+    void fromHeaderForms()
+    {
+        QCOMPARE(fromHeader(QStringLiteral("J\u00fcrgen"), QStringLiteral("j@x.de")), QStringLiteral("=?UTF-8?B?SsO8cmdlbg==?= <j@x.de>"));
+        QCOMPARE(fromHeader(QStringLiteral("Smith, John"), QStringLiteral("j@x.de")), QStringLiteral("\"Smith, John\" <j@x.de>"));
+        QCOMPARE(fromHeader(QStringLiteral("A \"Q\" B;"), QStringLiteral("j@x.de")), QStringLiteral("\"A \\\"Q\\\" B;\" <j@x.de>"));
+    }
+
+    void emailCheck()
+    {
+        QVERIFY(looksLikeEmail(QStringLiteral("a@b.c")));
+        QVERIFY(!looksLikeEmail(QStringLiteral("a@b")));
+        QVERIFY(!looksLikeEmail(QStringLiteral("a.b")));
+    }
+
+    void logLines()
+    {
+        const QDateTime t(QDate(2026, 11, 23), QTime(7, 5, 9));
+        const QString stamp = logTime(t);
+        QVERIFY(stamp.endsWith(QStringLiteral(" 07:05:09")));
+        QCOMPARE(successLine(t, QStringLiteral("news1"), QStringLiteral("alt.test"), QStringLiteral("Hi there")),
+                 stamp + QStringLiteral(" - Posted:news1 (alt.test) Hi there"));
+        QCOMPARE(failureLine(t, QStringLiteral("news1"), QStringLiteral("Hi")), stamp + QStringLiteral(" - Unable to Post to news1 Hi"));
+
+        QTemporaryDir d;
+        const QString log = d.filePath(QStringLiteral("POST.LOG"));
+        QVERIFY(appendLog(log, QStringLiteral("one")));
+        QVERIFY(appendLog(log, QStringLiteral("tw\u00f6")));
+        QFile f(log);
+        QVERIFY(f.open(QIODevice::ReadOnly));
+        QCOMPARE(f.readAll(), QByteArray("one\r\ntw\xc3\xb6\r\n"));
+        QVERIFY(!appendLog(d.filePath(QStringLiteral("no/such/dir/POST.LOG")), QStringLiteral("x")));
+    }
+
+    void replyTexts()
+    {
+        QCOMPARE(replySubject(QStringLiteral("Hello")), QStringLiteral("Re : Hello"));
+        const QString msg = QString(250, QLatin1Char('m'));
+        const QString dashes(40, QLatin1Char('-'));
+        QCOMPARE(replyText(QStringLiteral("-- sig"), msg),
+                 QStringLiteral("\r\n\r\n-- sig\r\n") + dashes + QStringLiteral("\r\n") + QString(100, QLatin1Char('m')));
+        QCOMPARE(replyText(QString(), QStringLiteral("short")), QStringLiteral("\r\n\r\n\r\n") + dashes + QStringLiteral("\r\nshort"));
+        QCOMPARE(replyReferences(QStringLiteral("<a@x>"), QStringLiteral("<b@x>")), QStringLiteral("<a@x> <b@x>"));
+        QCOMPARE(replyReferences(QString(), QStringLiteral("<b@x>")), QStringLiteral("<b@x>"));
+        QCOMPARE(replyReferences(QStringLiteral("<a@x>\r\n <b@x>"), QStringLiteral("<b@x>")), QStringLiteral("<a@x> <b@x>"));
+    }
+};
+
+QTEST_APPLESS_MAIN(TstPostArticle)
+#include "tst_postarticle.moc"

@@ -1,0 +1,131 @@
+// The post window without a server: checks, validation and remembered fields.
+#include "app/frmMain.h"
+#include "post/Poster.h"
+#include "post/frmPostMsg.h"
+#include "settings/SettingsStore.h"
+#include "ui/ItemList.h"
+#include "ui/Prompter.h"
+
+#include <QAction>
+#include <QLabel>
+#include <QLineEdit>
+#include <QPlainTextEdit>
+#include <QPushButton>
+#include <QTableView>
+#include <QtTest>
+
+class TstPostWindow : public QObject {
+    Q_OBJECT
+private slots:
+    void init() { QFile::remove(SettingsStore().fileName()); }
+
+    void checksPerScope()
+    {
+        ScriptedPrompter p;
+        frmMain w(&p, frmMain::Options{false, true});
+        // current group: only in a message listing with the grid enabled
+        QVERIFY(!w.poster->OpenPost(frmPostMsg::CurrentGroup));
+        QCOMPARE(p.asked.last().text, QStringLiteral("Must Be in Message Listing to Use This Function"));
+        QCOMPARE(p.asked.last().icon, Prompter::Exclamation);
+        QCOMPARE(p.asked.last().title, QStringLiteral("Newsdredge!"));
+        QVERIFY(!w.poster->window());   // unloaded again
+        w.S.CurrentGroup = QStringLiteral("alt.test");
+        w.UpdateCaption(QStringLiteral("1"));
+        w.MSHResults->setEnabled(false);
+        QVERIFY(!w.poster->OpenPost(frmPostMsg::CurrentGroup));
+        w.MSHResults->setEnabled(true);
+        QVERIFY(w.poster->OpenPost(frmPostMsg::CurrentGroup));
+        QVERIFY(w.poster->window()->isVisible());
+        w.poster->window()->close();
+        QVERIFY(!w.poster->window());
+
+        // selected groups and favourites: a selection is needed
+        p.clear();
+        w.lstGroups->addMany({"alt.a (0)"});
+        w.action("menuPostG")->trigger();
+        QCOMPARE(p.texts(), QStringList{"Please Select Item(s) First"});
+        w.lstGroups->setSelected(0, true);
+        QVERIFY(w.poster->OpenPost(frmPostMsg::SelectedGroups));
+        w.poster->window()->close();
+        p.clear();
+        w.lstFavorites->addMany({"alt.a (news1)"});
+        w.action("menuPostF")->trigger();
+        QCOMPARE(p.texts(), QStringList{"Please Select Item(s) First"});
+        w.lstFavorites->setSelected(0, true);
+        QVERIFY(w.poster->OpenPost(frmPostMsg::SelectedFavorites));
+    }
+
+    void validation()
+    {
+        ScriptedPrompter p;
+        frmMain w(&p, frmMain::Options{false, true});
+        w.lstGroups->addMany({"alt.a (0)"});
+        w.lstGroups->setSelected(0, true);
+        QVERIFY(w.poster->OpenPost(frmPostMsg::SelectedGroups));
+        frmPostMsg *pw = w.poster->window();
+        pw->txtName->setText(QStringLiteral("Ann"));
+        pw->txtEmail->setText(QStringLiteral("ann@x.test"));
+        pw->txtSubject->setText(QStringLiteral("   "));
+        pw->txtMessage->setPlainText(QStringLiteral("text"));
+        pw->txtSig->setPlainText(QStringLiteral("sig"));
+        pw->cmdOK->click();
+        QCOMPARE(p.texts(), QStringList{"Please enter name, email and subject."});
+        QCOMPARE(p.asked.last().icon, Prompter::Critical);
+        // nothing was appended, nothing posted
+        QCOMPARE(pw->txtMessage->toPlainText(), QStringLiteral("text"));
+        QCOMPARE(pw->status(1), QString());
+
+        // Enter on OK checks the address first
+        p.clear();
+        pw->txtEmail->setText(QStringLiteral("ann-at-x"));
+        QTest::keyClick(pw->cmdOK, Qt::Key_Return);
+        QCOMPARE(p.texts(), QStringList{"Invalid Email Address!"});
+        QCOMPARE(p.asked.last().icon, Prompter::Exclamation);
+
+        // a direct call with an empty subject is refused as well
+        p.clear();
+        pw->cmdPostMessage(QString(), QStringLiteral("x"));
+        QCOMPARE(p.texts(), QStringList{"Please enter subject."});
+    }
+
+    void fieldsAreRemembered()
+    {
+        {
+            SettingsStore st;
+            st.save(QStringLiteral("Name"), QStringLiteral("Stored Name"));
+            st.save(QStringLiteral("Email Address"), QStringLiteral("stored@x.test"));
+            st.save(QStringLiteral("Subject"), QStringLiteral("Stored subject"));
+            st.save(QStringLiteral("Signature"), QStringLiteral("Stored sig"));
+            st.sync();
+        }
+        ScriptedPrompter p;
+        frmMain w(&p, frmMain::Options{false, true});
+        w.lstGroups->addMany({"alt.a (0)"});
+        w.lstGroups->setSelected(0, true);
+        QVERIFY(w.poster->OpenPost(frmPostMsg::SelectedGroups));
+        frmPostMsg *pw = w.poster->window();
+        QCOMPARE(pw->txtName->text(), QStringLiteral("Stored Name"));
+        QCOMPARE(pw->txtEmail->text(), QStringLiteral("stored@x.test"));
+        QCOMPARE(pw->txtSubject->text(), QStringLiteral("Stored subject"));
+        QCOMPARE(pw->txtSig->toPlainText(), QStringLiteral("Stored sig"));
+        // the signature is saved as it is typed
+        pw->txtSig->setPlainText(QStringLiteral("New sig"));
+        QCOMPARE(w.store().get(QStringLiteral("Signature")), QStringLiteral("New sig"));
+        pw->txtName->setText(QStringLiteral("New Name"));
+        pw->txtEmail->setText(QStringLiteral("new@x.test"));
+        pw->txtSubject->setText(QStringLiteral("New subject"));
+        pw->move(150, 90);
+        pw->close();
+        QCOMPARE(w.store().get(QStringLiteral("Name")), QStringLiteral("New Name"));
+        QCOMPARE(w.store().get(QStringLiteral("Email Address")), QStringLiteral("new@x.test"));
+        QCOMPARE(w.store().get(QStringLiteral("Subject")), QStringLiteral("New subject"));
+        QVERIFY(w.store().contains(QStringLiteral("PTop")));
+        QVERIFY(w.store().contains(QStringLiteral("PLeft")));
+        // the main window writes the same keys at shutdown: it has the new values
+        QCOMPARE(w.opt.Name, QStringLiteral("New Name"));
+        QCOMPARE(w.opt.EmailAddress, QStringLiteral("new@x.test"));
+    }
+};
+
+QTEST_MAIN(TstPostWindow)
+#include "tst_postwindow.moc"
