@@ -203,7 +203,8 @@ void Downloader::NNTP_DownloadMessage(qint64 n)
             }
         }
         // (The transport has already undone the protocol's dot doubling at line starts.)
-        if (!m.S.AttachmentName.isEmpty() && !m.S.ScanMode && m.S.TransportError == 0) {
+        // (Without a temporary file no set is being joined: a message is only being shown.)
+        if (!m.S.AttachmentName.isEmpty() && !m.S.ScanMode && m.S.TransportError == 0 && !m.S.TempFileName.isEmpty()) {
             if (!AppendToTempFile(MessageBytes)) {
                 m.setStatus(1, QStringLiteral("Unable to write ") + destDir() + m.S.TempFileName);
                 m.S.TransportError = 255;
@@ -451,6 +452,7 @@ void Downloader::DownloadRows(int row)
             break;
     }
     CleanTempFiles(false);
+    m.S.TempFileName.clear();   // no set is being joined any more
 
     m.setBusy(false);
     if (!m.S.QuietMode) {
