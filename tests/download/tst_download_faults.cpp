@@ -65,6 +65,7 @@ class TestDownloadFaults : public QObject {
                     return article(6, "pic", "  Look at this  \r\n=ybegin line=128 size=1 name=p.gif\r\nk\r\n=yend size=1\r\n");
                 return "430 no such article\r\n";
             };
+            w.session->NNTP_Connect(false);     // connected, as a listing leaves it
             w.S.CurrentGroup = QStringLiteral("alt.test");
             w.grid->ResizeGrid();
             w.grid->SetRows(5);
@@ -90,6 +91,34 @@ private slots:
         QCOMPARE(f.readAll(), QByteArray("abcdef"));
         QVERIFY(x.srv.sawCommand("GROUP alt.test"));   // the listing's group is selected first
         QCOMPARE(x.w.S.TempFileName, QString());
+    }
+
+    void allRowsOfASetDownloadItOnce()
+    {
+        Fixture x;
+        QItemSelectionModel *sel = x.w.MSHResults->selectionModel();
+        for (int r = 1; r <= 3; ++r)
+            sel->select(x.w.grid->index(r - 1, 0), QItemSelectionModel::Select | QItemSelectionModel::Rows);
+        x.w.action(QStringLiteral("menuDownload"))->trigger();
+        QCOMPARE(x.files(), QStringList{QStringLiteral("set.bin")});
+        int fetches = 0;
+        for (const QByteArray &cmd : x.srv.commands)
+            fetches += cmd.startsWith("ARTICLE");
+        QCOMPARE(fetches, 3);
+        QCOMPARE(x.w.status(1), QStringLiteral("Previously Downloaded"));
+    }
+
+    void oneRunAtATime()
+    {
+        Fixture x;
+        x.w.S.DownloadBusy = true;
+        x.w.action(QStringLiteral("menuDownloadAll"))->trigger();
+        QCOMPARE(x.w.status(2), QStringLiteral("Please wait until current transaction is finished"));
+        x.w.setStatus(2, QString());
+        x.w.downloader->DownloadRows(-1);
+        QCOMPARE(x.w.status(2), QStringLiteral("Please wait until current transaction is finished"));
+        QVERIFY(!x.srv.sawCommand("ARTICLE"));
+        QCOMPARE(x.files(), QStringList());
     }
 
     void serverFaultInTheMiddleOfASet()
