@@ -13,10 +13,14 @@
 #include "ui/Prompter.h"
 
 #include <QDateTime>
+#include <QSocketNotifier>
 #include <QDir>
 #include <QFileInfo>
 #include <QLocale>
+#include <csignal>
 #include <cstdio>
+#include <sys/socket.h>
+#include <unistd.h>
 
 namespace nd {
 
@@ -43,6 +47,33 @@ int usage(const QString &why)
     err(QStringLiteral("usage: newsdredge --batch --server NAME [--user ID --password PW] [--newest N] ACTION\n"
                        "  ACTION: --groups | --list GROUP | --download-all GROUP --dest DIR"));
     return 2;
+}
+
+// Ctrl+C or a termination request stops the run the way the Stop command does: the set being
+// fetched is dropped together with its temporary file.
+int g_stopFd[2] = {-1, -1};
+void onStopSignal(int)
+{
+    const char c = 1;
+    [[maybe_unused]] const ssize_t r = ::write(g_stopFd[0], &c, 1);
+}
+
+void stopOnSignals(frmMain &w)
+{
+    if (::socketpair(AF_UNIX, SOCK_STREAM, 0, g_stopFd) != 0)
+        return;
+    auto *n = new QSocketNotifier(g_stopFd[1], QSocketNotifier::Read, &w);
+    QObject::connect(n, &QSocketNotifier::activated, &w, [&w] {
+        char c;
+        [[maybe_unused]] const ssize_t r = ::read(g_stopFd[1], &c, 1);
+        w.StopOperation();
+    });
+    struct sigaction sa {};
+    sa.sa_handler = onStopSignal;
+    sigemptyset(&sa.sa_mask);
+    sa.sa_flags = SA_RESTART;
+    sigaction(SIGTERM, &sa, nullptr);
+    sigaction(SIGINT, &sa, nullptr);
 }
 
 struct Args {
@@ -144,6 +175,9 @@ int runBatch(const QStringList &arguments)
         w.opt.NewMsgs = a.newest;
     if (!dest.isEmpty())
         w.opt.DestDir = dest;
+    // the program's own leftovers of an earlier run, as at every start
+    cleanDownloadTempFiles(w.opt.DestDir);
+    stopOnSignals(w);
     if (!a.user.isEmpty()) {
         const QString cred = a.user + QStringLiteral("|||") + a.password;
         w.session->serverData = [cred](const QString &) { return cred; };
