@@ -3,7 +3,9 @@
 #include "app/Paths.h"
 #include "app/Wait.h"
 #include "app/frmMain.h"
+#include "download/Downloader.h"
 #include "groups/FavoriteRules.h"
+#include "messages/MessageGrid.h"
 #include "news/Session.h"
 #include "ui/ItemList.h"
 #include "ui/Prompter.h"
@@ -342,4 +344,10 @@ bool Favorites::listGroup()
 
 void Favorites::downloadAll()
 {
+    if (!m.downloader || m.grid->lastMessageRow() < 1)
+        return;
+    m.S.TransportError = 0;
+    m.downloader->DownloadRows(-1);
+    // the download gives the list back when it ends; the favourites run still holds it
+    m.lstFavoritesView->setEnabled(false);
 }
