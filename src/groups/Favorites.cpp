@@ -11,6 +11,7 @@
 #include "ui/Prompter.h"
 
 #include <QApplication>
+#include <QDateTime>
 #include <QDragEnterEvent>
 #include <QDragMoveEvent>
 #include <QDropEvent>
@@ -339,7 +340,53 @@ void Favorites::DownloadFromFavorites()
 
 bool Favorites::listGroup()
 {
-    return false;   // filled in once the message listing is on main
+    // TODO(listing): MessageList::ListMessages(true, false) once the message listing is on main;
+    // until then the favourite is listed straight through the transport, newest first, in the
+    // grid's column layout (0 number, 1 date, 2 subject, 3 sender, 4 Path, 5 Message-ID,
+    // 6 sortable date, 7 References, 8 mark).
+    const QString group = m.S.CurrentGroup;
+    m.setStatus(1, QStringLiteral("Reading Message List"));
+    m.grid->ResizeGrid();
+    bool ok = m.session->runTransaction([group](NewsTransport *t) { t->SelectGroup(group); });
+    QList<NewsTransportArticle> arts;
+    if (ok) {
+        const NewsTransportGroup &g = m.session->transport()->SelectedGroup();
+        const qint64 last = g.Last;
+        qint64 first = g.First;
+        if (m.opt.NewMsgs > 0 && last - first + 1 > m.opt.NewMsgs)
+            first = last - m.opt.NewMsgs + 1;
+        if (last >= first && last > 0) {
+            ok = m.session->runTransaction([first, last](NewsTransport *t) { t->FetchHeaders(first, last); });
+            if (ok)
+                arts = m.session->transport()->SelectedGroup().TakeArticles();
+        }
+    }
+    if (!ok) {
+        updateFavoriteMarker(group, 0);
+        m.setStatus(1, QStringLiteral("Error Reading Message List"));
+        return false;
+    }
+    std::sort(arts.begin(), arts.end(), [](const auto &a, const auto &b) { return a.Number > b.Number; });
+    QVector<QByteArray> rows;
+    rows.reserve(arts.size());
+    for (const NewsTransportArticle &a : std::as_const(arts)) {
+        const NewsTransportMessage &msg = a.Message;
+        const QDateTime dt = QDateTime::fromString(msg.header(QStringLiteral("Date")).simplified(), Qt::RFC2822Date);
+        rows.append(MessageGrid::packRow({QString::number(a.Number),
+                                          dt.isValid() ? dt.toString(QStringLiteral("MM/dd/yyyy")) : QString(),
+                                          msg.header(QStringLiteral("Subject")), msg.header(QStringLiteral("From")),
+                                          msg.header(QStringLiteral("Path")), msg.header(QStringLiteral("Message-ID")),
+                                          dt.isValid() ? dt.toString(QStringLiteral("yyyy/MM/dd HH:mm:ss"))
+                                                       : msg.header(QStringLiteral("Message-ID")),
+                                          msg.header(QStringLiteral("References")), QString()}));
+    }
+    m.grid->SetRows(1);
+    m.grid->appendRows(rows);
+    m.grid->appendRow(QStringList());
+    m.UpdateCaption(QStringLiteral("1"));
+    updateFavoriteMarker(group, m.grid->lastMessageRow());
+    m.setStatus(1, QStringLiteral("Done Reading Message List"));
+    return true;
 }
 
 void Favorites::downloadAll()
