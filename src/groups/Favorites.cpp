@@ -293,6 +293,10 @@ bool Favorites::OpenFavorite(bool warn)
     int i = l->currentIndex();
     if (i < 0 || !l->isSelected(i))
         i = l->selectedIndexes().first();
+    if ((m.session && m.session->transactionRunning()) || m.S.DownloadBusy) {
+        m.setStatus(2, QStringLiteral("Please wait until current transaction is finished"));
+        return false;
+    }
     const QString item = l->text(i);
     const QString group = FavoriteRules::groupOfItem(item);
     const QString server = FavoriteRules::GetServerName(item);
