@@ -5,6 +5,7 @@
 #include "app/frmMain.h"
 #include "download/Downloader.h"
 #include "groups/FavoriteRules.h"
+#include "groups/StopLatch.h"
 #include "messages/MessageGrid.h"
 #include "news/Session.h"
 #include "ui/ItemList.h"
@@ -322,17 +323,22 @@ void Favorites::DownloadFromFavorites()
     m.S.StopRequested = false;
     m_downloading = true;
     m.lstFavoritesView->setEnabled(false);
-    for (int i = 0; i < l->count(); ++i) {
-        m.setStatus(1, m.S.ScanMode ? QStringLiteral("Scanning for Web/FTP Addresses")
-                                    : QStringLiteral("Downloading From Favorites"));
-        if (m.S.StopRequested)
-            break;
-        if (!l->isSelected(i))
-            continue;
-        l->setCurrentIndex(i);
-        if (OpenFavorite(false) && !m.S.StopRequested)
-            downloadAll();
-        l->setSelected(i, false);
+    {
+        const StopLatch stop(m);
+        for (int i = 0; i < l->count(); ++i) {
+            m.setStatus(1, m.S.ScanMode ? QStringLiteral("Scanning for Web/FTP Addresses")
+                                        : QStringLiteral("Downloading From Favorites"));
+            if (stop.stopped())
+                break;
+            if (!l->isSelected(i))
+                continue;
+            l->setCurrentIndex(i);
+            if (OpenFavorite(false) && !stop.stopped())
+                downloadAll();
+            if (stop.stopped())
+                break;
+            l->setSelected(i, false);
+        }
     }
     if (m.session)
         m.session->NNTP_Disconnect();

@@ -15,6 +15,7 @@
 #include <QListView>
 #include <QProcess>
 #include <QTemporaryDir>
+#include <QTimer>
 #include <QtTest>
 
 namespace {
@@ -203,6 +204,33 @@ private slots:
         QCOMPARE(ItemList::markerDigit(x.w.lstFavorites->text(0)), QChar('1'));
         QCOMPARE(ItemList::markerDigit(x.w.lstFavorites->text(2)), QChar('1'));
         QCOMPARE(x.w.lstFavorites->text(1), QStringLiteral("%1 (%2)").arg(groups[1], c.address()));
+    }
+    void stopEndsTheRunDisconnected()
+    {
+        CountingProxy a(inn::portOpen());
+        CountingProxy b(inn::portAuth());
+        Window x;
+        x.authServer = b.address();
+        x.w.lstFavorites->addMany({QStringLiteral("alt.test.newsdredge (%1)").arg(a.address()),
+                                   QStringLiteral("alt.newsdredge.text (%1)").arg(a.address()),
+                                   QStringLiteral("alt.newsdredge.text (%1)").arg(b.address())});
+        x.w.lstFavorites->selectAll();
+        // Stop as soon as the first server answers
+        QTimer stopper;
+        QObject::connect(&stopper, &QTimer::timeout, [&] {
+            if (a.connections > 0) {
+                x.w.StopOperation();
+                stopper.stop();
+            }
+        });
+        stopper.start(5);
+        x.w.favorites->DownloadFromFavorites();
+        settle();
+        QCOMPARE(b.connections, 0);
+        QCOMPARE(x.state(), Disconnected);
+        QCOMPARE(a.closed, a.connections);
+        QVERIFY(x.w.lstFavorites->isSelected(2));
+        QVERIFY(x.w.lstFavoritesView->isEnabled());
     }
 };
 
