@@ -1,965 +1,1051 @@
 #include "news/transport/NewsTransport.h"
 
-#include "news/transport/MessageParser.h"
-
 #include <QCryptographicHash>
 #include <QNetworkProxy>
 #include <QSslCertificate>
-#include <QSslConfiguration>
+#include <QSslError>
+#include <QSslSocket>
 
-// ------------------------------------------------------------------ small helpers
+#include <cstring>
 
-QString NewsTransportMessage::header(const QString &name) const
-{
-    for (qsizetype i = Headers.size() - 1; i >= 0; --i)
-        if (Headers[i].Name == name)
-            return Headers[i].value;
-    return QString();
-}
+namespace {
+const QString kConnected = QStringLiteral("Connected to NNTP Server");
+const QString kDisconnected = QStringLiteral("Disconnected from NNTP Server");
+const QString kConnecting = QStringLiteral("Connecting to NNTP Server");
+const QString kDisconnecting = QStringLiteral("Disconnecting from NNTP Server");
 
-QList<NewsTransportArticle> NewsTransportGroup::TakeArticles()
-{
-    QList<NewsTransportArticle> out;
-    out.swap(Articles);
-    return out;
-}
+// No real NNTP line comes near this; a peer that sends more without a line
+// end is not speaking NNTP.
+constexpr qsizetype kMaxLine = 16 * 1024 * 1024;
 
-QString textFromBytes(const char *data, qsizetype size)
-{
-    // ASCII is the common case and needs no check
-    bool ascii = true;
-    for (qsizetype i = 0; i < size; ++i)
-        if (static_cast<unsigned char>(data[i]) >= 0x80) {
-            ascii = false;
-            break;
-        }
-    if (ascii)
-        return QString::fromLatin1(data, size);
-    if (QUtf8StringView(data, size).isValidUtf8())
-        return QString::fromUtf8(data, size);
-    return QString::fromLatin1(data, size);
-}
-
-QString textFromBytes(const QByteArray &bytes)
-{
-    return textFromBytes(bytes.constData(), bytes.size());
-}
-
-static int statusCode(const QByteArray &line)
+qint32 statusCode(const QByteArray &line)
 {
     if (line.size() < 3)
         return 0;
-    int code = 0;
+    qint32 code = 0;
     for (int i = 0; i < 3; ++i) {
-        const char c = line[i];
+        const char c = line.at(i);
         if (c < '0' || c > '9')
             return 0;
         code = code * 10 + (c - '0');
     }
+    if (line.size() > 3 && line.at(3) != ' ' && line.at(3) != '\t')
+        return 0;
     return code;
 }
 
-static qint64 toInt64(const char *p, qsizetype n)
+QByteArray dotStuffed(const QByteArray &raw)
 {
-    qint64 v = 0;
-    qsizetype i = 0;
-    while (i < n && p[i] == ' ')
-        ++i;
-    for (; i < n && p[i] >= '0' && p[i] <= '9'; ++i)
-        v = v * 10 + (p[i] - '0');
-    return v;
+    QByteArray out;
+    out.reserve(raw.size() + raw.size() / 30 + 8);
+    qsizetype pos = 0;
+    const qsizetype n = raw.size();
+    while (pos < n) {
+        qsizetype eol = raw.indexOf('\n', pos);
+        const bool last = eol < 0;
+        if (last)
+            eol = n;
+        qsizetype end = eol;
+        if (end > pos && raw.at(end - 1) == '\r')
+            --end;
+        if (end > pos && raw.at(pos) == '.')
+            out += '.';
+        out.append(raw.constData() + pos, end - pos);
+        out += "\r\n";
+        pos = eol + 1;
+    }
+    out += ".\r\n";
+    return out;
 }
+}  // namespace
 
-// ------------------------------------------------------------------ life cycle
-
-NewsTransport::NewsTransport(QObject *parent)
-    : QObject(parent)
+NewsTransport::NewsTransport(QObject *parent) : QObject(parent)
 {
     m_timer.setSingleShot(true);
-    connect(&m_timer, &QTimer::timeout, this, &NewsTransport::onInactivity);
+    m_timer.setTimerType(Qt::CoarseTimer);
+    connect(&m_timer, &QTimer::timeout, this, &NewsTransport::onTimeout);
 }
 
 NewsTransport::~NewsTransport()
 {
-    m_sink = nullptr;
-    if (m_sock) {
-        m_sock->disconnect(this);
-        m_sock->abort();
+    // The owner may drop the transport from inside one of its notifications,
+    // that is while the socket is still emitting: let the socket die later.
+    if (m_socket) {
+        QSslSocket *s = m_socket;
+        m_socket = nullptr;
+        s->disconnect(this);
+        s->setParent(nullptr);
+        s->abort();
+        s->deleteLater();
     }
 }
+
+void NewsTransport::SetNotify(NewsTransportNotify *sink) { m_sink = sink; }
+void NewsTransport::SetOption(qint32 value) { m_option = value; }
+void NewsTransport::SetProxyType(qint32 type) { m_proxyType = type; }
+void NewsTransport::SetProxyHost(const QString &host) { m_proxyHost = host.trimmed(); }
+void NewsTransport::SetProxyPort(qint32 port) { m_proxyPort = port; }
+void NewsTransport::SetHost(const QString &host) { m_host = host; }
+void NewsTransport::SetTimeout(qint32 seconds) { m_timeoutSeconds = seconds > 0 ? seconds : 30; }
 
 QString NewsTransport::StateText() const
 {
     switch (m_state) {
-    case StateConnected:
-        return QStringLiteral("Connected to NNTP Server");
     case StateConnecting:
-        return QStringLiteral("Connecting to NNTP Server");
-    case StateDisconnected:
-        break;
+        return kConnecting;
+    case StateConnected:
+    case StateBusy:
+        return kConnected;
+    case StateDisconnecting:
+        return kDisconnecting;
+    default:
+        return kDisconnected;
     }
-    return QStringLiteral("Disconnected from NNTP Server");
 }
 
-void NewsTransport::setState(State s)
-{
-    if (s == m_state)
-        return;
-    const State old = m_state;
-    m_state = s;
-    if (m_sink)
-        m_sink->StateChanged(this, old, s);
-    emit StateChanged(this, old, s);
-}
+// ---------------------------------------------------------------- notifications
 
-void NewsTransport::emitDebug(const QString &line)
+void NewsTransport::notifyConnected()
 {
     if (m_sink)
-        m_sink->Debug(this, line);
-    emit Debug(this, line);
+        m_sink->Connected(this);
+    emit Connected(this);
 }
 
-void NewsTransport::emitDone(qint32 value, bool error, const QString &text)
+void NewsTransport::notifyDisconnected()
+{
+    if (m_sink)
+        m_sink->Disconnected(this);
+    emit Disconnected(this);
+}
+
+void NewsTransport::notifyDone(qint32 value, bool error, const QString &text)
 {
     if (m_sink)
         m_sink->Done(this, value, error, text);
     emit Done(this, value, error, text);
 }
 
-void NewsTransport::armTimer()
+void NewsTransport::notifyDebug(const QString &text)
 {
-    m_timer.start(m_timeoutSecs * 1000);
+    if (m_sink)
+        m_sink->Debug(this, text);
+    emit Debug(this, text);
 }
 
-void NewsTransport::startTransaction()
+void NewsTransport::setState(qint32 state)
 {
-    m_lastError = 0;
-    m_busy = true;
-    m_aborted = false;
+    if (state == m_state)
+        return;
+    const qint32 old = m_state;
+    m_state = state;
+    if (m_sink)
+        m_sink->StateChanged(this, old, state);
+    emit StateChanged(this, old, state);
 }
 
-void NewsTransport::finishTransaction(qint32 value)
-{
-    m_busy = false;
-    if (!m_waiting)
-        m_timer.stop();
-    emitDone(value, false, QString());
-}
+// ---------------------------------------------------------------- connection
 
-void NewsTransport::fail(qint32 code, const QString &reason)
+void NewsTransport::Connect(const QString &host, const QString &user, const QString &password)
 {
-    if (!reason.isEmpty())
-        emitDebug(reason);
-    m_lastError = code ? code : -1;
-    m_queue.clear();
-    m_timer.stop();
-    const bool wasConnecting = m_state == StateConnecting || m_handshaking;
-    if (wasConnecting) {
-        m_handshaking = false;
-        if (m_sock) {
-            m_sock->disconnect(this);
-            m_sock->abort();
-            m_sock->deleteLater();
-            m_sock = nullptr;
+    if (m_state != StateDisconnected) {
+        if (m_state == StateConnected || m_state == StateBusy) {
+            if (host == m_host || host.isEmpty()) {
+                QPointer<NewsTransport> self(this);  // already open
+                QMetaObject::invokeMethod(this, [self] {
+                    if (self)
+                        self->notifyConnected();
+                }, Qt::QueuedConnection);
+                return;
+            }
         }
-        m_linkUp = false;
-        m_waiting = false;
-        m_inData = false;
+        teardownSocket();
         setState(StateDisconnected);
     }
-    m_busy = false;
-    emitDone(code, true, reason);
+    if (!host.isEmpty() && m_host.isEmpty())
+        m_host = host;
+    m_lastError = ErrorNone;
+    m_limitExceeded = false;
+    m_session = false;
+    m_needReconnect = false;
+    m_reconnecting = false;
+    m_groupSelected = false;
+    m_fmtKnown = false;
+    m_overCommand = "OVER";
+    m_hdrCommand = "HDR";
+    m_user = user;
+    m_password = password;
+    m_address = parseServerAddress(host.isEmpty() ? m_host : host);
+    if (!m_address.valid) {
+        m_lastError = ErrorAddress;
+        const QString text = QStringLiteral("Invalid news server address \"%1\"").arg(host);
+        QPointer<NewsTransport> self(this);
+        QMetaObject::invokeMethod(this, [self, text] {
+            if (!self)
+                return;
+            self->notifyDebug(text);
+            if (self)
+                self->notifyDone(0, true, text);
+        }, Qt::QueuedConnection);
+        return;
+    }
+    m_op = Op::Connect;
+    setState(StateConnecting);
+    openSocket();
 }
-
-// ------------------------------------------------------------------ socket
 
 void NewsTransport::openSocket()
 {
-    if (m_sock) {
-        m_sock->disconnect(this);
-        m_sock->abort();
-        m_sock->deleteLater();
-    }
+    teardownSocket();
+    m_socket = new QSslSocket(this);
+    m_socket->setReadBufferSize(1024 * 1024);
+    if (!m_proxyHost.isEmpty() && m_proxyType == ProxySocks5)
+        m_socket->setProxy(QNetworkProxy(QNetworkProxy::Socks5Proxy, m_proxyHost, quint16(m_proxyPort)));
+    else if (!m_proxyHost.isEmpty() && m_proxyType == ProxyHttp)
+        m_socket->setProxy(QNetworkProxy(QNetworkProxy::HttpProxy, m_proxyHost, quint16(m_proxyPort)));
+    else
+        m_socket->setProxy(QNetworkProxy::NoProxy);
+    connect(m_socket, &QIODevice::readyRead, this, &NewsTransport::onReadyRead);
+    connect(m_socket, &QAbstractSocket::errorOccurred, this, &NewsTransport::onSocketError);
+    connect(m_socket, &QAbstractSocket::disconnected, this, &NewsTransport::onSocketDisconnected);
+    connect(m_socket, &QSslSocket::sslErrors, this, &NewsTransport::onSslErrors);
+    connect(m_socket, &QIODevice::bytesWritten, this, [this] {
+        if (m_timer.isActive())
+            armTimer();
+    });
     m_buf.clear();
-    m_bufPos = 0;
+    m_pos = 0;
     m_inData = false;
-    m_waiting = false;
-    m_queue.clear();
-    m_selectedName.clear();
-    m_certRefused = false;
-    m_sock = new QSslSocket(this);
-    if (!m_proxyHost.isEmpty())
-        m_sock->setProxy(QNetworkProxy(QNetworkProxy::Socks5Proxy, m_proxyHost, quint16(m_proxyPort ? m_proxyPort : 1080)));
-    else
-        m_sock->setProxy(QNetworkProxy::NoProxy);
-    m_sock->setSocketOption(QAbstractSocket::LowDelayOption, 1);
-    m_sock->setReadBufferSize(0);
-    connect(m_sock, &QSslSocket::readyRead, this, &NewsTransport::onReadyRead);
-    connect(m_sock, &QSslSocket::disconnected, this, &NewsTransport::onSocketDisconnected);
-    connect(m_sock, &QSslSocket::errorOccurred, this, &NewsTransport::onSocketError);
-    connect(m_sock, &QSslSocket::sslErrors, this, &NewsTransport::onSslErrors);
+    m_modeReaderDone = false;
+    m_authDone = false;
+    m_step = Step::Greeting;
     armTimer();
-    if (m_addr.tls)
-        m_sock->connectToHostEncrypted(m_addr.host, m_addr.port);
+    if (m_address.tls)
+        m_socket->connectToHostEncrypted(m_address.host, m_address.port);
     else
-        m_sock->connectToHost(m_addr.host, m_addr.port);
+        m_socket->connectToHost(m_address.host, m_address.port);
+}
+
+void NewsTransport::teardownSocket()
+{
+    ++m_generation;
+    m_timer.stop();
+    m_inData = false;
+    m_step = Step::None;
+    m_buf.clear();
+    m_pos = 0;
+    if (m_socket) {
+        QSslSocket *s = m_socket;
+        m_socket = nullptr;
+        s->disconnect(this);
+        s->setParent(nullptr);  // may be emitting right now; see the destructor
+        s->abort();
+        s->deleteLater();
+    }
+}
+
+void NewsTransport::armTimer()
+{
+    m_timer.start(m_timeoutSeconds * 1000);
+}
+
+void NewsTransport::sendCommand(const QByteArray &command, Step step)
+{
+    m_step = step;
+    m_inData = false;
+    if (!m_socket)
+        return;
+    m_socket->write(command + "\r\n");
+    armTimer();
 }
 
 void NewsTransport::onSslErrors(const QList<QSslError> &errors)
 {
-    const QSslCertificate cert = m_sock->peerCertificate();
-    const QString fp = QString::fromLatin1(cert.digest(QCryptographicHash::Sha256).toHex(':').toUpper());
-    QStringList reasons;
-    for (const QSslError &e : errors)
-        reasons << e.errorString();
-    const QString reason = reasons.join(QStringLiteral("; "));
-    m_timer.stop();   // the user may take a while to answer
-    QPointer<NewsTransport> self(this);
-    QPointer<QSslSocket> sock(m_sock);
-    const bool ok = m_certCheck && m_certCheck(m_addr.host, fp, reason);
-    if (!self || !sock || sock != m_sock)
+    if (!m_socket)
         return;
-    armTimer();
-    if (ok) {
-        m_sock->ignoreSslErrors(errors);
-    } else {
-        m_certRefused = true;
-        emitDebug(QStringLiteral("TLS certificate of %1 not trusted: %2").arg(m_addr.host, reason));
+    QSslCertificate cert = m_socket->peerCertificate();
+    QStringList reasons;
+    for (const QSslError &e : errors) {
+        reasons << e.errorString();
+        if (cert.isNull() && !e.certificate().isNull())
+            cert = e.certificate();
     }
+    const QString fingerprint =
+        QString::fromLatin1(cert.digest(QCryptographicHash::Sha256).toHex(':').toUpper());
+    const QString reason = reasons.join(QStringLiteral("; "));
+    if (m_certCheck && m_certCheck(m_address.host, fingerprint, reason)) {
+        if (m_socket)
+            m_socket->ignoreSslErrors(errors);
+        return;
+    }
+    connectFailed(ErrorTls, 0,
+                  QStringLiteral("Certificate of %1 not accepted: %2").arg(m_address.host, reason));
 }
 
-void NewsTransport::onSocketError(QAbstractSocket::SocketError e)
+void NewsTransport::onSocketError()
 {
-    if (!m_sock)
+    if (!m_socket)
         return;
-    if (e == QAbstractSocket::RemoteHostClosedError)
-        return;   // handled as a disconnect
-    const QString what = m_sock->errorString();
-    if (m_state == StateConnecting || m_handshaking) {
-        fail(1, m_certRefused ? QStringLiteral("Connection refused: the server's certificate was not accepted")
-                              : QStringLiteral("Unable to connect to %1: %2").arg(m_addr.host, what));
+    const QAbstractSocket::SocketError err = m_socket->error();
+    if (m_state == StateConnecting || m_reconnecting) {
+        QString text;
+        qint32 code = ErrorSocket;
+        switch (err) {
+        case QAbstractSocket::HostNotFoundError:
+            text = QStringLiteral("Server %1 not found").arg(m_address.host);
+            break;
+        case QAbstractSocket::ConnectionRefusedError:
+            text = QStringLiteral("Connection refused by %1:%2").arg(m_address.host).arg(m_address.port);
+            break;
+        case QAbstractSocket::SslHandshakeFailedError:
+        case QAbstractSocket::SslInternalError:
+        case QAbstractSocket::SslInvalidUserDataError:
+            code = ErrorTls;
+            text = QStringLiteral("TLS with %1 failed: %2").arg(m_address.host, m_socket->errorString());
+            break;
+        case QAbstractSocket::RemoteHostClosedError:
+            code = ErrorDropped;
+            text = QStringLiteral("%1 closed the connection").arg(m_address.host);
+            break;
+        default:
+            text = QStringLiteral("Unable to connect to %1:%2 - %3")
+                       .arg(m_address.host).arg(m_address.port).arg(m_socket->errorString());
+        }
+        connectFailed(code, 0, text);
         return;
     }
-    onSocketDisconnected();
+    if (err == QAbstractSocket::RemoteHostClosedError)
+        return;  // handled by onSocketDisconnected
+    if (m_state == StateBusy || m_state == StateDisconnecting || m_state == StateConnected)
+        connectionLost(m_socket->errorString());
 }
 
 void NewsTransport::onSocketDisconnected()
 {
-    QSslSocket *s = m_sock;
-    if (!s)
+    if (!m_socket)
         return;
-    s->disconnect(this);
-    s->deleteLater();
-    m_sock = nullptr;
-    m_linkUp = false;
-    m_selectedName.clear();
-    const bool hadStep = m_waiting;
-    m_waiting = false;
-    m_inData = false;
+    // Whatever is still buffered belongs to the answer: read it first.
+    processBuffer();
+    if (!m_socket)
+        return;
+    connectionLost(QStringLiteral("Connection closed by the server"));
+}
+
+void NewsTransport::connectionLost(const QString &reason)
+{
+    if (m_state == StateConnecting || m_reconnecting) {
+        connectFailed(ErrorDropped, 0, reason);
+        return;
+    }
+    if (m_state == StateDisconnecting) {
+        teardownSocket();
+        m_op = Op::None;
+        setState(StateDisconnected);
+        notifyDisconnected();
+        return;
+    }
+    if (m_state == StateConnected && m_op == Op::None) {
+        // The server closed an idle session: reopen it at the next operation.
+        teardownSocket();
+        m_needReconnect = true;
+        return;
+    }
+    // In the middle of a transaction: that transaction fails and the session ends.
+    teardownSocket();
+    m_session = false;
+    m_needReconnect = false;
+    m_op = Op::None;
+    m_lastError = ErrorDropped;
+    QPointer<NewsTransport> self(this);
+    const QString text = QStringLiteral("Connection to %1 lost: %2").arg(m_address.host, reason);
+    notifyDebug(text);
+    if (!self)
+        return;
+    setState(StateDisconnected);
+    if (!self)
+        return;
+    notifyDone(0, true, text);
+    if (!self)
+        return;
+    notifyDisconnected();
+}
+
+void NewsTransport::connectFailed(qint32 lastError, qint32 code, const QString &text, bool shown)
+{
+    const bool reconnect = m_reconnecting;
+    teardownSocket();
+    m_op = Op::None;
+    m_reconnecting = false;
+    m_session = false;
+    m_needReconnect = false;
+    m_lastError = lastError ? lastError : code;
+    QPointer<NewsTransport> self(this);
+    if (!text.isEmpty() && !shown)
+        notifyDebug(text);
+    if (!self)
+        return;
+    setState(StateDisconnected);
+    if (!self)
+        return;
+    notifyDone(code, true, text);
+    if (!self)
+        return;
+    if (reconnect)
+        notifyDisconnected();
+}
+
+void NewsTransport::onTimeout()
+{
+    const QString text = QStringLiteral("No answer from %1 within %2 seconds")
+                             .arg(m_address.host).arg(m_timeoutSeconds);
+    if (m_state == StateConnecting || m_reconnecting) {
+        connectFailed(ErrorTimeout, 0, text);
+        return;
+    }
+    if (m_state == StateDisconnecting) {
+        teardownSocket();
+        m_op = Op::None;
+        setState(StateDisconnected);
+        notifyDisconnected();
+        return;
+    }
+    if (m_op == Op::None)
+        return;
+    teardownSocket();
+    m_session = false;
+    m_op = Op::None;
+    m_lastError = ErrorTimeout;
+    QPointer<NewsTransport> self(this);
+    notifyDebug(text);
+    if (!self)
+        return;
+    setState(StateDisconnected);
+    if (!self)
+        return;
+    notifyDone(0, true, text);
+    if (!self)
+        return;
+    notifyDisconnected();
+}
+
+void NewsTransport::Disconnect()
+{
+    m_session = false;
+    m_needReconnect = false;
+    m_reconnecting = false;
+    if ((m_state == StateConnected) && m_op == Op::None && m_socket &&
+        m_socket->state() == QAbstractSocket::ConnectedState) {
+        m_op = Op::Quit;
+        setState(StateDisconnecting);
+        m_timer.start(qMin(m_timeoutSeconds, 5) * 1000);
+        m_step = Step::Quit;
+        m_socket->write("QUIT\r\n");
+        return;
+    }
+    teardownSocket();
+    m_op = Op::None;
+    setState(StateDisconnected);
+    QPointer<NewsTransport> self(this);
+    QMetaObject::invokeMethod(this, [self] {
+        if (self)
+            self->notifyDisconnected();
+    }, Qt::QueuedConnection);
+}
+
+void NewsTransport::AbortTransaction()
+{
+    if (m_state == StateConnecting || (m_reconnecting && m_op != Op::None)) {
+        Disconnect();
+        return;
+    }
+    if (m_state != StateBusy || m_op == Op::None)
+        return;
+    // The rest of the answer is dropped with the connection; the next
+    // operation opens a fresh one and restores the group.
+    teardownSocket();
+    m_op = Op::None;
+    m_needReconnect = true;
+    setState(StateConnected);
+}
+
+// ---------------------------------------------------------------- handshake
+
+void NewsTransport::startHandshakeStep(qint32 code, const QString &text)
+{
+    switch (m_step) {
+    case Step::Greeting:
+        if (code == 200 || code == 201) {
+            m_postingAllowed = (code == 200);
+            sendModeReaderOrLogin();
+        } else {
+            connectFailed(code ? 0 : ErrorProtocol, code, text, true);
+        }
+        return;
+    case Step::ModeReader:
+        m_modeReaderDone = true;
+        if (code == 200 || code == 201) {
+            m_postingAllowed = (code == 200);
+            sendModeReaderOrLogin();
+        } else if (code == 480) {
+            if (m_user.isEmpty())
+                connectFailed(0, code, text, true);
+            else
+                sendLogin();
+        } else if (code == 502 || code == 400) {
+            connectFailed(0, code, text, true);
+        } else {
+            sendModeReaderOrLogin();  // the server has no separate reader mode
+        }
+        return;
+    case Step::AuthUser:
+        if (code == 281) {
+            m_authDone = true;
+            sendModeReaderOrLogin();
+        } else if (code == 381) {
+            sendCommand("AUTHINFO PASS " + m_password.toUtf8(), Step::AuthPass);
+        } else {
+            connectFailed(code ? 0 : ErrorProtocol, code, text, true);
+        }
+        return;
+    case Step::AuthPass:
+        if (code == 281) {
+            m_authDone = true;
+            sendModeReaderOrLogin();
+        } else {
+            connectFailed(code ? 0 : ErrorProtocol, code, text, true);
+        }
+        return;
+    default:
+        return;
+    }
+}
+
+void NewsTransport::sendModeReaderOrLogin()
+{
+    if (!m_modeReaderDone && !m_authDone && !(m_option & OptionNoModeReader)) {
+        sendCommand("MODE READER", Step::ModeReader);
+        return;
+    }
+    if (!m_user.isEmpty() && !m_authDone) {
+        sendLogin();
+        return;
+    }
+    sessionReady();
+}
+
+void NewsTransport::sendLogin()
+{
+    if (m_address.tls && !(m_socket && m_socket->isEncrypted())) {
+        connectFailed(ErrorInsecure, 0,
+                      QStringLiteral("Refusing to send the password to %1 without encryption")
+                          .arg(m_address.host));
+        return;
+    }
+    sendCommand("AUTHINFO USER " + m_user.toUtf8(), Step::AuthUser);
+}
+
+void NewsTransport::sessionReady()
+{
+    m_step = Step::None;
+    m_session = true;
+    m_needReconnect = false;
+    if (m_reconnecting) {
+        m_reconnecting = false;
+        if (m_groupSelected && m_op != Op::SelectGroup) {
+            sendCommand("GROUP " + m_group.Name.toUtf8(), Step::Reselect);
+            return;
+        }
+        runOperation();
+        return;
+    }
     m_timer.stop();
-    if (m_quitting) {
-        m_quitting = false;
-        setState(StateDisconnected);
-        if (m_sink)
-            m_sink->Disconnected(this);
-        emit Disconnected(this);
-        return;
-    }
-    if (m_state == StateConnecting || m_handshaking) {
-        fail(1, QStringLiteral("Connection closed by %1 during login").arg(m_addr.host));
-        return;
-    }
-    if (m_busy && !m_aborted) {
-        // dropped in the middle of a transaction: that is an error the user must see
-        m_queue.clear();
-        setState(StateDisconnected);
-        fail(hadStep ? 1 : 1, QStringLiteral("Disconnected from %1: connection lost").arg(m_addr.host));
-        return;
-    }
-    // an idle session the server closed: the next operation reconnects by itself
+    m_op = Op::None;
+    QPointer<NewsTransport> self(this);
+    setState(StateConnected);
+    if (self)
+        notifyConnected();
 }
 
-void NewsTransport::onInactivity()
+// ---------------------------------------------------------------- operations
+
+bool NewsTransport::beginOperation(Op op)
 {
-    if (m_quitting) {
-        // no goodbye from the server: close anyway
-        if (m_sock)
-            m_sock->abort();
-        onSocketDisconnected();
-        return;
+    if (m_op != Op::None || m_state == StateConnecting || m_state == StateDisconnecting) {
+        failLater(ErrorBusy, QStringLiteral("Please wait until current transaction is finished"));
+        return false;
     }
-    if (!(m_waiting || m_state == StateConnecting || m_handshaking || m_busy))
-        return;
-    const QString reason = QStringLiteral("Time-out: no answer from %1 within %2 seconds").arg(m_addr.host).arg(m_timeoutSecs);
-    if (m_state == StateConnecting || m_handshaking) {
-        fail(0, reason);
-        return;
+    if (!m_session || m_state != StateConnected) {
+        failLater(ErrorNotConnected, QStringLiteral("Not connected to a news server"));
+        return false;
     }
-    // the link can't be trusted any more; the next operation reconnects
-    if (m_sock) {
-        m_sock->disconnect(this);
-        m_sock->abort();
-        m_sock->deleteLater();
-        m_sock = nullptr;
+    m_lastError = ErrorNone;
+    m_op = op;
+    setState(StateBusy);
+    if (m_needReconnect || !m_socket || m_socket->state() != QAbstractSocket::ConnectedState) {
+        m_reconnecting = true;
+        openSocket();
+        return true;
     }
-    m_linkUp = false;
-    m_waiting = false;
-    m_inData = false;
-    fail(0, reason);
+    runOperation();
+    return true;
 }
 
-// ------------------------------------------------------------------ protocol engine
-
-void NewsTransport::send(Step step)
+void NewsTransport::failLater(qint32 lastError, const QString &text)
 {
-    m_queue.append(std::move(step));
-    if (m_waiting || !m_sock)
-        return;
-    m_current = m_queue.takeFirst();
-    m_waiting = true;
-    if (!m_current.command.isEmpty()) {
-        QByteArray out = m_current.command;
-        out += "\r\n";
-        m_sock->write(out);
-    }
-    armTimer();
+    m_lastError = lastError;
+    QPointer<NewsTransport> self(this);
+    QMetaObject::invokeMethod(this, [self, text] {
+        if (!self)
+            return;
+        self->notifyDebug(text);
+        if (self)
+            self->notifyDone(0, true, text);
+    }, Qt::QueuedConnection);
 }
+
+void NewsTransport::runOperation()
+{
+    switch (m_op) {
+    case Op::GroupList:
+        m_groupList.Groups.clear();
+        sendCommand("LIST ACTIVE", Step::List);
+        break;
+    case Op::SelectGroup:
+        sendCommand("GROUP " + m_pendingGroup.toUtf8(), Step::Group);
+        break;
+    case Op::FetchHeaders:
+        if (!m_fmtKnown)
+            sendCommand("LIST OVERVIEW.FMT", Step::OverFmt);
+        else
+            nextHeaderChunk();
+        break;
+    case Op::FetchArticles:
+        nextArticle();
+        break;
+    case Op::Post:
+        sendCommand("POST", Step::PostStart);
+        break;
+    default:
+        break;
+    }
+}
+
+void NewsTransport::finishOperation(qint32 code, const QString &text)
+{
+    m_op = Op::None;
+    m_step = Step::None;
+    m_timer.stop();
+    QPointer<NewsTransport> self(this);
+    setState(StateConnected);
+    if (self)
+        notifyDone(code, false, text);
+}
+
+void NewsTransport::failOperation(qint32 code, const QString &text, qint32 lastError)
+{
+    m_op = Op::None;
+    m_step = Step::None;
+    m_timer.stop();
+    m_lastError = lastError ? lastError : code;
+    QPointer<NewsTransport> self(this);
+    setState(StateConnected);
+    if (self)
+        notifyDone(code, true, text);
+}
+
+void NewsTransport::RequestGroupList()
+{
+    beginOperation(Op::GroupList);
+}
+
+void NewsTransport::SelectGroup(const QString &name)
+{
+    if (m_op == Op::None)  // never touch a running transaction's state
+        m_pendingGroup = name.trimmed();
+    beginOperation(Op::SelectGroup);
+}
+
+void NewsTransport::FetchHeaders(qint64 first, qint64 last)
+{
+    if (m_op == Op::None) {
+        m_group.Articles.clear();
+        if (first > last)
+            std::swap(first, last);
+        m_first = first;
+        m_last = last;
+        m_next = first;
+        m_lastCode = 0;
+        m_lastStatus.clear();
+    }
+    beginOperation(Op::FetchHeaders);
+}
+
+void NewsTransport::FetchArticles(qint64 first, qint64 last)
+{
+    if (m_op == Op::None) {
+        m_group.Articles.clear();
+        if (first > last)
+            std::swap(first, last);
+        m_first = first;
+        m_last = last;
+        m_next = first;
+        m_lastCode = 0;
+        m_lastStatus.clear();
+    }
+    beginOperation(Op::FetchArticles);
+}
+
+void NewsTransport::Post(const NewsTransportArticle &article)
+{
+    if (m_op == Op::None)
+        m_postData = dotStuffed(article.Message.Raw);
+    beginOperation(Op::Post);
+}
+
+void NewsTransport::nextHeaderChunk()
+{
+    if (m_next > m_last) {
+        finishOperation(m_lastCode ? m_lastCode : 224, m_lastStatus);
+        return;
+    }
+    const bool separatePath = !m_fmt.hasPath && !m_hdrCommand.isEmpty();
+    m_chunkLast = separatePath ? qMin(m_last, m_next + m_pathChunk - 1) : m_last;
+    const QByteArray range = QByteArray::number(m_next) + '-' + QByteArray::number(m_chunkLast);
+    m_paths.clear();
+    if (separatePath)
+        sendCommand(m_hdrCommand + " Path " + range, Step::Hdr);
+    else
+        sendCommand(m_overCommand + ' ' + range, Step::Over);
+}
+
+void NewsTransport::nextArticle()
+{
+    if (m_next > m_last) {
+        finishOperation(m_lastCode, m_lastStatus);
+        return;
+    }
+    m_articleNumber = m_next;
+    m_articleRaw.clear();
+    sendCommand("ARTICLE " + QByteArray::number(m_next), Step::Article);
+    ++m_next;
+}
+
+// ---------------------------------------------------------------- input
 
 void NewsTransport::onReadyRead()
 {
-    if (!m_sock)
+    if (!m_socket)
         return;
-    if (m_bufPos > 0 && m_bufPos == m_buf.size()) {
-        m_buf.clear();
-        m_bufPos = 0;
+    if (m_pos > 0 && m_pos == m_buf.size()) {
+        m_buf.resize(0);  // keeps the allocation for the next read
+        m_pos = 0;
     }
-    m_buf.append(m_sock->readAll());
-    if (m_waiting)
+    // straight into our buffer, no temporary
+    const qint64 avail = m_socket->bytesAvailable();
+    if (avail > 0) {
+        const qsizetype old = m_buf.size();
+        m_buf.resize(old + avail);
+        const qint64 got = m_socket->read(m_buf.data() + old, avail);
+        m_buf.resize(old + qMax<qint64>(0, got));
+    }
+    if (m_step != Step::None || m_op != Op::None || m_state == StateConnecting)
         armTimer();
     processBuffer();
 }
 
 void NewsTransport::processBuffer()
 {
-    while (m_sock || m_bufPos < m_buf.size()) {
+    const quint64 generation = m_generation;
+    QPointer<NewsTransport> self(this);
+    while (m_pos < m_buf.size()) {
         const char *base = m_buf.constData();
-        const qsizetype size = m_buf.size();
-        const char *nl = static_cast<const char *>(memchr(base + m_bufPos, '\n', size_t(size - m_bufPos)));
-        if (!nl)
-            break;
-        const qsizetype start = m_bufPos;
-        qsizetype end = nl - base;
-        m_bufPos = end + 1;
-        if (end > start && base[end - 1] == '\r')
-            --end;
-        const char *line = base + start;
-        qsizetype len = end - start;
-
-        if (m_inData) {
-            if (len == 1 && line[0] == '.') {
-                m_inData = false;
-                m_waiting = false;
-                Step done = std::move(m_current);
-                if (!m_aborted && done.onDataEnd)
-                    done.onDataEnd();
-            } else {
-                if (len >= 2 && line[0] == '.' && line[1] == '.') {
-                    ++line;
-                    --len;
+        const char *start = base + m_pos;
+        const qsizetype avail = m_buf.size() - m_pos;
+        const char *nl = static_cast<const char *>(std::memchr(start, '\n', size_t(avail)));
+        if (!nl) {
+            if (avail > kMaxLine) {
+                const QString text = QStringLiteral("Line of more than %1 bytes from %2")
+                                         .arg(kMaxLine).arg(m_address.host);
+                if (m_op != Op::None && m_state == StateBusy) {
+                    teardownSocket();
+                    m_session = false;
+                    m_op = Op::None;
+                    m_lastError = ErrorProtocol;
+                    notifyDebug(text);
+                    if (!self) return;
+                    setState(StateDisconnected);
+                    if (!self) return;
+                    notifyDone(0, true, text);
+                    if (!self) return;
+                    notifyDisconnected();
+                } else {
+                    connectFailed(ErrorProtocol, 0, text);
                 }
-                if (!m_aborted && m_current.onData)
-                    m_current.onData(line, len);
+            }
+            break;
+        }
+        qsizetype len = nl - start;
+        m_pos += len + 1;
+        if (len > 0 && start[len - 1] == '\r')
+            --len;
+        if (m_inData) {
+            if (len == 1 && start[0] == '.') {
+                m_inData = false;
+                handleDataEnd();
+            } else if (len > 0 && start[0] == '.') {
+                handleData(start + 1, len - 1);
+            } else {
+                handleData(start, len);
             }
         } else {
-            const QByteArray status(line, len);
-            const QString text = textFromBytes(status);
-            if (status.toUpper().contains("LIMIT EXCEEDED"))
-                m_limitExceeded = true;
-            emitDebug(text);
-            if (!m_waiting)
-                continue;   // a line nobody asked for (e.g. a goodbye before closing)
-            const int code = statusCode(status);
-            if (m_current.multiline && m_current.multiline(code)) {
-                m_inData = true;
-                if (m_current.onStatus)
-                    m_current.onStatus(code, status);
-            } else {
-                m_waiting = false;
-                Step done = std::move(m_current);
-                if (done.onStatus)
-                    done.onStatus(code, status);
-            }
+            handleStatus(QByteArray(start, len));
         }
-        // compact now and then so a long answer does not keep every byte
-        if (m_bufPos > (1 << 20)) {
-            m_buf.remove(0, m_bufPos);
-            m_bufPos = 0;
+        if (!self || generation != m_generation)
+            return;
+    }
+    if (m_pos == m_buf.size()) {
+        m_buf.resize(0);
+        m_pos = 0;
+    } else if (m_pos > 64 * 1024) {
+        m_buf.remove(0, m_pos);
+        m_pos = 0;
+    }
+}
+
+void NewsTransport::beginData()
+{
+    m_inData = true;
+    if (m_sink)
+        m_sink->GetReadStream(this, m_socket);
+    emit GetReadStream(this, m_socket);
+}
+
+void NewsTransport::handleStatus(const QByteArray &line)
+{
+    const quint64 generation = m_generation;
+    QPointer<NewsTransport> self(this);
+    const QString text = textFromBytes(line);
+    const qint32 code = statusCode(line);
+    if (line.toUpper().contains("LIMIT EXCEEDED"))
+        m_limitExceeded = true;
+    m_lastCode = code;
+    m_lastStatus = text;
+    notifyDebug(text);
+    if (!self || generation != m_generation)
+        return;  // a handler closed the session
+
+    switch (m_step) {
+    case Step::Greeting:
+    case Step::ModeReader:
+    case Step::AuthUser:
+    case Step::AuthPass:
+        startHandshakeStep(code, text);
+        return;
+    case Step::Reselect:
+        if (code == 211) {
+            runOperation();
+        } else {
+            m_groupSelected = false;
+            failOperation(code, text, 0);
         }
-        if (!m_waiting && !m_inData && !m_queue.isEmpty() && m_sock) {
-            m_current = m_queue.takeFirst();
-            m_waiting = true;
-            if (!m_current.command.isEmpty())
-                m_sock->write(m_current.command + "\r\n");
+        return;
+    case Step::List:
+    case Step::ListPlain:
+        if (code == 215) {
+            beginData();
+        } else if (m_step == Step::List && (code == 500 || code == 501)) {
+            sendCommand("LIST", Step::ListPlain);
+        } else {
+            failOperation(code, text, 0);
+        }
+        return;
+    case Step::Group:
+        if (code == 211) {
+            const QList<QByteArray> f = line.simplified().split(' ');
+            m_group.Name = m_pendingGroup;
+            m_group.Articles.clear();
+            m_group.Estimated = f.size() > 1 ? f.at(1).toLongLong() : 0;
+            m_group.First = f.size() > 2 ? f.at(2).toLongLong() : 0;
+            m_group.Last = f.size() > 3 ? f.at(3).toLongLong() : 0;
+            m_groupSelected = true;
+            finishOperation(code, text);
+        } else {
+            failOperation(code, text, 0);
+        }
+        return;
+    case Step::OverFmt:
+        m_fmtLines.clear();
+        if (code == 215) {
+            beginData();
+        } else {
+            m_fmt = OverviewFormat::fromLines({});
+            m_fmtKnown = true;
+            nextHeaderChunk();
+        }
+        return;
+    case Step::Hdr:
+        if (code == 225 || code == 221) {
+            beginData();
+        } else if (code == 500 || code == 501) {
+            // try the older command, else list without the Path column
+            m_hdrCommand = (m_hdrCommand == "HDR") ? QByteArray("XHDR") : QByteArray();
+            if (m_hdrCommand.isEmpty())
+                m_chunkLast = m_last;
+            const QByteArray range =
+                QByteArray::number(m_next) + '-' + QByteArray::number(m_chunkLast);
+            if (!m_hdrCommand.isEmpty())
+                sendCommand(m_hdrCommand + " Path " + range, Step::Hdr);
+            else
+                sendCommand(m_overCommand + ' ' + range, Step::Over);
+        } else if (code == 480 || code == 412) {
+            failOperation(code, text, 0);
+        } else {
+            // no Path for this range (423 and the like): the rows still come
+            sendCommand(m_overCommand + ' ' + QByteArray::number(m_next) + '-' +
+                            QByteArray::number(m_chunkLast),
+                        Step::Over);
+        }
+        return;
+    case Step::Over:
+        if (code == 224) {
+            beginData();
+        } else if (code == 423 || code == 420) {
+            m_next = m_chunkLast + 1;  // nothing in this range
+            nextHeaderChunk();
+        } else if ((code == 500 || code == 501) && m_overCommand == "OVER") {
+            m_overCommand = "XOVER";
+            sendCommand(m_overCommand + ' ' + QByteArray::number(m_next) + '-' +
+                            QByteArray::number(m_chunkLast),
+                        Step::Over);
+        } else {
+            failOperation(code, text, 0);
+        }
+        return;
+    case Step::Article:
+        if (code == 220) {
+            beginData();
+        } else if (code == 423 || code == 430) {
+            nextArticle();  // gone: not an error
+        } else {
+            failOperation(code, text, 0);
+        }
+        return;
+    case Step::PostStart:
+        if (code == 340) {
+            m_step = Step::PostData;
+            if (m_socket)
+                m_socket->write(m_postData);
             armTimer();
+            m_postData.clear();
+        } else {
+            failOperation(code, text, 0);
         }
+        return;
+    case Step::PostData:
+        if (code == 240)
+            finishOperation(code, text);
+        else
+            failOperation(code, text, 0);
+        return;
+    case Step::Quit:
+        teardownSocket();
+        m_op = Op::None;
+        setState(StateDisconnected);
+        if (self)
+            notifyDisconnected();
+        return;
+    case Step::None:
+        return;  // unsolicited line (e.g. 400 before closing an idle session)
     }
-    if (m_bufPos == m_buf.size()) {
-        m_buf.clear();
-        m_bufPos = 0;
-    }
-    if (!m_waiting && !m_busy && m_state == StateConnected && !m_quitting)
-        m_timer.stop();
 }
 
-void NewsTransport::handshake(std::function<void()> then)
+void NewsTransport::handleData(const char *data, qsizetype size)
 {
-    m_handshaking = true;
-    Step greet;
-    greet.onStatus = [this, then](int code, const QByteArray &) {
-        if (code != 200 && code != 201) {
-            fail(code, QString());
+    switch (m_step) {
+    case Step::Over: {
+        NewsTransportArticle article;
+        if (!parseOverviewLine(data, size, m_fmt, article))
             return;
+        if (!m_fmt.hasPath) {
+            const auto it = m_paths.constFind(article.Number);
+            if (it != m_paths.constEnd())
+                article.Message.Headers.append(NewsTransportHeader{QStringLiteral("Path"), it.value()});
         }
-        m_postingAllowed = code == 200;
-        Step mode;
-        mode.command = "MODE READER";
-        mode.onStatus = [this, then](int code, const QByteArray &) {
-            if (code == 200)
-                m_postingAllowed = true;
-            else if (code == 201)
-                m_postingAllowed = false;
-            auto ready = [this, then] {
-                m_handshaking = false;
-                m_linkUp = true;
-                then();
-            };
-            if (m_user.isEmpty()) {
-                ready();
-                return;
-            }
-            Step user;
-            user.command = "AUTHINFO USER " + m_user.toUtf8();
-            user.secret = true;
-            user.onStatus = [this, ready](int code, const QByteArray &) {
-                if (code == 281) {
-                    ready();
-                    return;
-                }
-                if (code != 381) {
-                    fail(code, QString());
-                    return;
-                }
-                Step pass;
-                pass.command = "AUTHINFO PASS " + m_password.toUtf8();
-                pass.secret = true;
-                pass.onStatus = [this, ready](int code, const QByteArray &) {
-                    if (code != 281) {
-                        fail(code, QString());
-                        return;
-                    }
-                    ready();
-                };
-                send(std::move(pass));
-            };
-            send(std::move(user));
-        };
-        send(std::move(mode));
-    };
-    send(std::move(greet));
-}
-
-void NewsTransport::Connect(const QString &host, const QString &user, const QString &password)
-{
-    m_lastError = 0;
-    m_limitExceeded = false;
-    m_user = user;
-    m_password = password;
-    m_addr = parseServerAddress(host);
-    if (m_host.isEmpty())
-        m_host = host;
-    m_overFormatKnown = 0;
-    if (!m_addr.valid) {
-        setState(StateConnecting);
-        fail(1, QStringLiteral("Invalid server address: %1").arg(host));
+        m_group.Articles.append(std::move(article));
         return;
     }
-    startTransaction();
-    setState(StateConnecting);
-    openSocket();
-    handshake([this] {
-        m_busy = false;
-        m_timer.stop();
-        setState(StateConnected);
-        if (m_sink)
-            m_sink->Connected(this);
-        emit Connected(this);
-    });
-}
-
-void NewsTransport::ensureSession(std::function<void()> then)
-{
-    if (m_state != StateConnected) {
-        fail(1, QStringLiteral("Not connected to a news server"));
-        return;
-    }
-    if (m_linkUp && m_sock) {
-        then();
-        return;
-    }
-    // the server closed the session, or a stopped transaction closed it: log in again quietly
-    openSocket();
-    handshake(std::move(then));
-}
-
-// ------------------------------------------------------------------ operations
-
-void NewsTransport::RequestGroupList()
-{
-    startTransaction();
-    m_groups.Groups.clear();
-    ensureSession([this] {
-        auto parse = [this](const char *p, qsizetype n) {
-            // name last first flag
-            const char *end = p + n;
-            const char *sp1 = static_cast<const char *>(memchr(p, ' ', size_t(n)));
-            if (!sp1)
-                return;
-            NewsTransportGroup g;
-            g.Name = textFromBytes(p, sp1 - p);
-            const char *q = sp1 + 1;
-            const char *sp2 = static_cast<const char *>(memchr(q, ' ', size_t(end - q)));
-            g.Last = toInt64(q, (sp2 ? sp2 : end) - q);
-            if (sp2) {
-                const char *r = sp2 + 1;
-                const char *sp3 = static_cast<const char *>(memchr(r, ' ', size_t(end - r)));
-                g.First = toInt64(r, (sp3 ? sp3 : end) - r);
-            }
-            g.Estimated = g.Last >= g.First ? g.Last - g.First + 1 : 0;
-            m_groups.Groups.append(std::move(g));
-        };
-        Step list;
-        list.command = "LIST ACTIVE";
-        list.multiline = [](int c) { return c == 215; };
-        list.onData = parse;
-        list.onDataEnd = [this] { finishTransaction(215); };
-        list.onStatus = [this, parse](int code, const QByteArray &) {
-            if (code == 215)
-                return;
-            if (code == 500 || code == 501) {
-                Step plain;   // servers from before LIST ACTIVE
-                plain.command = "LIST";
-                plain.multiline = [](int c) { return c == 215; };
-                plain.onData = parse;
-                plain.onDataEnd = [this] { finishTransaction(215); };
-                plain.onStatus = [this](int code, const QByteArray &) {
-                    if (code != 215)
-                        fail(code, QString());
-                };
-                send(std::move(plain));
-                return;
-            }
-            fail(code, QString());
-        };
-        send(std::move(list));
-    });
-}
-
-void NewsTransport::SelectGroup(const QString &name)
-{
-    startTransaction();
-    m_group = NewsTransportGroup();
-    m_group.Name = name;
-    ensureSession([this, name] {
-        Step g;
-        g.command = "GROUP " + name.toUtf8();
-        g.onStatus = [this, name](int code, const QByteArray &line) {
-            if (code != 211) {
-                fail(code, QString());
-                return;
-            }
-            const QList<QByteArray> f = line.split(' ');
-            m_group.Estimated = f.value(1).toLongLong();
-            m_group.First = f.value(2).toLongLong();
-            m_group.Last = f.value(3).toLongLong();
-            m_selectedName = name;
-            finishTransaction(211);
-        };
-        send(std::move(g));
-    });
-}
-
-void NewsTransport::FetchHeaders(qint64 first, qint64 last)
-{
-    startTransaction();
-    m_group.Articles.clear();
-    m_paths.clear();
-    m_fetchFirst = first;
-    m_fetchLast = last;
-    ensureSession([this] {
-        auto afterGroup = [this] {
-            if (m_overFormatKnown != 0) {
-                startHeaderFetch();
-                return;
-            }
-            Step fmt;
-            fmt.command = "LIST OVERVIEW.FMT";
-            fmt.multiline = [](int c) { return c == 215; };
-            auto fields = std::make_shared<QStringList>();
-            fmt.onData = [fields](const char *p, qsizetype n) { *fields << QString::fromLatin1(p, n).trimmed(); };
-            fmt.onDataEnd = [this, fields] {
-                // the first seven fields are the standard ones; keep the names of the rest
-                m_overExtra.clear();
-                m_overFormatKnown = -1;
-                for (int i = 7; i < fields->size(); ++i) {
-                    QString f = fields->at(i);
-                    const bool full = f.endsWith(QLatin1String(":full"), Qt::CaseInsensitive);
-                    f = f.section(QLatin1Char(':'), 0, 0);
-                    m_overExtra << (full ? f + QLatin1Char('!') : f);
-                    if (f.compare(QLatin1String("Path"), Qt::CaseInsensitive) == 0)
-                        m_overFormatKnown = 1;
-                }
-                startHeaderFetch();
-            };
-            fmt.onStatus = [this](int code, const QByteArray &) {
-                if (code == 215)
-                    return;
-                m_overExtra.clear();
-                m_overFormatKnown = -1;
-                startHeaderFetch();
-            };
-            send(std::move(fmt));
-        };
-        if (m_selectedName == m_group.Name || m_group.Name.isEmpty()) {
-            afterGroup();
-            return;
-        }
-        Step g;
-        g.command = "GROUP " + m_group.Name.toUtf8();
-        g.onStatus = [this, afterGroup](int code, const QByteArray &) {
-            if (code != 211) {
-                fail(code, QString());
-                return;
-            }
-            m_selectedName = m_group.Name;
-            afterGroup();
-        };
-        send(std::move(g));
-    });
-}
-
-void NewsTransport::startHeaderFetch()
-{
-    const QByteArray range = QByteArray::number(m_fetchFirst) + '-' + QByteArray::number(m_fetchLast);
-    if (m_overFormatKnown == 1) {
-        startOver();
-        return;
-    }
-    // the overview lacks Path: read it for the range first
-    auto onPath = [this](const char *p, qsizetype n) {
-        const char *sp = static_cast<const char *>(memchr(p, ' ', size_t(n)));
+    case Step::Hdr: {
+        const char *sp = static_cast<const char *>(std::memchr(data, ' ', size_t(size)));
         if (!sp)
             return;
-        const qint64 num = toInt64(p, sp - p);
-        m_paths.insert(num, textFromBytes(sp + 1, n - (sp + 1 - p)));
-    };
-    Step hdr;
-    hdr.command = "HDR Path " + range;
-    hdr.multiline = [](int c) { return c == 225; };
-    hdr.onData = onPath;
-    hdr.onDataEnd = [this] { startOver(); };
-    hdr.onStatus = [this, range, onPath](int code, const QByteArray &) {
-        if (code == 225)
+        bool ok = false;
+        const qint64 n = QByteArray(data, sp - data).toLongLong(&ok);
+        const char *v = sp + 1;
+        const qsizetype vlen = size - (v - data);
+        if (ok && vlen > 0 && !(vlen == 6 && std::memcmp(v, "(none)", 6) == 0))
+            m_paths.insert(n, textFromBytes(v, vlen));
+        return;
+    }
+    case Step::Article:
+        m_articleRaw.append(data, size);
+        m_articleRaw.append("\r\n", 2);
+        return;
+    case Step::List:
+    case Step::ListPlain: {
+        // name last first flag
+        const QList<QByteArray> f = QByteArray(data, size).simplified().split(' ');
+        if (f.isEmpty() || f.at(0).isEmpty())
             return;
-        if (code == 423 || code == 420) {
-            startOver();
-            return;
-        }
-        Step x;
-        x.command = "XHDR Path " + range;
-        x.multiline = [](int c) { return c == 221; };
-        x.onData = onPath;
-        x.onDataEnd = [this] { startOver(); };
-        x.onStatus = [this](int code, const QByteArray &) {
-            if (code != 221)
-                startOver();   // no Path to be had: the listing goes on without it
-        };
-        send(std::move(x));
-    };
-    send(std::move(hdr));
+        NewsTransportGroup g;
+        g.Name = textFromBytes(f.at(0));
+        g.Last = f.size() > 1 ? f.at(1).toLongLong() : 0;
+        g.First = f.size() > 2 ? f.at(2).toLongLong() : 0;
+        g.Estimated = (g.Last >= g.First && g.Last > 0) ? g.Last - g.First + 1 : 0;
+        m_groupList.Groups.append(std::move(g));
+        return;
+    }
+    case Step::OverFmt:
+        m_fmtLines.append(QByteArray(data, size));
+        return;
+    default:
+        return;  // data nobody asked for
+    }
 }
 
-void NewsTransport::startOver()
+void NewsTransport::handleDataEnd()
 {
-    static const QString names[7] = {QStringLiteral("Subject"), QStringLiteral("From"), QStringLiteral("Date"),
-                                      QStringLiteral("Message-ID"), QStringLiteral("References"),
-                                      QStringLiteral("Bytes"), QStringLiteral("Lines")};
-    const QByteArray range = QByteArray::number(m_fetchFirst) + '-' + QByteArray::number(m_fetchLast);
-    auto onLine = [this](const char *p, qsizetype n) {
-        const char *end = p + n;
-        const char *tab = static_cast<const char *>(memchr(p, '\t', size_t(n)));
-        if (!tab)
-            return;
-        NewsTransportArticle a;
-        a.Number = toInt64(p, tab - p);
-        QList<NewsTransportHeader> &h = a.Message.Headers;
-        h.reserve(8 + m_overExtra.size());
-        const char *q = tab + 1;
-        int field = 0;
-        bool hasPath = false;
-        while (q <= end) {
-            const char *t = static_cast<const char *>(memchr(q, '\t', size_t(end - q)));
-            const char *fe = t ? t : end;
-            if (field < 7) {
-                h.append({names[field], textFromBytes(q, fe - q)});
-            } else if (field - 7 < m_overExtra.size()) {
-                QString name = m_overExtra[field - 7];
-                const char *v = q;
-                qsizetype vn = fe - q;
-                if (name.endsWith(QLatin1Char('!'))) {
-                    // "Name: value" fields carry their own name
-                    name.chop(1);
-                    const char *colon = static_cast<const char *>(memchr(v, ':', size_t(vn)));
-                    if (colon) {
-                        vn -= (colon + 1 - v);
-                        v = colon + 1;
-                        while (vn > 0 && *v == ' ') {
-                            ++v;
-                            --vn;
-                        }
-                    }
-                }
-                if (name.compare(QLatin1String("Path"), Qt::CaseInsensitive) == 0) {
-                    name = QStringLiteral("Path");
-                    hasPath = true;
-                }
-                h.append({name, textFromBytes(v, vn)});
-            }
-            ++field;
-            if (!t)
-                break;
-            q = t + 1;
-        }
-        if (!hasPath) {
-            auto it = m_paths.find(a.Number);
-            if (it != m_paths.end()) {
-                h.append({QStringLiteral("Path"), it.value()});
-                m_paths.erase(it);
-            }
-        }
-        m_group.Articles.append(std::move(a));
-    };
-    Step over;
-    over.command = "OVER " + range;
-    over.multiline = [](int c) { return c == 224; };
-    over.onData = onLine;
-    over.onDataEnd = [this] {
+    switch (m_step) {
+    case Step::List:
+    case Step::ListPlain:
+        finishOperation(m_lastCode, m_lastStatus);
+        return;
+    case Step::OverFmt:
+        m_fmt = OverviewFormat::fromLines(m_fmtLines);
+        m_fmtLines.clear();
+        m_fmtKnown = true;
+        nextHeaderChunk();
+        return;
+    case Step::Hdr:
+        sendCommand(m_overCommand + ' ' + QByteArray::number(m_next) + '-' +
+                        QByteArray::number(m_chunkLast),
+                    Step::Over);
+        return;
+    case Step::Over:
         m_paths.clear();
-        finishTransaction(224);
-    };
-    over.onStatus = [this, range, onLine](int code, const QByteArray &) {
-        if (code == 224)
-            return;
-        if (code == 423 || code == 420) {   // nothing in that range
-            finishTransaction(code);
-            return;
-        }
-        if (code != 500 && code != 501) {
-            fail(code, QString());
-            return;
-        }
-        Step x;
-        x.command = "XOVER " + range;
-        x.multiline = [](int c) { return c == 224; };
-        x.onData = onLine;
-        x.onDataEnd = [this] {
-            m_paths.clear();
-            finishTransaction(224);
-        };
-        x.onStatus = [this](int code, const QByteArray &) {
-            if (code == 224)
-                return;
-            if (code == 423 || code == 420)
-                finishTransaction(code);
-            else
-                fail(code, QString());
-        };
-        send(std::move(x));
-    };
-    send(std::move(over));
-}
-
-void NewsTransport::FetchArticles(qint64 first, qint64 last)
-{
-    startTransaction();
-    m_group.Articles.clear();
-    m_fetchFirst = first;
-    m_fetchLast = last;
-    m_fetchNext = first;
-    ensureSession([this] {
-        if (m_selectedName == m_group.Name || m_group.Name.isEmpty()) {
-            fetchNextArticle();
-            return;
-        }
-        Step g;
-        g.command = "GROUP " + m_group.Name.toUtf8();
-        g.onStatus = [this](int code, const QByteArray &) {
-            if (code != 211) {
-                fail(code, QString());
-                return;
-            }
-            m_selectedName = m_group.Name;
-            fetchNextArticle();
-        };
-        send(std::move(g));
-    });
-}
-
-void NewsTransport::fetchNextArticle()
-{
-    if (m_fetchNext > m_fetchLast) {
-        finishTransaction(220);
+        m_next = m_chunkLast + 1;
+        nextHeaderChunk();
+        return;
+    case Step::Article: {
+        NewsTransportArticle article;
+        article.Number = m_articleNumber;
+        article.Message.Raw = std::move(m_articleRaw);
+        m_articleRaw = QByteArray();
+        parseArticle(article.Message);
+        m_group.Articles.append(std::move(article));
+        nextArticle();
         return;
     }
-    const qint64 n = m_fetchNext++;
-    m_article.clear();
-    Step a;
-    a.command = "ARTICLE " + QByteArray::number(n);
-    a.multiline = [](int c) { return c == 220; };
-    a.onData = [this](const char *p, qsizetype len) {
-        m_article.append(p, len);
-        m_article.append("\r\n", 2);
-    };
-    a.onDataEnd = [this, n] {
-        NewsTransportArticle art;
-        art.Number = n;
-        art.Message = parseArticle(m_article);
-        m_article.clear();
-        m_group.Articles.append(std::move(art));
-        fetchNextArticle();
-    };
-    a.onStatus = [this](int code, const QByteArray &) {
-        if (code == 220)
-            return;
-        if (code == 423 || code == 430) {   // gone from the server: not an error
-            fetchNextArticle();
-            return;
-        }
-        fail(code, QString());
-    };
-    send(std::move(a));
-}
-
-static QByteArray dotStuffed(const QByteArray &raw)
-{
-    QByteArray out;
-    out.reserve(raw.size() + raw.size() / 40 + 8);
-    qsizetype start = 0;
-    const qsizetype n = raw.size();
-    while (start < n) {
-        qsizetype end = raw.indexOf('\n', start);
-        const bool last = end < 0;
-        if (last)
-            end = n;
-        qsizetype stop = end;
-        if (stop > start && raw[stop - 1] == '\r')
-            --stop;
-        if (stop > start && raw[start] == '.')
-            out += '.';
-        out.append(raw.constData() + start, stop - start);
-        out += "\r\n";
-        start = end + 1;
-    }
-    out += '.';
-    return out;
-}
-
-void NewsTransport::Post(const NewsTransportArticle &article)
-{
-    startTransaction();
-    const QByteArray body = dotStuffed(article.Message.Raw);
-    ensureSession([this, body] {
-        Step post;
-        post.command = "POST";
-        post.onStatus = [this, body](int code, const QByteArray &) {
-            if (code != 340) {
-                fail(code, QString());
-                return;
-            }
-            Step text;
-            text.command = body;
-            text.onStatus = [this](int code, const QByteArray &) {
-                if (code == 240)
-                    finishTransaction(240);
-                else
-                    fail(code, QString());
-            };
-            send(std::move(text));
-        };
-        send(std::move(post));
-    });
-}
-
-void NewsTransport::Disconnect()
-{
-    m_queue.clear();
-    m_busy = false;
-    if (m_sock && m_linkUp && m_state == StateConnected && !m_quitting) {
-        m_quitting = true;
-        m_waiting = false;
-        m_inData = false;
-        Step quit;
-        quit.command = "QUIT";
-        quit.onStatus = [this](int, const QByteArray &) {
-            if (m_sock)
-                m_sock->disconnectFromHost();
-        };
-        send(std::move(quit));
-        m_timer.start(qMin(m_timeoutSecs, 5) * 1000);
+    default:
         return;
     }
-    // nothing to say goodbye to: close at once and tell so after this call returns
-    if (m_sock) {
-        m_sock->disconnect(this);
-        m_sock->abort();
-        m_sock->deleteLater();
-        m_sock = nullptr;
-    }
-    m_linkUp = false;
-    m_handshaking = false;
-    m_quitting = false;
-    m_timer.stop();
-    setState(StateDisconnected);
-    QPointer<NewsTransport> self(this);
-    QTimer::singleShot(0, this, [self] {
-        if (!self)
-            return;
-        if (self->m_sink)
-            self->m_sink->Disconnected(self);
-        emit self->Disconnected(self);
-    });
-}
-
-void NewsTransport::AbortTransaction()
-{
-    if (!m_busy && !m_waiting)
-        return;
-    m_aborted = true;
-    m_busy = false;
-    m_queue.clear();
-    m_timer.stop();
-    if (m_state == StateConnecting || m_handshaking) {
-        Disconnect();
-        return;
-    }
-    // the rest of the answer is not wanted: close, and log in again at the next operation
-    if (m_sock) {
-        m_sock->disconnect(this);
-        m_sock->abort();
-        m_sock->deleteLater();
-        m_sock = nullptr;
-    }
-    m_linkUp = false;
-    m_waiting = false;
-    m_inData = false;
-    m_selectedName.clear();
 }

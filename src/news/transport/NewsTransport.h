@@ -1,68 +1,22 @@
+// NewsTransport: the program's one NNTP client. Every operation returns at
+// once; outcomes arrive as notifications (Qt signals, mirrored to the sink).
 #pragma once
-#include <QByteArray>
+
+#include "news/transport/NewsMessage.h"
+
 #include <QHash>
-#include <QList>
 #include <QObject>
 #include <QPointer>
-#include <QSslSocket>
-#include <QString>
 #include <QTimer>
 #include <functional>
 
 class QIODevice;
-
-struct NewsTransportHeader {
-    QString Name;
-    QString value;
-};
-
-struct NewsTransportPart {
-    QString ContentType;          // lower-case top-level type
-    QString ContentDisposition;
-    QByteArray Body;              // still transfer-encoded, CR LF lines
-};
-
-struct NewsTransportMessage {
-    QList<NewsTransportHeader> Headers;   // in article order
-    QString MIMEVersion;                   // empty for a plain article
-    QByteArray Body;                       // still transfer-encoded, CR LF lines
-    QString ContentType;                   // lower-case top-level type, "" when none
-    QString ContentDisposition;
-    QList<NewsTransportPart> Parts;        // leaf parts of a multipart message, in order
-    QByteArray Raw;                        // the whole article: headers, blank line, body; CR LF; dot-unstuffed
-    QString header(const QString &name) const;
-};
-
-struct NewsTransportArticle {
-    qint64 Number = 0;
-    NewsTransportMessage Message;
-};
-
-class NewsTransportGroup {
-public:
-    QString Name;
-    qint64 First = 0;
-    qint64 Last = 0;
-    qint64 Estimated = 0;
-    QList<NewsTransportArticle> Articles;
-
-    int Count() const { return int(Articles.size()); }
-    const NewsTransportArticle &Item(int i) const { return Articles.at(i); }
-    // Moves out what has arrived so far; a listing drains it while a long answer streams in.
-    QList<NewsTransportArticle> TakeArticles();
-};
-
-class NewsTransportGroupList {
-public:
-    int Count() const { return int(Groups.size()); }
-    const NewsTransportGroup &Item(int i) const { return Groups.at(i); }
-    QList<NewsTransportGroup> Groups;
-};
+class QSslSocket;
+class QSslError;
 
 class NewsTransport;
 
-// The main window's side of the transport: the six notifications.
-class NewsTransportNotify {
+class NewsTransportNotify {  // the main window implements it
 public:
     virtual ~NewsTransportNotify() = default;
     virtual void Connected(NewsTransport *t) = 0;
@@ -73,43 +27,56 @@ public:
     virtual void GetReadStream(NewsTransport *t, QIODevice *stream) = 0;
 };
 
-// One server entry: "[nntp[s]://]host[:port]".
-struct ServerAddress {
-    QString host;
-    quint16 port = 119;
-    bool tls = false;
-    bool valid = false;
-};
-ServerAddress parseServerAddress(const QString &entry);
-// UTF-8 when the bytes are valid UTF-8, else Latin-1.
-QString textFromBytes(const QByteArray &bytes);
-QString textFromBytes(const char *data, qsizetype size);
-
-// An NNTP client (RFC 3977, RFC 4643) over one socket, plain or implicit TLS. Every operation
-// returns at once; outcomes arrive as notifications on the object's thread.
 class NewsTransport : public QObject {
     Q_OBJECT
 public:
-    enum State { StateDisconnected = 0, StateConnecting = 1, StateConnected = 2 };
+    // Values passed to StateChanged.
+    enum State : qint32 {
+        StateDisconnected = 0,
+        StateConnecting = 1,   // name lookup, socket, TLS, greeting, log-in
+        StateConnected = 2,    // session open, no transaction running
+        StateBusy = 3,         // session open, a transaction runs
+        StateDisconnecting = 4
+    };
+    // LastError values for failures that carry no NNTP status code.
+    enum LocalError : qint32 {
+        ErrorNone = 0,
+        ErrorAddress = 1,      // the server entry cannot be parsed
+        ErrorSocket = 2,       // name lookup or connection failed
+        ErrorTimeout = 3,      // no answer within the time-out
+        ErrorDropped = 4,      // the server closed the connection during a transaction
+        ErrorTls = 5,          // TLS handshake failed or the certificate was refused
+        ErrorBusy = 6,         // another transaction is running
+        ErrorNotConnected = 7,
+        ErrorProtocol = 8,     // an answer the client cannot use
+        ErrorInsecure = 9      // credentials would have gone out unencrypted
+    };
+    // Bits of SetOption.
+    enum Option : qint32 { OptionNoModeReader = 1 };
+    enum ProxyType : qint32 { ProxyNone = 0, ProxyHttp = 1, ProxySocks5 = 3 };
 
     explicit NewsTransport(QObject *parent = nullptr);
     ~NewsTransport() override;
 
-    void SetNotify(NewsTransportNotify *sink) { m_sink = sink; }
-    void SetOption(qint32 value) { m_option = value; }
-    void SetProxyType(qint32 type) { m_proxyType = type; }
-    void SetProxyHost(const QString &host) { m_proxyHost = host; }
-    void SetProxyPort(qint32 port) { m_proxyPort = port; }
+    void SetNotify(NewsTransportNotify *sink);
+    void SetOption(qint32 value);
+    qint32 Option() const { return m_option; }
+    void SetProxyType(qint32 type);
+    void SetProxyHost(const QString &host);
+    void SetProxyPort(qint32 port);
     QString Host() const { return m_host; }
-    void SetHost(const QString &host) { m_host = host; }
-    void SetTimeout(qint32 seconds) { m_timeoutSecs = seconds > 0 ? seconds : 30; }
+    void SetHost(const QString &host);
+    void SetTimeout(qint32 seconds);
+    qint32 Timeout() const { return m_timeoutSeconds; }
 
-    void Connect(const QString &host, const QString &user = QString(), const QString &password = QString());
+    void Connect(const QString &host, const QString &user = QString(),
+                 const QString &password = QString());
     QString StateText() const;
+    qint32 State() const { return m_state; }
     qint32 LastError() const { return m_lastError; }
 
     void RequestGroupList();
-    const NewsTransportGroupList &GroupList() const { return m_groups; }
+    const NewsTransportGroupList &GroupList() const { return m_groupList; }
     void SelectGroup(const QString &name);
     NewsTransportGroup &SelectedGroup() { return m_group; }
     void FetchHeaders(qint64 first, qint64 last);
@@ -120,12 +87,15 @@ public:
 
     bool LimitExceeded() const { return m_limitExceeded; }
     bool PostingAllowed() const { return m_postingAllowed; }
-    bool Busy() const { return m_busy; }
+    bool Busy() const { return m_op != Op::None; }
 
-    void SetCertificateCheck(std::function<bool(const QString &host, const QString &sha256, const QString &reason)> check)
-    {
-        m_certCheck = std::move(check);
-    }
+    // Asked when a TLS certificate cannot be verified; true accepts it.
+    using CertificateCheck = std::function<bool(const QString &host, const QString &sha256Fingerprint,
+                                                const QString &reason)>;
+    void SetCertificateCheck(CertificateCheck check) { m_certCheck = std::move(check); }
+
+    // Articles per HDR/OVER round when the Path column has to be fetched apart.
+    void SetPathChunk(qint64 articles) { m_pathChunk = qMax<qint64>(1, articles); }
 
 signals:
     void Connected(NewsTransport *t);
@@ -136,73 +106,104 @@ signals:
     void GetReadStream(NewsTransport *t, QIODevice *stream);
 
 private:
-    // One command and what to do with its answer.
-    struct Step {
-        QByteArray command;                               // sent as is + CR LF; empty: wait for the greeting
-        bool secret = false;                              // never shown anywhere
-        std::function<bool(int code)> multiline;          // does this status open a data block?
-        std::function<void(int code, const QByteArray &line)> onStatus;
-        std::function<void(const char *data, qsizetype len)> onData;   // one dot-unstuffed line
-        std::function<void()> onDataEnd;
+    enum class Op { None, Connect, GroupList, SelectGroup, FetchHeaders, FetchArticles, Post, Quit };
+    enum class Step {
+        None, Greeting, ModeReader, AuthUser, AuthPass, Reselect,
+        List, ListPlain, Group, OverFmt, Hdr, Over, Article, PostStart, PostData, Quit
     };
 
-    void setState(State s);
-    void emitDebug(const QString &line);
-    void emitDone(qint32 value, bool error, const QString &text);
-    void fail(qint32 code, const QString &reason);    // ends the running transaction with an error
-    void startTransaction();
-    void finishTransaction(qint32 value);
-    void send(Step step);
+    // operations
+    bool beginOperation(Op op);
+    void runOperation();
+    void nextHeaderChunk();
+    void nextArticle();
+    void finishOperation(qint32 code, const QString &text);
+    void failOperation(qint32 code, const QString &text, qint32 lastError);
+    void failLater(qint32 lastError, const QString &text);
+
+    // connection
     void openSocket();
-    void onReadyRead();
-    void processBuffer();
-    void onSocketDisconnected();
-    void onSocketError(QAbstractSocket::SocketError e);
-    void onSslErrors(const QList<QSslError> &errors);
-    void onInactivity();
-    void handshake(std::function<void()> then);        // greeting, MODE READER, AUTHINFO
-    void ensureSession(std::function<void()> then);    // reconnects silently when the link was lost
-    void fetchNextArticle();
-    void startOver();
-    void startHeaderFetch();
+    void teardownSocket();
+    void sendCommand(const QByteArray &command, Step step);
+    void startHandshakeStep(qint32 code, const QString &text);
+    void sendModeReaderOrLogin();
+    void sendLogin();
+    void sessionReady();
+    void connectFailed(qint32 lastError, qint32 code, const QString &text, bool shown = false);
+    void connectionLost(const QString &reason);
+    void setState(qint32 state);
     void armTimer();
+
+    // input
+    void onReadyRead();
+    void onSocketError();
+    void onSocketDisconnected();
+    void onSslErrors(const QList<QSslError> &errors);
+    void onTimeout();
+    void processBuffer();
+    void handleStatus(const QByteArray &line);
+    void handleData(const char *data, qsizetype size);
+    void handleDataEnd();
+    void beginData();
+
+    // notifications (sink first, then the signal)
+    void notifyConnected();
+    void notifyDisconnected();
+    void notifyDone(qint32 value, bool error, const QString &text);
+    void notifyDebug(const QString &text);
 
     NewsTransportNotify *m_sink = nullptr;
     qint32 m_option = 0;
-    qint32 m_proxyType = 0;
+    qint32 m_proxyType = ProxyNone;
     QString m_proxyHost;
-    qint32 m_proxyPort = 0;
+    qint32 m_proxyPort = 1080;
     QString m_host;
-    QString m_user, m_password;
-    ServerAddress m_addr;
-    qint32 m_timeoutSecs = 30;
+    qint32 m_timeoutSeconds = 30;
+    CertificateCheck m_certCheck;
 
-    QSslSocket *m_sock = nullptr;
+    ServerAddress m_address;
+    QString m_user, m_password;
+    QSslSocket *m_socket = nullptr;
+    quint64 m_generation = 0;      // bumped whenever the socket is dropped
     QTimer m_timer;
     QByteArray m_buf;
-    qsizetype m_bufPos = 0;
-    State m_state = StateDisconnected;
-    bool m_linkUp = false;          // the socket holds a working session
-    bool m_handshaking = false;
-    bool m_busy = false;
-    bool m_aborted = false;         // the running transaction was stopped: swallow its rest
-    bool m_quitting = false;
-    bool m_inData = false;
-    qint32 m_lastError = 0;
+    qsizetype m_pos = 0;
+
+    qint32 m_state = StateDisconnected;
+    qint32 m_lastError = ErrorNone;
     bool m_limitExceeded = false;
     bool m_postingAllowed = false;
-    QList<Step> m_queue;            // steps waiting for their turn (one is on the wire at a time)
-    bool m_waiting = false;         // a step is on the wire
-    Step m_current;
-    std::function<bool(const QString &, const QString &, const QString &)> m_certCheck;
-    bool m_certRefused = false;
+    bool m_session = false;        // a session was opened and not closed by Disconnect()
+    bool m_needReconnect = false;  // the socket went away while the session was idle
+    bool m_reconnecting = false;
+    bool m_groupSelected = false;
+    bool m_inData = false;
+    bool m_modeReaderDone = false;
+    bool m_authDone = false;
 
-    NewsTransportGroupList m_groups;
+    Op m_op = Op::None;
+    Step m_step = Step::None;
+    qint32 m_lastCode = 0;
+    QString m_lastStatus;
+
+    NewsTransportGroupList m_groupList;
     NewsTransportGroup m_group;
-    QString m_selectedName;         // the group the server has selected on this socket
-    int m_overFormatKnown = 0;      // 0 unknown, 1 has Path, -1 lacks Path
-    QStringList m_overExtra;        // names of the fields after the seven standard ones
-    qint64 m_fetchFirst = 0, m_fetchLast = 0, m_fetchNext = 0;
+    QString m_pendingGroup;
+
+    // FetchHeaders
+    qint64 m_first = 0, m_last = 0, m_next = 0, m_chunkLast = 0;
+    qint64 m_pathChunk = 5000;
+    bool m_fmtKnown = false;
+    OverviewFormat m_fmt;
+    QList<QByteArray> m_fmtLines;
+    QByteArray m_overCommand = "OVER";
+    QByteArray m_hdrCommand = "HDR";  // empty once neither HDR nor XHDR works
     QHash<qint64, QString> m_paths;
-    QByteArray m_article;
+
+    // FetchArticles
+    QByteArray m_articleRaw;
+    qint64 m_articleNumber = 0;
+
+    // Post
+    QByteArray m_postData;
 };

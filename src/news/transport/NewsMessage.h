@@ -1,0 +1,95 @@
+// Objects the news transport hands to the program: groups, articles and
+// their parsed messages, plus the small text helpers every caller shares.
+#pragma once
+
+#include <QByteArray>
+#include <QList>
+#include <QString>
+
+struct NewsTransportHeader {
+    QString Name;
+    QString value;
+};
+
+struct NewsTransportPart {
+    QString ContentType;         // lower-case top-level type ("text", "image", ...)
+    QString ContentDisposition;  // "" for an inline part without a file name
+    QByteArray Body;             // still transfer-encoded, CR LF lines
+};
+
+struct NewsTransportMessage {
+    // In article order. For overview rows: Subject, From, Date, Message-ID,
+    // References, Bytes, Lines, the extra overview fields, then Path.
+    QList<NewsTransportHeader> Headers;
+    QString MIMEVersion;          // empty for a plain article
+    QByteArray Body;              // everything after the blank line, CR LF lines
+    QString ContentType;          // lower-case top-level type, "" when none
+    QString ContentDisposition;
+    QList<NewsTransportPart> Parts;  // leaf parts of a multipart message, in order
+    QByteArray Raw;               // the whole article as received (dot-unstuffed, CR LF)
+
+    // Value of the last header with exactly this name, "" if none.
+    QString header(const QString &name) const;
+};
+
+struct NewsTransportArticle {
+    qint64 Number = 0;
+    NewsTransportMessage Message;
+};
+
+class NewsTransportGroup {
+public:
+    QString Name;
+    qint64 First = 0;
+    qint64 Last = 0;
+    qint64 Estimated = 0;
+    QList<NewsTransportArticle> Articles;
+
+    int Count() const { return int(Articles.size()); }
+    const NewsTransportArticle &Item(int i) const { return Articles.at(i); }
+    // Moves out what has arrived so far; the collection is empty afterwards.
+    QList<NewsTransportArticle> TakeArticles();
+};
+
+class NewsTransportGroupList {
+public:
+    int Count() const { return int(Groups.size()); }
+    const NewsTransportGroup &Item(int i) const { return Groups.at(i); }
+    QList<NewsTransportGroup> Groups;
+};
+
+// All members are relocatable Qt values: let QList move these with memcpy.
+Q_DECLARE_TYPEINFO(NewsTransportHeader, Q_RELOCATABLE_TYPE);
+Q_DECLARE_TYPEINFO(NewsTransportPart, Q_RELOCATABLE_TYPE);
+Q_DECLARE_TYPEINFO(NewsTransportMessage, Q_RELOCATABLE_TYPE);
+Q_DECLARE_TYPEINFO(NewsTransportArticle, Q_RELOCATABLE_TYPE);
+Q_DECLARE_TYPEINFO(NewsTransportGroup, Q_RELOCATABLE_TYPE);
+
+// One parser for every use of a server entry: "[nntp[s]://]host[:port]".
+struct ServerAddress {
+    QString host;
+    quint16 port = 119;
+    bool tls = false;
+    bool valid = false;
+};
+ServerAddress parseServerAddress(const QString &entry);
+
+// Display text of raw bytes: UTF-8 when the bytes are valid UTF-8, else Latin-1.
+QString textFromBytes(const QByteArray &bytes);
+QString textFromBytes(const char *data, qsizetype size);
+
+// Fills msg from msg.Raw: headers in order (unfolded, values as sent),
+// MIME-Version, Body, ContentType, ContentDisposition and the leaf Parts.
+void parseArticle(NewsTransportMessage &msg);
+
+// Overview support: the field names of an OVER row from the lines of
+// LIST OVERVIEW.FMT (or the standard seven when the list is empty), and the
+// parse of one row into an article.
+struct OverviewFormat {
+    QList<QString> names;     // header name per field after the article number
+    QList<bool> full;         // field arrives as "Name: value"
+    bool hasPath = false;
+    static OverviewFormat fromLines(const QList<QByteArray> &lines);
+};
+bool parseOverviewLine(const char *line, qsizetype size, const OverviewFormat &fmt,
+                       NewsTransportArticle &out);
