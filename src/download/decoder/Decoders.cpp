@@ -7,15 +7,25 @@
 #include <QFileInfo>
 
 #include <algorithm>
+#include <cerrno>
+#include <condition_variable>
 #include <cstring>
+#include <deque>
 #include <map>
+#include <memory>
+#include <mutex>
+#include <thread>
 #include <vector>
+
+#include <sys/mman.h>
+#include <unistd.h>
 
 namespace decoder {
 
 namespace {
 
-constexpr qint64 kChunk = 4 << 20;      // bytes of encoded text decoded per step
+constexpr qint64 kChunk = 4 << 20;      // bytes of plain text copied per step
+constexpr qint64 kWindow = 256 << 10;   // bytes of yEnc text searched and decoded per step
 constexpr qint64 kMaxNumber = qint64(1) << 50;
 
 // ---- small text helpers over raw bytes -------------------------------------
@@ -206,6 +216,18 @@ DecodeResult writeFailed(DecodeResult r, OutputSink &out)
 
 // ---- MemorySink --------------------------------------------------------------
 
+char *OutputSink::acquire(qint64 size)
+{
+    if (qint64(m_scratch.size()) < size)
+        m_scratch.resize(size_t(size));
+    return m_scratch.data();
+}
+
+bool OutputSink::submit(qint64 offset, char *buffer, qint64 len)
+{
+    return len <= 0 || writeAt(offset, buffer, len);
+}
+
 bool MemorySink::writeAt(qint64 offset, const char *d, qint64 len)
 {
     if (offset < 0 || len < 0 || offset + len > m_limit) {
@@ -243,7 +265,6 @@ DecodeResult decodeYenc(const char *d, qint64 len, OutputSink &out)
     qint64 fileSize = -1, total = -1;
     bool haveFileCrc = false;
     uint32_t fileCrc = 0;
-    std::vector<uint8_t> buf(size_t(std::min(kChunk, len) + 64));
 
     qint64 pos = 0;
     for (;;) {
@@ -289,17 +310,43 @@ DecodeResult decodeYenc(const char *d, qint64 len, OutputSink &out)
         }
         const QString label = multi ? QStringLiteral("part %1").arg(partNo) : QStringLiteral("file");
 
-        // the part's text runs to the next keyword line
-        const qint64 dataStart = pos;
-        qint64 dataEnd = len;
-        if (startsWith(d, dataStart, len, "=y")) {
-            dataEnd = dataStart;
-        } else {
-            const size_t lf = yenc::findKeywordLine(reinterpret_cast<const uint8_t *>(d + dataStart),
-                                                    size_t(len - dataStart));
-            if (qint64(lf) < len - dataStart)
-                dataEnd = dataStart + qint64(lf) + 1;
+        auto known = parts.find(partNo);
+        const bool wanted = known == parts.end() || !known->second.good; // else: posted twice
+        const bool placed = begin >= 1 && end >= begin - 1 && size >= 0 && end <= size;
+        const qint64 expected = end - begin + 1;
+
+        // The part's text runs to the next keyword line. It is searched and
+        // decoded window by window, so each window is read from memory once.
+        Part p;
+        p.begin = begin - 1;
+        qint64 decoded = 0;
+        uint32_t partCrc = 0;
+        yenc::DecodeState st;
+        qint64 at = pos;
+        if (!startsWith(d, at, len, "=y")) {
+            while (at < len) {
+                const qint64 n = std::min(kWindow, len - at);
+                const qint64 look = std::min(n + 2, len - at);
+                const qint64 k = qint64(yenc::findKeywordLine(reinterpret_cast<const uint8_t *>(d + at), size_t(look)));
+                const bool stop = k < look;
+                const qint64 seg = stop ? k + 1 : n;
+                if (wanted && placed) {
+                    char *buf = out.acquire(kWindow);
+                    const qint64 got = qint64(yenc::decode(reinterpret_cast<const uint8_t *>(d + at), size_t(seg),
+                                                           reinterpret_cast<uint8_t *>(buf), st));
+                    partCrc = crc32::update(partCrc, buf, size_t(got));
+                    const qint64 room = std::max<qint64>(0, std::min(got, expected - decoded));
+                    if (!out.submit(p.begin + decoded, buf, room))
+                        return writeFailed(r, out);
+                    r.bytesWritten += room;
+                    decoded += got;
+                }
+                at += seg;
+                if (stop)
+                    break;
+            }
         }
+        const qint64 dataEnd = at;
         bool hasEnd = false, havePcrc = false, haveCrc = false;
         uint32_t pcrc = 0, crc = 0;
         pos = dataEnd;
@@ -321,38 +368,15 @@ DecodeResult decodeYenc(const char *d, qint64 len, OutputSink &out)
                 fileCrc = crc;
             }
         }
-
-        auto known = parts.find(partNo);
-        if (known != parts.end() && known->second.good)
-            continue; // posted twice: the first good copy stands
-        if (begin < 1 || end < begin - 1 || size < 0 || end > size) {
+        if (!wanted)
+            continue;
+        if (!placed) {
             if (known == parts.end()) {
                 Part bad;
                 bad.problem = QStringLiteral("%1 has no valid position").arg(label);
                 parts[partNo] = bad;
             }
             continue;
-        }
-
-        // decode in large steps; the state carries escapes across the steps
-        Part p;
-        p.begin = begin - 1;
-        const qint64 expected = end - begin + 1;
-        qint64 decoded = 0;
-        uint32_t partCrc = 0;
-        yenc::DecodeState st;
-        for (qint64 at = dataStart; at < dataEnd; at += kChunk) {
-            const qint64 n = std::min(kChunk, dataEnd - at);
-            const qint64 got = qint64(yenc::decode(reinterpret_cast<const uint8_t *>(d + at),
-                                                   size_t(n), buf.data(), st));
-            partCrc = crc32::update(partCrc, buf.data(), size_t(got));
-            const qint64 room = std::max<qint64>(0, std::min(got, expected - decoded));
-            if (room > 0) {
-                if (!out.writeAt(p.begin + decoded, reinterpret_cast<const char *>(buf.data()), room))
-                    return writeFailed(r, out);
-                r.bytesWritten += room;
-            }
-            decoded += got;
         }
         p.size = std::min(decoded, expected);
         p.crc = partCrc;
@@ -750,27 +774,173 @@ QString safeFileName(const QString &raw)
 
 namespace {
 
+// Writes to the output file on a thread of its own, so that decoding the next
+// window overlaps writing the last one. Buffers go round a small pool.
 class FileSink : public OutputSink
 {
 public:
-    explicit FileSink(QFile &f) : m_file(f) {}
+    explicit FileSink(int fd) : m_fd(fd), m_writer([this] { run(); }) {}
+    ~FileSink() override { finish(); }
+
     bool writeAt(qint64 offset, const char *data, qint64 len) override
     {
-        if (m_file.pos() != offset && !m_file.seek(offset))
-            return false;
         while (len > 0) {
-            const qint64 n = m_file.write(data, len);
-            if (n <= 0)
+            const qint64 n = std::min<qint64>(len, kBuffer);
+            char *b = acquire(n);
+            memcpy(b, data, size_t(n));
+            if (!submit(offset, b, n))
                 return false;
+            offset += n;
             data += n;
             len -= n;
         }
         return true;
     }
-    QString errorString() const override { return m_file.errorString(); }
+
+    char *acquire(qint64 size) override
+    {
+        if (size > kBuffer)
+            return OutputSink::acquire(size); // not expected: the decoders ask for less
+        std::unique_lock<std::mutex> lock(m_mutex);
+        if (m_free.empty() && m_made < kPool) {
+            ++m_made;
+            m_owned.emplace_back(new char[size_t(kBuffer)]);
+            return m_owned.back().get();
+        }
+        m_cond.wait(lock, [this] { return !m_free.empty(); });
+        char *b = m_free.back();
+        m_free.pop_back();
+        return b;
+    }
+
+    bool submit(qint64 offset, char *buffer, qint64 len) override
+    {
+        std::unique_lock<std::mutex> lock(m_mutex);
+        if (m_failed) {
+            m_free.push_back(buffer);
+            return false;
+        }
+        m_queue.push_back({offset, buffer, len});
+        m_cond.notify_all();
+        return true;
+    }
+
+    bool finish() override
+    {
+        {
+            std::lock_guard<std::mutex> lock(m_mutex);
+            if (m_done)
+                return !m_failed;
+            m_done = true;
+            m_cond.notify_all();
+        }
+        m_writer.join();
+        return !m_failed;
+    }
+
+    QString errorString() const override { return m_error; }
 
 private:
-    QFile &m_file;
+    struct Job {
+        qint64 offset;
+        char *buffer;
+        qint64 len;
+    };
+    static constexpr qint64 kBuffer = 1 << 20;
+    static constexpr int kPool = 8;
+
+    void run()
+    {
+        std::unique_lock<std::mutex> lock(m_mutex);
+        for (;;) {
+            m_cond.wait(lock, [this] { return !m_queue.empty() || m_done; });
+            if (m_queue.empty())
+                return;
+            const Job job = m_queue.front();
+            m_queue.pop_front();
+            const bool skip = m_failed;
+            lock.unlock();
+            QString error;
+            qint64 off = job.offset, left = job.len;
+            const char *p = job.buffer;
+            while (!skip && left > 0) {
+                const ssize_t n = ::pwrite(m_fd, p, size_t(left), off_t(off));
+                if (n < 0 && errno == EINTR)
+                    continue;
+                if (n <= 0) {
+                    error = QString::fromLocal8Bit(strerror(n < 0 ? errno : ENOSPC));
+                    break;
+                }
+                p += n;
+                off += n;
+                left -= n;
+            }
+            lock.lock();
+            if (!error.isEmpty() && !m_failed) {
+                m_failed = true;
+                m_error = error;
+            }
+            m_free.push_back(job.buffer);
+            m_cond.notify_all();
+        }
+    }
+
+    int m_fd;
+    std::mutex m_mutex;
+    std::condition_variable m_cond;
+    std::deque<Job> m_queue;
+    std::vector<char *> m_free;
+    std::vector<std::unique_ptr<char[]>> m_owned;
+    int m_made = 0;
+    bool m_done = false;
+    bool m_failed = false;
+    QString m_error;
+    std::thread m_writer; // last: starts once the rest is ready
+};
+
+// The whole input in memory: mapped (pages loaded up front) when possible.
+class InputMap
+{
+public:
+    bool open(const QString &path, QString *error)
+    {
+        m_file.setFileName(path);
+        if (!m_file.open(QIODevice::ReadOnly)) {
+            *error = m_file.errorString();
+            return false;
+        }
+        m_size = m_file.size();
+        if (m_size == 0)
+            return true;
+        void *m = ::mmap(nullptr, size_t(m_size), PROT_READ, MAP_PRIVATE | MAP_POPULATE, m_file.handle(), 0);
+        if (m != MAP_FAILED) {
+            m_map = m;
+            ::madvise(m, size_t(m_size), MADV_SEQUENTIAL);
+            return true;
+        }
+        m_copy = m_file.readAll();
+        if (m_copy.size() != m_size) {
+            *error = m_file.errorString();
+            return false;
+        }
+        return true;
+    }
+    ~InputMap()
+    {
+        if (m_map)
+            ::munmap(m_map, size_t(m_size));
+    }
+    const char *data() const
+    {
+        return m_map ? static_cast<const char *>(m_map) : m_size ? m_copy.constData() : "";
+    }
+    qint64 size() const { return m_size; }
+
+private:
+    QFile m_file;
+    void *m_map = nullptr;
+    QByteArray m_copy;
+    qint64 m_size = 0;
 };
 
 } // namespace
@@ -791,37 +961,29 @@ FileDecodeResult decodeFile(const QString &inputPath, const QString &outputPath,
     if (!overwrite && QFileInfo::exists(outputPath))
         return fail(ErrorExists, QStringLiteral("%1 already exists and is not overwritten").arg(outputPath));
 
-    QFile in(inputPath);
-    if (!in.open(QIODevice::ReadOnly))
-        return fail(ErrorRead, QStringLiteral("cannot read %1: %2").arg(inputPath, in.errorString()));
-    const qint64 size = in.size();
-    const char *data = "";
-    QByteArray copy;
-    if (size > 0) {
-        uchar *m = in.map(0, size);
-        if (m) {
-            data = reinterpret_cast<const char *>(m);
-        } else {
-            copy = in.readAll();
-            if (copy.size() != size)
-                return fail(ErrorRead, QStringLiteral("cannot read %1: %2").arg(inputPath, in.errorString()));
-            data = copy.constData();
-        }
-    }
+    InputMap in;
+    QString why;
+    if (!in.open(inputPath, &why))
+        return fail(ErrorRead, QStringLiteral("cannot read %1: %2").arg(inputPath, why));
 
     const QString partial = outputPath + QStringLiteral(".decoding.tmp");
     QFile outFile(partial);
     if (!outFile.open(QIODevice::ReadWrite | QIODevice::Truncate | QIODevice::Unbuffered))
         return fail(ErrorWrite, QStringLiteral("cannot write %1: %2").arg(partial, outFile.errorString()));
-    FileSink sink(outFile);
-    const DecodeResult r = decodeBuffer(format, data, size, sink);
+    DecodeResult r;
+    bool written = false;
+    QString writeError;
+    {
+        FileSink sink(outFile.handle());
+        r = decodeBuffer(format, in.data(), in.size(), sink);
+        written = sink.finish();
+        writeError = sink.errorString();
+    }
     res.fileName = r.fileName;
-    const bool flushed = outFile.flush();
     outFile.close();
-    in.close();
-    if (r.error == NoError && !flushed) {
+    if (!written || r.error == ErrorWrite) {
         QFile::remove(partial);
-        return fail(ErrorWrite, QStringLiteral("cannot write %1: %2").arg(outputPath, outFile.errorString()));
+        return fail(ErrorWrite, QStringLiteral("cannot write %1: %2").arg(outputPath, writeError));
     }
     if (r.error != NoError && r.error != ErrorDamaged) {
         QFile::remove(partial);

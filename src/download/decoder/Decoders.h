@@ -7,6 +7,8 @@
 #include <QString>
 #include <QStringList>
 
+#include <vector>
+
 namespace decoder {
 
 // Format codes of DecodeToFile.
@@ -32,6 +34,16 @@ public:
     virtual ~OutputSink() = default;
     virtual bool writeAt(qint64 offset, const char *data, qint64 len) = 0;
     virtual QString errorString() const = 0;
+    // Decoding straight into the sink's memory: acquire() lends a buffer of at
+    // least size bytes, submit() hands back its first len bytes (len may be 0)
+    // for offset. Only one buffer is lent at a time.
+    virtual char *acquire(qint64 size);
+    virtual bool submit(qint64 offset, char *buffer, qint64 len);
+    // Waits until everything submitted is written; false after any failure.
+    virtual bool finish() { return true; }
+
+private:
+    std::vector<char> m_scratch;
 };
 
 // Collects the output in memory, refusing to grow beyond limit bytes.
