@@ -441,6 +441,15 @@ void TestDecoder::fileOverwriteAndErrors()
     QCOMPARE(readFile(outPath), data);
     QCOMPARE(r.errorText, QString());
 
+    // a sink that cannot take the bytes stops the decode with a write error, for every format
+    for (const auto &[format, text] : {std::pair<int, QByteArray>{3, yencSingle(data, "a.bin")},
+                                       {2, uuencode(data, "a.bin")}, {0, data.toBase64()}}) {
+        MemorySink small(100);
+        const DecodeResult d = decoder::decodeBuffer(format, text.constData(), text.size(), small);
+        QCOMPARE(d.error, int(decoder::ErrorWrite));
+        QVERIFY(d.reason().contains(QStringLiteral("100 bytes")));
+    }
+
     r = decoder::decodeFile(dir.filePath(QStringLiteral("absent.tmp")), outPath, 3, true);
     QCOMPARE(r.error, int(decoder::ErrorRead));
     QVERIFY(r.errorText.contains(QStringLiteral("absent.tmp")));

@@ -816,6 +816,13 @@ public:
     bool submit(qint64 offset, char *buffer, qint64 len) override
     {
         std::unique_lock<std::mutex> lock(m_mutex);
+        if (!ownsBuffer(buffer)) {
+            // an oversized request got the plain scratch buffer: write it here, in order
+            m_cond.wait(lock, [this] { return m_queue.empty() && m_free.size() == size_t(m_made); });
+            if (!m_failed && !writeAll(buffer, len, offset, &m_error))
+                m_failed = true;
+            return !m_failed;
+        }
         if (m_failed) {
             m_free.push_back(buffer);
             return false;
@@ -861,20 +868,8 @@ private:
             const bool skip = m_failed;
             lock.unlock();
             QString error;
-            qint64 off = job.offset, left = job.len;
-            const char *p = job.buffer;
-            while (!skip && left > 0) {
-                const ssize_t n = ::pwrite(m_fd, p, size_t(left), off_t(off));
-                if (n < 0 && errno == EINTR)
-                    continue;
-                if (n <= 0) {
-                    error = QString::fromLocal8Bit(strerror(n < 0 ? errno : ENOSPC));
-                    break;
-                }
-                p += n;
-                off += n;
-                left -= n;
-            }
+            if (!skip)
+                writeAll(job.buffer, job.len, job.offset, &error);
             lock.lock();
             if (!error.isEmpty() && !m_failed) {
                 m_failed = true;
@@ -883,6 +878,31 @@ private:
             m_free.push_back(job.buffer);
             m_cond.notify_all();
         }
+    }
+
+    bool ownsBuffer(const char *b) const
+    {
+        for (const auto &o : m_owned)
+            if (o.get() == b)
+                return true;
+        return false;
+    }
+
+    bool writeAll(const char *p, qint64 left, qint64 off, QString *error) const
+    {
+        while (left > 0) {
+            const ssize_t n = ::pwrite(m_fd, p, size_t(left), off_t(off));
+            if (n < 0 && errno == EINTR)
+                continue;
+            if (n <= 0) {
+                *error = QString::fromLocal8Bit(strerror(n < 0 ? errno : ENOSPC));
+                return false;
+            }
+            p += n;
+            off += n;
+            left -= n;
+        }
+        return true;
     }
 
     int m_fd;

@@ -172,7 +172,7 @@ __attribute__((target("ssse3"))) static size_t decodeSsse3(const uint8_t *src, s
             val, _mm_set_epi64x(int64_t(kCompact.hi[m1]), int64_t(kCompact.lo[m0])));
         _mm_storel_epi64(reinterpret_cast<__m128i *>(dst + out), packed);
         out += kCompact.kept[m0];
-        _mm_storeh_pd(reinterpret_cast<double *>(dst + out), _mm_castsi128_pd(packed));
+        _mm_storel_epi64(reinterpret_cast<__m128i *>(dst + out), _mm_unpackhi_epi64(packed, packed));
         out += kCompact.kept[m1];
         i += 16;
     }
@@ -193,11 +193,11 @@ __attribute__((target("avx2"))) static inline void pack32(__m256i val, uint32_t 
     const __m128i a = _mm256_castsi256_si128(packed), b = _mm256_extracti128_si256(packed, 1);
     _mm_storel_epi64(reinterpret_cast<__m128i *>(dst + out), a);
     out += kCompact.kept[m0];
-    _mm_storeh_pd(reinterpret_cast<double *>(dst + out), _mm_castsi128_pd(a));
+    _mm_storel_epi64(reinterpret_cast<__m128i *>(dst + out), _mm_unpackhi_epi64(a, a));
     out += kCompact.kept[m1];
     _mm_storel_epi64(reinterpret_cast<__m128i *>(dst + out), b);
     out += kCompact.kept[m2];
-    _mm_storeh_pd(reinterpret_cast<double *>(dst + out), _mm_castsi128_pd(b));
+    _mm_storel_epi64(reinterpret_cast<__m128i *>(dst + out), _mm_unpackhi_epi64(b, b));
     out += kCompact.kept[m3];
 }
 
