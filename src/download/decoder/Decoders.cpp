@@ -347,11 +347,11 @@ DecodeResult decodeYenc(const char *d, qint64 len, OutputSink &out)
             }
         }
         const qint64 dataEnd = at;
-        bool hasEnd = false, havePcrc = false, haveCrc = false;
+        // a part without "=yend" still counts when its size is right
+        bool havePcrc = false, haveCrc = false;
         uint32_t pcrc = 0, crc = 0;
         pos = dataEnd;
         if (startsWith(d, dataEnd, len, "=yend")) {
-            hasEnd = true;
             const qint64 e = lineEnd(d, dataEnd, len);
             const QByteArray tail = lineAt(d, dataEnd, e);
             pos = e < len ? e + 1 : len;
@@ -389,7 +389,6 @@ DecodeResult decodeYenc(const char *d, qint64 len, OutputSink &out)
         else if (havePcrc && pcrc != partCrc)
             p.problem = multi ? QStringLiteral("CRC error in part %1").arg(partNo) : QStringLiteral("CRC error");
         p.good = p.problem.isEmpty();
-        (void)hasEnd; // a part without "=yend" is accepted when its size is right
         parts[partNo] = p;
     }
 
