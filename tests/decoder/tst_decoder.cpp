@@ -63,6 +63,7 @@ private slots:
     void yencMissingAndTruncatedParts();
     void yencOverlongPartStaysInItsRange();
     void yencLargePartAcrossSteps();
+    void yencKeywordAtWindowEdge();
     void uuencodeForms_data();
     void uuencodeForms();
     void uuencodeTextBetweenParts();
@@ -280,6 +281,22 @@ void TestDecoder::yencLargePartAcrossSteps()
     const DecodeResult r = decodeMem(decoder::FormatYenc, yencSingle(data, "big"), &out);
     QCOMPARE(r.error, 0);
     QVERIFY(out == data);
+}
+
+void TestDecoder::yencKeywordAtWindowEdge()
+{
+    // The decoder reads a part's text in windows of 256 KiB. With no escapes
+    // these sizes put the line break before "=yend" on every position around
+    // the first window's end (258110 bytes -> 262144 characters of text).
+    for (int n = 258106; n <= 258114; ++n) {
+        const QByteArray data(n, char('a' - 42));
+        const QByteArray next = randomBytes(100, 1);
+        QByteArray out;
+        const DecodeResult r = decodeMem(decoder::FormatYenc,
+                                         yencPart(data + next, "w", 1, 2, 0, n) + yencPart(data + next, "w", 2, 2, n, n + 100), &out);
+        QVERIFY2(r.error == 0, qPrintable(QStringLiteral("%1: %2").arg(n).arg(r.reason())));
+        QVERIFY(out == data + next);
+    }
 }
 
 void TestDecoder::uuencodeForms_data()
