@@ -1,6 +1,7 @@
 // Unit tests of the decoders: the yEnc kernel and its variants, yEnc sets,
 // uuencode, MIME base64, file handling and the wizard's completion.
 
+#include <QProcess>
 #include <QSignalSpy>
 #include <QTemporaryDir>
 #include <QtTest>
@@ -76,6 +77,7 @@ private slots:
     void fileOverwriteAndErrors();
     void namesAndDetection();
     void wizardCompletesOffThread();
+    void toolNamesAndNeverOverwrites();
 };
 
 void TestDecoder::kernelsAgreeOnHostileText()
@@ -528,6 +530,46 @@ void TestDecoder::wizardCompletesOffThread()
     QCOMPARE(w.DecodeError(), int(decoder::ErrorNoData));
     QCOMPARE(w.DecodeErrorText(), QStringLiteral("no uuencoded data found"));
     QCOMPARE(w.OutputPath(), QString());
+}
+
+void TestDecoder::toolNamesAndNeverOverwrites()
+{
+    const QString tool = qEnvironmentVariable("ND_BINARY_DIR") + QStringLiteral("/src/download/decoder/newsdredge-decode");
+    if (!QFileInfo(tool).isExecutable())
+        QSKIP("newsdredge-decode is not built");
+    QTemporaryDir dir;
+    auto run = [&](const QString &input, QString *out) {
+        QProcess p;
+        p.start(tool, {input, dir.path()});
+        p.waitForFinished(60000);
+        *out = QString::fromLocal8Bit(p.readAllStandardOutput() + p.readAllStandardError());
+        return p.exitCode();
+    };
+    const QByteArray data = randomBytes(3000, 31);
+    const QString y = dir.filePath(QStringLiteral("saved.txt"));
+    QString said;
+    // a name with directory parts lands in OUTDIR under its plain name
+    QVERIFY(writeFile(y, "Re: pics\r\n" + yencSingle(data, "../../up/there.jpg")));
+    QCOMPARE(run(y, &said), 0);
+    QVERIFY2(said.contains(QStringLiteral("yEnc")), qPrintable(said));
+    QVERIFY(readFile(dir.filePath(QStringLiteral("there.jpg"))) == data);
+    // a second run does not overwrite it
+    QVERIFY(writeFile(y, yencSingle(randomBytes(10, 1), "there.jpg")));
+    QCOMPARE(run(y, &said), int(decoder::ErrorExists));
+    QVERIFY(said.contains(QStringLiteral("not overwritten")));
+    QVERIFY(readFile(dir.filePath(QStringLiteral("there.jpg"))) == data);
+    // uuencode named "..": falls back to the input's own name
+    const QString u = dir.filePath(QStringLiteral("dots.uue"));
+    QVERIFY(writeFile(u, uuencode(data, "..")));
+    QCOMPARE(run(u, &said), 0);
+    QVERIFY(readFile(dir.filePath(QStringLiteral("dots.decoded"))) == data);
+    // damaged input: reason on stderr, ".damaged" file, non-zero exit
+    const QString bad = dir.filePath(QStringLiteral("bad.txt"));
+    QVERIFY(writeFile(bad, yencPart(data, "set.bin", 1, 2, 0, 1500)));
+    QCOMPARE(run(bad, &said), int(decoder::ErrorDamaged));
+    QVERIFY2(said.contains(QStringLiteral("part 2 missing")), qPrintable(said));
+    QVERIFY(QFile::exists(dir.filePath(QStringLiteral("set.bin.damaged"))));
+    QVERIFY(!QFile::exists(dir.filePath(QStringLiteral("set.bin"))));
 }
 
 QTEST_GUILESS_MAIN(TestDecoder)
