@@ -12,7 +12,7 @@
 
 namespace fuzz {
 
-constexpr qint64 kSinkLimit = 16 << 20;
+constexpr qint64 kSinkLimit = 1 << 20;
 
 // Every kernel must give the scalar kernel's bytes, whole and split anywhere.
 inline void checkKernels(const uint8_t *d, size_t n)

@@ -331,7 +331,7 @@ DecodeResult decodeYenc(const char *d, qint64 len, OutputSink &out)
                 const bool stop = k < look;
                 const qint64 seg = stop ? k + 1 : n;
                 if (wanted && placed) {
-                    char *buf = out.acquire(kWindow);
+                    char *buf = out.acquire(seg);
                     const qint64 got = qint64(yenc::decode(reinterpret_cast<const uint8_t *>(d + at), size_t(seg),
                                                            reinterpret_cast<uint8_t *>(buf), st));
                     partCrc = crc32::update(partCrc, buf, size_t(got));
