@@ -250,9 +250,10 @@ QString DecodeResult::reason() const
 
 // ---- yEnc ----------------------------------------------------------------------
 
-DecodeResult decodeYenc(const char *d, qint64 len, OutputSink &out)
+DecodeResult decodeYenc(const char *d, qint64 len, OutputSink &out, InputReader *reader)
 {
     DecodeResult r;
+    std::vector<char> window(reader ? size_t(kWindow + 2) : 0);
     struct Part {
         qint64 begin = 0; // 0-based offset
         qint64 size = 0;
@@ -327,12 +328,21 @@ DecodeResult decodeYenc(const char *d, qint64 len, OutputSink &out)
             while (at < len) {
                 const qint64 n = std::min(kWindow, len - at);
                 const qint64 look = std::min(n + 2, len - at);
-                const qint64 k = qint64(yenc::findKeywordLine(reinterpret_cast<const uint8_t *>(d + at), size_t(look)));
+                const char *text = d + at;
+                if (reader && wanted && placed) {
+                    if (!reader->readAt(at, window.data(), look)) {
+                        r.error = ErrorRead;
+                        r.problems << QStringLiteral("cannot read the input");
+                        return r;
+                    }
+                    text = window.data();
+                }
+                const qint64 k = qint64(yenc::findKeywordLine(reinterpret_cast<const uint8_t *>(text), size_t(look)));
                 const bool stop = k < look;
                 const qint64 seg = stop ? k + 1 : n;
                 if (wanted && placed) {
                     char *buf = out.acquire(seg);
-                    const qint64 got = qint64(yenc::decode(reinterpret_cast<const uint8_t *>(d + at), size_t(seg),
+                    const qint64 got = qint64(yenc::decode(reinterpret_cast<const uint8_t *>(text), size_t(seg),
                                                            reinterpret_cast<uint8_t *>(buf), st));
                     partCrc = crc32::update(partCrc, buf, size_t(got));
                     const qint64 room = std::max<qint64>(0, std::min(got, expected - decoded));
@@ -685,10 +695,10 @@ DecodeResult decodeMime(const char *d, qint64 len, OutputSink &out)
     return r;
 }
 
-DecodeResult decodeBuffer(int format, const char *data, qint64 len, OutputSink &out)
+DecodeResult decodeBuffer(int format, const char *data, qint64 len, OutputSink &out, InputReader *reader)
 {
     switch (format) {
-    case FormatYenc: return decodeYenc(data, len, out);
+    case FormatYenc: return decodeYenc(data, len, out, reader);
     case FormatUuencode: return decodeUuencode(data, len, out);
     case FormatMime: return decodeMime(data, len, out);
     default: break;
@@ -917,8 +927,9 @@ private:
     std::thread m_writer; // last: starts once the rest is ready
 };
 
-// The whole input in memory: mapped (pages loaded up front) when possible.
-class InputMap
+// The whole input in memory (mapped when possible), plus window reads
+// through the file for the bulk of the data.
+class InputMap : public InputReader
 {
 public:
     bool open(const QString &path, QString *error)
@@ -931,10 +942,9 @@ public:
         m_size = m_file.size();
         if (m_size == 0)
             return true;
-        void *m = ::mmap(nullptr, size_t(m_size), PROT_READ, MAP_PRIVATE | MAP_POPULATE, m_file.handle(), 0);
+        void *m = ::mmap(nullptr, size_t(m_size), PROT_READ, MAP_PRIVATE, m_file.handle(), 0);
         if (m != MAP_FAILED) {
             m_map = m;
-            ::madvise(m, size_t(m_size), MADV_SEQUENTIAL);
             return true;
         }
         m_copy = m_file.readAll();
@@ -954,6 +964,25 @@ public:
         return m_map ? static_cast<const char *>(m_map) : m_size ? m_copy.constData() : "";
     }
     qint64 size() const { return m_size; }
+
+    bool readAt(qint64 offset, char *buf, qint64 len) override
+    {
+        if (!m_map) {
+            memcpy(buf, data() + offset, size_t(len));
+            return true;
+        }
+        while (len > 0) {
+            const ssize_t n = ::pread(m_file.handle(), buf, size_t(len), off_t(offset));
+            if (n < 0 && errno == EINTR)
+                continue;
+            if (n <= 0)
+                return false;
+            buf += n;
+            offset += n;
+            len -= n;
+        }
+        return true;
+    }
 
 private:
     QFile m_file;
@@ -994,7 +1023,7 @@ FileDecodeResult decodeFile(const QString &inputPath, const QString &outputPath,
     QString writeError;
     {
         FileSink sink(outFile.handle());
-        r = decodeBuffer(format, in.data(), in.size(), sink);
+        r = decodeBuffer(format, in.data(), in.size(), sink, &in);
         written = sink.finish();
         writeError = sink.errorString();
     }

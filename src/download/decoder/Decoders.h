@@ -60,6 +60,16 @@ private:
     QString m_error;
 };
 
+// For inputs that live in a file: copies the input's bytes [offset, offset + len)
+// into buf. Reading big windows this way is faster than touching the mapped
+// pages; the memory view passed beside it stays the reference.
+class InputReader
+{
+public:
+    virtual ~InputReader() = default;
+    virtual bool readAt(qint64 offset, char *buf, qint64 len) = 0;
+};
+
 struct DecodeResult
 {
     int error = NoError;
@@ -69,11 +79,12 @@ struct DecodeResult
     QString reason() const;    // problems as one human-readable line
 };
 
-DecodeResult decodeYenc(const char *data, qint64 len, OutputSink &out);
+DecodeResult decodeYenc(const char *data, qint64 len, OutputSink &out, InputReader *reader = nullptr);
 DecodeResult decodeUuencode(const char *data, qint64 len, OutputSink &out);
 // Base64 up to the first line that is not base64; other text as it stands.
 DecodeResult decodeMime(const char *data, qint64 len, OutputSink &out);
-DecodeResult decodeBuffer(int format, const char *data, qint64 len, OutputSink &out);
+DecodeResult decodeBuffer(int format, const char *data, qint64 len, OutputSink &out,
+                          InputReader *reader = nullptr);
 
 // yEnc when an "=ybegin" line is present, else uuencode when a "begin NNN name"
 // line is, else MIME.
