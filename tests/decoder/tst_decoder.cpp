@@ -484,6 +484,7 @@ void TestDecoder::namesAndDetection()
     QCOMPARE(decoder::safeFileName(QStringLiteral("..")), QString());
     QCOMPARE(decoder::safeFileName(QStringLiteral("dir/.")), QString());
     QCOMPARE(decoder::safeFileName(QStringLiteral("a\tb\x01.txt")), QStringLiteral("ab.txt"));
+    QCOMPARE(decoder::safeFileName(QStringLiteral("a:b.jpg")), QStringLiteral("a_b.jpg"));
 
     const QByteArray y = "text\r\n=ybegin line=128 size=1 name=holiday 01.jpg\r\n";
     QCOMPARE(decoder::detectFormat(y.constData(), y.size()), 3);

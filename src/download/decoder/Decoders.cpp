@@ -771,8 +771,8 @@ QString safeFileName(const QString &raw)
         n = n.mid(cut + 1);
     QString clean;
     for (QChar c : n)
-        if (c.unicode() >= 0x20 && c.unicode() != 0x7F && c != QLatin1Char(':'))
-            clean += c;
+        if (c.unicode() >= 0x20 && c.unicode() != 0x7F)
+            clean += c == QLatin1Char(':') ? QLatin1Char('_') : c;
     clean = clean.trimmed();
     if (clean == QLatin1String(".") || clean == QLatin1String(".."))
         return {};
