@@ -76,6 +76,7 @@ private slots:
     void fileDamagedKeepsNameFree();
     void fileOverwriteAndErrors();
     void namesAndDetection();
+    void crcCombine();
     void wizardCompletesOffThread();
     void toolNamesAndNeverOverwrites();
 };
@@ -495,6 +496,16 @@ void TestDecoder::namesAndDetection()
     const QByteArray m = "attachment; filename=\"a b.png\"\r\n\r\nQUJD\r\n";
     QCOMPARE(decoder::detectFormat(m.constData(), m.size()), 0);
     QCOMPARE(decoder::announcedFileName(0, m.constData(), m.size()), QStringLiteral("a b.png"));
+}
+
+void TestDecoder::crcCombine()
+{
+    const QByteArray all = randomBytes(300000, 41);
+    for (int cut : {0, 1, 7, 256, 4096, 123457, 299999, 300000}) {
+        const QByteArray a = all.left(cut), b = all.mid(cut);
+        QCOMPARE(crc32::combine(crcOf(a), crcOf(b), uint64_t(b.size())), crcOf(all));
+    }
+    QCOMPARE(crcOf(QByteArray("123456789")), 0xCBF43926u); // the standard check value
 }
 
 void TestDecoder::wizardCompletesOffThread()
