@@ -444,6 +444,23 @@ void TestDecoder::fileDamagedKeepsNameFree()
     QCOMPARE(got.left(3000), data.left(3000));
     QCOMPARE(got.mid(6000), data.mid(6000));
     QCOMPARE(QDir(dir.path()).entryList(QDir::Files).size(), 2); // no leftovers
+
+    // the file path checks CRCs on its writer thread: a bad one must still be seen,
+    // and a good repost of the part after it must still repair the file
+    const QByteArray big = randomBytes(3 << 20, 13);
+    QByteArray p2 = yencPart(big, "big.bin", 2, 3, 1 << 20, 2 << 20);
+    const int at = p2.indexOf("pcrc32=") + 7;
+    p2[at] = p2[at] == '0' ? '1' : '0';
+    const QByteArray p1 = yencPart(big, "big.bin", 1, 3, 0, 1 << 20), p3 = yencPart(big, "big.bin", 3, 3, 2 << 20, 3 << 20);
+    const QString bigOut = dir.filePath(QStringLiteral("big.bin"));
+    QVERIFY(writeFile(in, p1 + p2 + p3));
+    decoder::FileDecodeResult b = decoder::decodeFile(in, bigOut, 3, true);
+    QCOMPARE(b.error, int(decoder::ErrorDamaged));
+    QCOMPARE(b.errorText, QStringLiteral("CRC error in part 2 (kept as big.bin.damaged)"));
+    QVERIFY(writeFile(in, p1 + p2 + p3 + yencPart(big, "big.bin", 2, 3, 1 << 20, 2 << 20)));
+    b = decoder::decodeFile(in, bigOut, 3, true);
+    QCOMPARE(b.error, 0);
+    QVERIFY(readFile(bigOut) == big);
 }
 
 void TestDecoder::fileOverwriteAndErrors()

@@ -216,6 +216,13 @@ DecodeResult writeFailed(DecodeResult r, OutputSink &out)
 
 // ---- MemorySink --------------------------------------------------------------
 
+bool OutputSink::submit(qint64 offset, char *buffer, qint64 len, uint32_t *crc)
+{
+    if (crc && len > 0)
+        *crc = crc32::update(*crc, buffer, size_t(len));
+    return submit(offset, buffer, len);
+}
+
 char *OutputSink::acquire(qint64 size)
 {
     if (qint64(m_scratch.size()) < size)
@@ -260,8 +267,24 @@ DecodeResult decodeYenc(const char *d, qint64 len, OutputSink &out, InputReader 
         uint32_t crc = 0;
         bool good = false;
         QString problem; // why it is not good
+        // The sink computes the CRC as it writes (on its own thread); it is
+        // checked once the sink has drained.
+        const uint32_t *crcSlot = nullptr;
+        bool crcPending = false;
+        uint32_t pcrc = 0;
+        QString crcProblem;
     };
     std::map<qint64, Part> parts; // by part number
+    std::deque<uint32_t> crcSlots; // stable addresses for the sink
+    auto settle = [](Part &p) {
+        if (p.crcSlot)
+            p.crc = *p.crcSlot;
+        if (p.crcPending && p.crc != p.pcrc) {
+            p.problem = p.crcProblem;
+            p.good = false;
+        }
+        p.crcPending = false;
+    };
     bool found = false, multi = false;
     qint64 fileSize = -1, total = -1;
     bool haveFileCrc = false;
@@ -312,6 +335,11 @@ DecodeResult decodeYenc(const char *d, qint64 len, OutputSink &out, InputReader 
         const QString label = multi ? QStringLiteral("part %1").arg(partNo) : QStringLiteral("file");
 
         auto known = parts.find(partNo);
+        if (known != parts.end() && known->second.crcPending) {
+            if (!out.drain())
+                return writeFailed(r, out);
+            settle(known->second);
+        }
         const bool wanted = known == parts.end() || !known->second.good; // else: posted twice
         const bool placed = begin >= 1 && end >= begin - 1 && size >= 0 && end <= size;
         const qint64 expected = end - begin + 1;
@@ -321,7 +349,7 @@ DecodeResult decodeYenc(const char *d, qint64 len, OutputSink &out, InputReader 
         Part p;
         p.begin = begin - 1;
         qint64 decoded = 0;
-        uint32_t partCrc = 0;
+        uint32_t *partCrc = &crcSlots.emplace_back(0);
         yenc::DecodeState st;
         qint64 at = pos;
         if (!startsWith(d, at, len, "=y")) {
@@ -344,9 +372,10 @@ DecodeResult decodeYenc(const char *d, qint64 len, OutputSink &out, InputReader 
                     char *buf = out.acquire(seg);
                     const qint64 got = qint64(yenc::decode(reinterpret_cast<const uint8_t *>(text), size_t(seg),
                                                            reinterpret_cast<uint8_t *>(buf), st));
-                    partCrc = crc32::update(partCrc, buf, size_t(got));
+                    // the CRC covers what is written: all of it, unless the part is too long
+                    // and therefore bad anyway
                     const qint64 room = std::max<qint64>(0, std::min(got, expected - decoded));
-                    if (!out.submit(p.begin + decoded, buf, room))
+                    if (!out.submit(p.begin + decoded, buf, room, partCrc))
                         return writeFailed(r, out);
                     r.bytesWritten += room;
                     decoded += got;
@@ -389,18 +418,24 @@ DecodeResult decodeYenc(const char *d, qint64 len, OutputSink &out, InputReader 
             continue;
         }
         p.size = std::min(decoded, expected);
-        p.crc = partCrc;
-        p.good = true;
+        p.crcSlot = partCrc;
         if (decoded < expected)
             p.problem = QStringLiteral("%1 truncated (%2 of %3 bytes)").arg(label).arg(decoded).arg(expected);
         else if (decoded > expected)
             p.problem = QStringLiteral("%1 longer than announced (%2 instead of %3 bytes)")
                             .arg(label).arg(decoded).arg(expected);
-        else if (havePcrc && pcrc != partCrc)
-            p.problem = multi ? QStringLiteral("CRC error in part %1").arg(partNo) : QStringLiteral("CRC error");
         p.good = p.problem.isEmpty();
+        if (p.good && havePcrc) {
+            p.crcPending = true;
+            p.pcrc = pcrc;
+            p.crcProblem = multi ? QStringLiteral("CRC error in part %1").arg(partNo) : QStringLiteral("CRC error");
+        }
         parts[partNo] = p;
     }
+    if (!out.drain())
+        return writeFailed(r, out);
+    for (auto &kv : parts)
+        settle(kv.second);
 
     if (!found) {
         r.error = ErrorNoData;
@@ -824,8 +859,15 @@ public:
 
     bool submit(qint64 offset, char *buffer, qint64 len) override
     {
+        return submit(offset, buffer, len, nullptr);
+    }
+
+    bool submit(qint64 offset, char *buffer, qint64 len, uint32_t *crc) override
+    {
         std::unique_lock<std::mutex> lock(m_mutex);
         if (!ownsBuffer(buffer)) {
+            if (crc && len > 0)
+                *crc = crc32::update(*crc, buffer, size_t(len));
             // an oversized request got the plain scratch buffer: write it here, in order
             m_cond.wait(lock, [this] { return m_queue.empty() && m_free.size() == size_t(m_made); });
             if (!m_failed && !writeAll(buffer, len, offset, &m_error))
@@ -836,9 +878,16 @@ public:
             m_free.push_back(buffer);
             return false;
         }
-        m_queue.push_back({offset, buffer, len});
+        m_queue.push_back({offset, buffer, len, crc});
         m_cond.notify_all();
         return true;
+    }
+
+    bool drain() override
+    {
+        std::unique_lock<std::mutex> lock(m_mutex);
+        m_cond.wait(lock, [this] { return m_queue.empty() && m_free.size() == size_t(m_made); });
+        return !m_failed;
     }
 
     bool finish() override
@@ -861,6 +910,7 @@ private:
         qint64 offset;
         char *buffer;
         qint64 len;
+        uint32_t *crc; // updated here, in queue order
     };
     static constexpr qint64 kBuffer = 1 << 20;
     static constexpr int kPool = 8;
@@ -877,6 +927,8 @@ private:
             const bool skip = m_failed;
             lock.unlock();
             QString error;
+            if (job.crc && job.len > 0)
+                *job.crc = crc32::update(*job.crc, job.buffer, size_t(job.len));
             if (!skip)
                 writeAll(job.buffer, job.len, job.offset, &error);
             lock.lock();

@@ -39,8 +39,13 @@ public:
     // for offset. Only one buffer is lent at a time.
     virtual char *acquire(qint64 size);
     virtual bool submit(qint64 offset, char *buffer, qint64 len);
+    // The same, also continuing the CRC in *crc over the bytes (possibly later,
+    // in submission order: read *crc only after drain()).
+    virtual bool submit(qint64 offset, char *buffer, qint64 len, uint32_t *crc);
     // Waits until everything submitted is written; false after any failure.
-    virtual bool finish() { return true; }
+    virtual bool drain() { return true; }
+    // drain(), and no more writes after it.
+    virtual bool finish() { return drain(); }
 
 private:
     std::vector<char> m_scratch;
