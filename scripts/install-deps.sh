@@ -13,6 +13,10 @@ if [ "${WITH_TEST_PEERS:-1}" = "1" ]; then
   command -v node >/dev/null 2>&1 || PKGS+=(nodejs)
   command -v npm >/dev/null 2>&1 || PKGS+=(npm)
 fi
+# clang with libFuzzer for the decoder fuzz targets (cmake -DND_FUZZ=ON)
+if [ "${WITH_FUZZ:-1}" = "1" ]; then
+  PKGS+=(clang libclang-rt-14-dev)
+fi
 
 missing=()
 for p in "${PKGS[@]}"; do

@@ -2,6 +2,7 @@
 // NewsTransport::FetchHeaders of the same answer (rows drained while they
 // stream, as the listing does). Also the memory the parsed rows take when
 // they are all kept. Usage: bench_transport_over [rows]
+//                          bench_transport_over HOST:PORT GROUP   (a real server on loopback)
 #include "news/transport/NewsTransport.h"
 
 #include <QCoreApplication>
@@ -110,9 +111,103 @@ qint64 procStatusKb(const char *key)
 
 }  // namespace
 
+// Plain read of OVER for the whole group against FetchHeaders of the same range,
+// both from a running server (e.g. INN of the test harness).
+int benchExternal(const QString &hostPort, const QByteArray &group)
+{
+    const ServerAddress a = parseServerAddress(hostPort);
+    if (!a.valid || (a.host != QLatin1String("127.0.0.1") && a.host != QLatin1String("localhost")))
+        return 2;  // loopback only
+    QEventLoop loop;
+    auto plain = [&](qint64 *first, qint64 *last, bool withPath) -> double {
+        QTcpSocket s;
+        s.connectToHost(QHostAddress::LocalHost, a.port);
+        if (!s.waitForConnected(5000))
+            return -1;
+        auto line = [&] {
+            while (!s.canReadLine())
+                s.waitForReadyRead(10000);
+            return s.readLine();
+        };
+        line();
+        s.write("MODE READER\r\n");
+        line();
+        s.write("GROUP " + group + "\r\n");
+        const QList<QByteArray> g = line().trimmed().split(' ');
+        *first = g.value(2).toLongLong();
+        *last = g.value(3).toLongLong();
+        QElapsedTimer clock;
+        clock.start();
+        qint64 got = 0;
+        if (withPath) {  // what the transport asks when the overview has no Path
+            s.write("HDR Path " + g.value(2) + '-' + g.value(3) + "\r\n");
+            QByteArray l = line();
+            got += l.size();
+            if (l.startsWith("225") || l.startsWith("221")) {
+                do {
+                    l = line();
+                    got += l.size();
+                } while (l != ".\r\n");
+            }
+        }
+        s.write("OVER " + g.value(2) + '-' + g.value(3) + "\r\n");
+        QByteArray tail;
+        bool finished = false;
+        QObject::connect(&s, &QTcpSocket::readyRead, &s, [&] {
+            const QByteArray d = s.readAll();
+            got += d.size();
+            tail = (tail + d).right(5);
+            finished = tail == "\r\n.\r\n";
+        });
+        if (s.bytesAvailable())
+            emit s.readyRead();
+        while (!finished)
+            loop.processEvents(QEventLoop::WaitForMoreEvents);
+        const double secs = clock.nsecsElapsed() / 1e9;
+        std::printf("plain read%s:  %lld bytes in %.3f s\n", withPath ? " (HDR Path + OVER)" : " (OVER)",
+                    (long long)got, secs);
+        return secs;
+    };
+    qint64 first = 0, last = 0;
+    const double overOnly = plain(&first, &last, false);
+    double plainSecs = plain(&first, &last, true);
+    NewsTransport t;
+    int done = 0;
+    bool error = false;
+    QObject::connect(&t, &NewsTransport::Connected, &t, [&] { ++done; });
+    QObject::connect(&t, &NewsTransport::Done, &t, [&](NewsTransport *, qint32, bool e) {
+        ++done;
+        error = error || e;
+    });
+    t.Connect(hostPort);
+    while (done < 1)
+        loop.processEvents(QEventLoop::WaitForMoreEvents);
+    t.SelectGroup(QString::fromLatin1(group));
+    while (done < 2)
+        loop.processEvents(QEventLoop::WaitForMoreEvents);
+    QElapsedTimer clock;
+    clock.start();
+    const double cpu0 = threadCpu();
+    qint64 rows = 0;
+    t.FetchHeaders(first, last);
+    while (done < 3) {
+        loop.processEvents(QEventLoop::WaitForMoreEvents);
+        rows += t.SelectedGroup().TakeArticles().size();
+    }
+    const double secs = clock.nsecsElapsed() / 1e9;
+    plainSecs = qMin(plainSecs, plain(&first, &last, true));
+    std::printf("transport:   %lld rows with Path in %.3f s (thread CPU %.3f s)%s\n", (long long)rows, secs,
+                threadCpu() - cpu0, error ? " ERROR" : "");
+    std::printf("ratio transport/plain read of the same answer: %.2f (against OVER alone: %.2f)\n",
+                secs / plainSecs, secs / overOnly);
+    return error ? 1 : 0;
+}
+
 int main(int argc, char **argv)
 {
     QCoreApplication app(argc, argv);
+    if (argc > 2 && QByteArray(argv[1]).contains(':'))
+        return benchExternal(QString::fromLocal8Bit(argv[1]), QByteArray(argv[2]));
     const qint64 rows = argc > 1 ? QByteArray(argv[1]).toLongLong() : 1000000;
 
     QThread serverThread;

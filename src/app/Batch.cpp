@@ -2,6 +2,9 @@
 
 #include "app/Paths.h"
 #include "app/frmMain.h"
+#include "groups/GroupList.h"
+#include "messages/MessageList.h"
+#include "ui/ItemList.h"
 #include "download/Downloader.h"
 #include "messages/MessageGrid.h"
 #include "news/Session.h"
@@ -10,10 +13,14 @@
 #include "ui/Prompter.h"
 
 #include <QDateTime>
+#include <QSocketNotifier>
 #include <QDir>
 #include <QFileInfo>
 #include <QLocale>
+#include <csignal>
 #include <cstdio>
+#include <sys/socket.h>
+#include <unistd.h>
 
 namespace nd {
 
@@ -42,6 +49,33 @@ int usage(const QString &why)
     return 2;
 }
 
+// Ctrl+C or a termination request stops the run the way the Stop command does: the set being
+// fetched is dropped together with its temporary file.
+int g_stopFd[2] = {-1, -1};
+void onStopSignal(int)
+{
+    const char c = 1;
+    [[maybe_unused]] const ssize_t r = ::write(g_stopFd[0], &c, 1);
+}
+
+void stopOnSignals(frmMain &w)
+{
+    if (::socketpair(AF_UNIX, SOCK_STREAM, 0, g_stopFd) != 0)
+        return;
+    auto *n = new QSocketNotifier(g_stopFd[1], QSocketNotifier::Read, &w);
+    QObject::connect(n, &QSocketNotifier::activated, &w, [&w] {
+        char c;
+        [[maybe_unused]] const ssize_t r = ::read(g_stopFd[1], &c, 1);
+        w.StopOperation();
+    });
+    struct sigaction sa {};
+    sa.sa_handler = onStopSignal;
+    sigemptyset(&sa.sa_mask);
+    sa.sa_flags = SA_RESTART;
+    sigaction(SIGTERM, &sa, nullptr);
+    sigaction(SIGINT, &sa, nullptr);
+}
+
 struct Args {
     QString server, user, password, action, group, dest;
     int newest = 0;
@@ -54,24 +88,18 @@ QString reasonOf(frmMain &w)
     return r.isEmpty() ? w.status(2) : r;
 }
 
-// ---- Listing of groups and messages for batch runs.
-// TODO(listing): these two go through MessageList::ListMessages and GroupList::LoadGroupList once
-// those procedures are on main; until then the batch run lists through the transport with the same
-// column layout (0 number, 1 date "mm/dd/yyyy", 2 subject, 3 sender, 4 Path, 5 Message-ID,
-// 6 "yyyy/mm/dd hh:mm:ss", 7 References, 8 mark), newest first.
+// ---- Listing of groups and messages for batch runs: the window's own procedures.
 
 bool listGroups(frmMain &w, QStringList &lines)
 {
-    if (!w.session->runTransaction([](NewsTransport *t) { t->RequestGroupList(); }))
+    w.groups->LoadGroupList(false);
+    if (w.S.TransportError != 0 || w.S.StopRequested)
         return false;
-    const NewsTransportGroupList &gl = w.session->transport()->GroupList();
-    for (int i = 0; i < gl.Count(); ++i) {
-        const NewsTransportGroup &g = gl.Item(i);
-        if (w.opt.BinariesOnly != 0 && !g.Name.contains(QLatin1String(".binaries")))
-            continue;
-        if (g.First < 1 || g.Last < 1)
-            continue;
-        lines << g.Name + QLatin1Char('\t') + QString::number(qMax<qint64>(0, g.Last - g.First));
+    for (const QString &item : w.lstGroups->texts()) {
+        const QString text = ItemList::withoutMarker(item);
+        const qsizetype open = text.lastIndexOf(QLatin1String(" ("));
+        const QString count = open >= 0 ? text.mid(open + 2).chopped(1) : QStringLiteral("0");
+        lines << GroupList::CleanNewsGroup(item) + QLatin1Char('\t') + count;
     }
     return true;
 }
@@ -79,45 +107,8 @@ bool listGroups(frmMain &w, QStringList &lines)
 bool listMessages(frmMain &w, const QString &group)
 {
     w.S.CurrentGroup = group;
-    w.setStatus(1, QStringLiteral("Reading Message List"));
-    if (!w.session->runTransaction([group](NewsTransport *t) { t->SelectGroup(group); }))
-        return false;
-    const NewsTransportGroup &g = w.session->transport()->SelectedGroup();
-    qint64 first = g.First;
-    const qint64 last = g.Last;
-    if (w.opt.NewMsgs > 0 && last - first + 1 > w.opt.NewMsgs)
-        first = last - w.opt.NewMsgs + 1;
-    QList<NewsTransportArticle> arts;
-    if (last >= first && last > 0) {
-        if (!w.session->runTransaction([first, last](NewsTransport *t) { t->FetchHeaders(first, last); }))
-            return false;
-        arts = w.session->transport()->SelectedGroup().TakeArticles();
-    }
-    std::sort(arts.begin(), arts.end(), [](const auto &a, const auto &b) { return a.Number > b.Number; });
-    MessageGrid *grid = w.grid;
-    grid->ResizeGrid();
-    QVector<QByteArray> rows;
-    rows.reserve(arts.size());
-    for (const NewsTransportArticle &a : arts) {
-        const NewsTransportMessage &m = a.Message;
-        const QString date = m.header(QStringLiteral("Date"));
-        QDateTime dt = QDateTime::fromString(date.simplified(), Qt::RFC2822Date);
-        if (!dt.isValid())
-            dt = QLocale::c().toDateTime(date.section(QLatin1Char(' '), 0, 4), QStringLiteral("ddd, d MMM yyyy HH:mm:ss"));
-        rows.append(MessageGrid::packRow({QString::number(a.Number),
-                                          dt.isValid() ? dt.toString(QStringLiteral("MM/dd/yyyy")) : QString(),
-                                          m.header(QStringLiteral("Subject")), m.header(QStringLiteral("From")),
-                                          m.header(QStringLiteral("Path")), m.header(QStringLiteral("Message-ID")),
-                                          dt.isValid() ? dt.toString(QStringLiteral("yyyy/MM/dd HH:mm:ss"))
-                                                       : m.header(QStringLiteral("Message-ID")),
-                                          m.header(QStringLiteral("References")), QString()}));
-    }
-    // the message rows first, then the grid's empty row
-    grid->SetRows(1);
-    grid->appendRows(rows);
-    grid->appendRow(QStringList());
-    w.setStatus(1, QStringLiteral("Finished Reading Message List"));
-    return true;
+    w.messages->ListMessages(false);
+    return w.S.TransportError == 0;
 }
 
 } // namespace
@@ -184,6 +175,9 @@ int runBatch(const QStringList &arguments)
         w.opt.NewMsgs = a.newest;
     if (!dest.isEmpty())
         w.opt.DestDir = dest;
+    // the program's own leftovers of an earlier run, as at every start
+    cleanDownloadTempFiles(w.opt.DestDir);
+    stopOnSignals(w);
     if (!a.user.isEmpty()) {
         const QString cred = a.user + QStringLiteral("|||") + a.password;
         w.session->serverData = [cred](const QString &) { return cred; };

@@ -1,6 +1,9 @@
 #include "app/frmMain.h"
 #include "download/Downloader.h"
 #include "groups/Favorites.h"
+#include "groups/GroupList.h"
+#include "messages/GridController.h"
+#include "messages/MessageList.h"
 #include "news/Session.h"
 #include "post/Poster.h"
 #include "servers/ServerList.h"
@@ -12,6 +15,9 @@ void frmMain::createControllers()
 {
     session = new NewsSession(*this);
     servers = new ServerList(*this);
+    groups = new GroupList(*this);
+    messages = new MessageList(*this);
+    gridControl = new GridController(*this);
     downloader = new Downloader(*this);
     favorites = new Favorites(*this);
     poster = new Poster(*this);

@@ -3,6 +3,9 @@
 #include "ui/Prompter.h"
 
 #include <QApplication>
+#ifdef __GLIBC__
+#include <malloc.h>
+#endif
 #include <QSocketNotifier>
 #include <csignal>
 #include <cstdio>
@@ -49,6 +52,14 @@ static bool hasArg(int argc, char **argv, const char *arg)
 
 int main(int argc, char **argv)
 {
+#ifdef __GLIBC__
+    // Articles arrive as buffers of about a megabyte, one after another. By default glibc maps
+    // each such buffer afresh and unmaps it when freed, so every article costs hundreds of page
+    // faults; keeping buffers of this size in the heap (and some freed memory with it) lets them
+    // be reused.
+    mallopt(M_MMAP_THRESHOLD, 32 * 1024 * 1024);
+    mallopt(M_TRIM_THRESHOLD, 64 * 1024 * 1024);
+#endif
     const bool batch = hasArg(argc, argv, "--batch");
     if (batch) {
         // batch runs never show a window

@@ -203,7 +203,8 @@ void Downloader::NNTP_DownloadMessage(qint64 n)
             }
         }
         // (The transport has already undone the protocol's dot doubling at line starts.)
-        if (!m.S.AttachmentName.isEmpty() && !m.S.ScanMode && m.S.TransportError == 0) {
+        // (Without a temporary file no set is being joined: a message is only being shown.)
+        if (!m.S.AttachmentName.isEmpty() && !m.S.ScanMode && m.S.TransportError == 0 && !m.S.TempFileName.isEmpty()) {
             if (!AppendToTempFile(MessageBytes)) {
                 m.setStatus(1, QStringLiteral("Unable to write ") + destDir() + m.S.TempFileName);
                 m.S.TransportError = 255;
@@ -345,6 +346,11 @@ void Downloader::addSavedFile(const QString &path)
 
 void Downloader::DownloadRows(int row)
 {
+    if (m.S.DownloadBusy) {
+        // one run at a time: a second one would share the first one's temporary file
+        m.setStatus(2, QStringLiteral("Please wait until current transaction is finished"));
+        return;
+    }
     m.S.DownloadBusy = true;
     m.S.IsMimeAttachment = false;
     m.S.IsUuencoded = false;
@@ -376,7 +382,8 @@ void Downloader::DownloadRows(int row)
     delete m_rows;
     m_rows = nullptr;
 
-    for (int r = first; r <= last && r <= lastRow && !m.S.StopRequested; ++r) {
+    // (the grid is read afresh every round: a reconnect to another server empties it)
+    for (int r = first; r <= last && r <= grid->lastMessageRow() && !m.S.StopRequested; ++r) {
         m.progBar->setMaximum(last + 1);
         m.progBar->setValue(r);
         if (all && grid->cell(r, 8) == MarkTaken) {
@@ -451,6 +458,7 @@ void Downloader::DownloadRows(int row)
             break;
     }
     CleanTempFiles(false);
+    m.S.TempFileName.clear();   // no set is being joined any more
 
     m.setBusy(false);
     if (!m.S.QuietMode) {
@@ -489,12 +497,10 @@ void Downloader::DownloadSelected()
     switchCommands(false);
     m.S.StopRequested = false;
     m.S.TransportError = 0;
-    const int lastRow = m.grid->lastMessageRow();
-
     for (int r : rows) {
         if (m.S.StopRequested || m.S.TransportError != 0)
             break;
-        if (r > lastRow)
+        if (r > m.grid->lastMessageRow())
             continue;
         const QString mark = m.grid->cell(r, 8);
         if (mark.isEmpty())

@@ -119,7 +119,19 @@ PartSearch FindAllParts(const QString &subject, PartRows &rows, const std::funct
     const bool extraZero = mk.close - mk.slash > digits + 1;
     const QString before = subject.left(mk.open);     // the whole subject up to the marker's number
 
+    // Every row that holds a candidate holds its fixed text before and after the part number:
+    // those rows, in grid order, are all the search below has to look at. A set of m parts in a
+    // grid of n rows then costs n + m * m tests instead of m * n.
+    QVector<int> pool;
+    QStringList poolSubjects;
     const int last = rows.lastRow();
+    for (int row = 1; row <= last; ++row) {
+        const QString subj = rows.subject(row);
+        if (subj.contains(tail) && subj.contains(head)) {
+            pool.append(row);
+            poolSubjects.append(subj);
+        }
+    }
     r.total = mk.total;
     r.numbers.resize(int(mk.total) + 1);
     r.rows.resize(int(mk.total) + 1);
@@ -139,16 +151,16 @@ PartSearch FindAllParts(const QString &subject, PartRows &rows, const std::funct
             const QString candidate = head + partText + tail;
             const QString exact = before + partText + tail;
             int first = 0;
-            for (int row = 1; row <= last; ++row) {
-                const QString subj = rows.subject(row);
+            for (int i = 0; i < pool.size(); ++i) {
+                const QString &subj = poolSubjects.at(i);
                 if (!subj.contains(candidate))
                     continue;
                 if (subj == exact) {
-                    first = row;
+                    first = pool.at(i);
                     break;
                 }
                 if (first == 0)
-                    first = row;
+                    first = pool.at(i);
                 // Keep looking for the row of exactly this post; the first row is the fallback.
             }
             if (first) {

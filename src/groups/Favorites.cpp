@@ -1,14 +1,21 @@
 #include "groups/Favorites.h"
+#include "download/Downloader.h"
+#include "messages/MessageGrid.h"
+#include "messages/MessageList.h"
 
 #include "app/Paths.h"
 #include "app/Wait.h"
 #include "app/frmMain.h"
+#include "download/Downloader.h"
 #include "groups/FavoriteRules.h"
+#include "groups/StopLatch.h"
+#include "messages/MessageGrid.h"
 #include "news/Session.h"
 #include "ui/ItemList.h"
 #include "ui/Prompter.h"
 
 #include <QApplication>
+#include <QDateTime>
 #include <QDragEnterEvent>
 #include <QDragMoveEvent>
 #include <QDropEvent>
@@ -290,6 +297,10 @@ bool Favorites::OpenFavorite(bool warn)
     int i = l->currentIndex();
     if (i < 0 || !l->isSelected(i))
         i = l->selectedIndexes().first();
+    if ((m.session && m.session->transactionRunning()) || m.S.DownloadBusy) {
+        m.setStatus(2, QStringLiteral("Please wait until current transaction is finished"));
+        return false;
+    }
     const QString item = l->text(i);
     const QString group = FavoriteRules::groupOfItem(item);
     const QString server = FavoriteRules::GetServerName(item);
@@ -315,17 +326,22 @@ void Favorites::DownloadFromFavorites()
     m.S.StopRequested = false;
     m_downloading = true;
     m.lstFavoritesView->setEnabled(false);
-    for (int i = 0; i < l->count(); ++i) {
-        m.setStatus(1, m.S.ScanMode ? QStringLiteral("Scanning for Web/FTP Addresses")
-                                    : QStringLiteral("Downloading From Favorites"));
-        if (m.S.StopRequested)
-            break;
-        if (!l->isSelected(i))
-            continue;
-        l->setCurrentIndex(i);
-        if (OpenFavorite(false) && !m.S.StopRequested)
-            downloadAll();
-        l->setSelected(i, false);
+    {
+        const StopLatch stop(m);
+        for (int i = 0; i < l->count(); ++i) {
+            m.setStatus(1, m.S.ScanMode ? QStringLiteral("Scanning for Web/FTP Addresses")
+                                        : QStringLiteral("Downloading From Favorites"));
+            if (stop.stopped())
+                break;
+            if (!l->isSelected(i))
+                continue;
+            l->setCurrentIndex(i);
+            if (OpenFavorite(false) && !stop.stopped())
+                downloadAll();
+            if (stop.stopped())
+                break;
+            l->setSelected(i, false);
+        }
     }
     if (m.session)
         m.session->NNTP_Disconnect();
@@ -337,9 +353,18 @@ void Favorites::DownloadFromFavorites()
 
 bool Favorites::listGroup()
 {
-    return false;   // filled in once the message listing is on main
+    if (!m.messages)
+        return false;
+    m.messages->ListMessages(true);
+    return m.S.TransportError == 0 && m.grid->lastMessageRow() > 0;
 }
 
 void Favorites::downloadAll()
 {
+    if (!m.downloader || m.grid->lastMessageRow() < 1)
+        return;
+    m.S.TransportError = 0;
+    m.downloader->DownloadRows(-1);
+    // the download gives the list back when it ends; the favourites run still holds it
+    m.lstFavoritesView->setEnabled(false);
 }

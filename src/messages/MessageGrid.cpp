@@ -147,7 +147,7 @@ int MessageGrid::lastMessageRow() const
     return 0;
 }
 
-void MessageGrid::sortRows(int col, bool ascending, int secondCol)
+void MessageGrid::sortRows(int col, bool ascending, int secondCol, Qt::CaseSensitivity cs)
 {
     if (m_rows.size() < 2)
         return;
@@ -162,9 +162,9 @@ void MessageGrid::sortRows(int col, bool ascending, int secondCol)
         keys.push_back({cellBytes(m_rows[i], col), secondCol >= 0 ? cellBytes(m_rows[i], secondCol) : QByteArray(), i});
     // UTF-8 byte order equals code-point order, so this sorts as the texts do
     std::stable_sort(keys.begin(), keys.end(), [&](const Key &x, const Key &y) {
-        int c = x.a.compare(y.a);
+        int c = x.a.compare(y.a, cs);
         if (c == 0 && secondCol >= 0)
-            c = x.b.compare(y.b);
+            c = x.b.compare(y.b, cs);
         return ascending ? c < 0 : c > 0;
     });
     QVector<QByteArray> sorted;

@@ -36,7 +36,9 @@ public:
     int lastMessageRow() const;
 
     // Stable whole-row sort of rows 1..Rows()-1 by one column, or by two (second as tie-break).
-    void sortRows(int col, bool ascending, int secondCol = -1);
+    void sortRows(int col, bool ascending, int secondCol = -1, Qt::CaseSensitivity cs = Qt::CaseSensitive);
+    // One cell of a packed row.
+    static QByteArray cellOf(const QByteArray &packedRow, int col) { return cellBytes(packedRow, col); }
 
     static QString heading(int col);
 

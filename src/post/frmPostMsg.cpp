@@ -4,6 +4,7 @@
 #include "app/Wait.h"
 #include "app/frmMain.h"
 #include "groups/FavoriteRules.h"
+#include "groups/StopLatch.h"
 #include "news/Session.h"
 #include "post/PostArticle.h"
 #include "settings/Settings.h"
@@ -252,7 +253,8 @@ void frmPostMsg::cmdPostMessage(const QString &subject, const QString &messageTe
         f.inReplyTo = ReplyInReplyTo;
     }
 
-    for (int k = 0; k < targets.size() && !m.S.StopRequested; ++k) {
+    const StopLatch stop(m);
+    for (int k = 0; k < targets.size() && !stop.stopped(); ++k) {
         const Target &tg = targets[k];
         if (tg.group.isEmpty() || tg.server.isEmpty())
             continue;

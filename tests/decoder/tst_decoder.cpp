@@ -1,6 +1,7 @@
 // Unit tests of the decoders: the yEnc kernel and its variants, yEnc sets,
 // uuencode, MIME base64, file handling and the wizard's completion.
 
+#include <QProcess>
 #include <QSignalSpy>
 #include <QTemporaryDir>
 #include <QtTest>
@@ -63,6 +64,7 @@ private slots:
     void yencMissingAndTruncatedParts();
     void yencOverlongPartStaysInItsRange();
     void yencLargePartAcrossSteps();
+    void yencKeywordAtWindowEdge();
     void uuencodeForms_data();
     void uuencodeForms();
     void uuencodeTextBetweenParts();
@@ -74,7 +76,9 @@ private slots:
     void fileDamagedKeepsNameFree();
     void fileOverwriteAndErrors();
     void namesAndDetection();
+    void crcCombine();
     void wizardCompletesOffThread();
+    void toolNamesAndNeverOverwrites();
 };
 
 void TestDecoder::kernelsAgreeOnHostileText()
@@ -282,6 +286,22 @@ void TestDecoder::yencLargePartAcrossSteps()
     QVERIFY(out == data);
 }
 
+void TestDecoder::yencKeywordAtWindowEdge()
+{
+    // The decoder reads a part's text in windows of 256 KiB. With no escapes
+    // these sizes put the line break before "=yend" on every position around
+    // the first window's end (258110 bytes -> 262144 characters of text).
+    for (int n = 258106; n <= 258114; ++n) {
+        const QByteArray data(n, char('a' - 42));
+        const QByteArray next = randomBytes(100, 1);
+        QByteArray out;
+        const DecodeResult r = decodeMem(decoder::FormatYenc,
+                                         yencPart(data + next, "w", 1, 2, 0, n) + yencPart(data + next, "w", 2, 2, n, n + 100), &out);
+        QVERIFY2(r.error == 0, qPrintable(QStringLiteral("%1: %2").arg(n).arg(r.reason())));
+        QVERIFY(out == data + next);
+    }
+}
+
 void TestDecoder::uuencodeForms_data()
 {
     QTest::addColumn<QByteArray>("data");
@@ -424,6 +444,23 @@ void TestDecoder::fileDamagedKeepsNameFree()
     QCOMPARE(got.left(3000), data.left(3000));
     QCOMPARE(got.mid(6000), data.mid(6000));
     QCOMPARE(QDir(dir.path()).entryList(QDir::Files).size(), 2); // no leftovers
+
+    // the file path checks CRCs on its writer thread: a bad one must still be seen,
+    // and a good repost of the part after it must still repair the file
+    const QByteArray big = randomBytes(3 << 20, 13);
+    QByteArray p2 = yencPart(big, "big.bin", 2, 3, 1 << 20, 2 << 20);
+    const int at = p2.indexOf("pcrc32=") + 7;
+    p2[at] = p2[at] == '0' ? '1' : '0';
+    const QByteArray p1 = yencPart(big, "big.bin", 1, 3, 0, 1 << 20), p3 = yencPart(big, "big.bin", 3, 3, 2 << 20, 3 << 20);
+    const QString bigOut = dir.filePath(QStringLiteral("big.bin"));
+    QVERIFY(writeFile(in, p1 + p2 + p3));
+    decoder::FileDecodeResult b = decoder::decodeFile(in, bigOut, 3, true);
+    QCOMPARE(b.error, int(decoder::ErrorDamaged));
+    QCOMPARE(b.errorText, QStringLiteral("CRC error in part 2 (kept as big.bin.damaged)"));
+    QVERIFY(writeFile(in, p1 + p2 + p3 + yencPart(big, "big.bin", 2, 3, 1 << 20, 2 << 20)));
+    b = decoder::decodeFile(in, bigOut, 3, true);
+    QCOMPARE(b.error, 0);
+    QVERIFY(readFile(bigOut) == big);
 }
 
 void TestDecoder::fileOverwriteAndErrors()
@@ -441,6 +478,15 @@ void TestDecoder::fileOverwriteAndErrors()
     QCOMPARE(readFile(outPath), data);
     QCOMPARE(r.errorText, QString());
 
+    // a sink that cannot take the bytes stops the decode with a write error, for every format
+    for (const auto &[format, text] : {std::pair<int, QByteArray>{3, yencSingle(data, "a.bin")},
+                                       {2, uuencode(data, "a.bin")}, {0, data.toBase64()}}) {
+        MemorySink small(100);
+        const DecodeResult d = decoder::decodeBuffer(format, text.constData(), text.size(), small);
+        QCOMPARE(d.error, int(decoder::ErrorWrite));
+        QVERIFY(d.reason().contains(QStringLiteral("100 bytes")));
+    }
+
     r = decoder::decodeFile(dir.filePath(QStringLiteral("absent.tmp")), outPath, 3, true);
     QCOMPARE(r.error, int(decoder::ErrorRead));
     QVERIFY(r.errorText.contains(QStringLiteral("absent.tmp")));
@@ -456,6 +502,7 @@ void TestDecoder::namesAndDetection()
     QCOMPARE(decoder::safeFileName(QStringLiteral("..")), QString());
     QCOMPARE(decoder::safeFileName(QStringLiteral("dir/.")), QString());
     QCOMPARE(decoder::safeFileName(QStringLiteral("a\tb\x01.txt")), QStringLiteral("ab.txt"));
+    QCOMPARE(decoder::safeFileName(QStringLiteral("a:b.jpg")), QStringLiteral("a_b.jpg"));
 
     const QByteArray y = "text\r\n=ybegin line=128 size=1 name=holiday 01.jpg\r\n";
     QCOMPARE(decoder::detectFormat(y.constData(), y.size()), 3);
@@ -466,6 +513,16 @@ void TestDecoder::namesAndDetection()
     const QByteArray m = "attachment; filename=\"a b.png\"\r\n\r\nQUJD\r\n";
     QCOMPARE(decoder::detectFormat(m.constData(), m.size()), 0);
     QCOMPARE(decoder::announcedFileName(0, m.constData(), m.size()), QStringLiteral("a b.png"));
+}
+
+void TestDecoder::crcCombine()
+{
+    const QByteArray all = randomBytes(300000, 41);
+    for (int cut : {0, 1, 7, 256, 4096, 123457, 299999, 300000}) {
+        const QByteArray a = all.left(cut), b = all.mid(cut);
+        QCOMPARE(crc32::combine(crcOf(a), crcOf(b), uint64_t(b.size())), crcOf(all));
+    }
+    QCOMPARE(crcOf(QByteArray("123456789")), 0xCBF43926u); // the standard check value
 }
 
 void TestDecoder::wizardCompletesOffThread()
@@ -502,6 +559,46 @@ void TestDecoder::wizardCompletesOffThread()
     QCOMPARE(w.DecodeError(), int(decoder::ErrorNoData));
     QCOMPARE(w.DecodeErrorText(), QStringLiteral("no uuencoded data found"));
     QCOMPARE(w.OutputPath(), QString());
+}
+
+void TestDecoder::toolNamesAndNeverOverwrites()
+{
+    const QString tool = qEnvironmentVariable("ND_BINARY_DIR") + QStringLiteral("/src/download/decoder/newsdredge-decode");
+    if (!QFileInfo(tool).isExecutable())
+        QSKIP("newsdredge-decode is not built");
+    QTemporaryDir dir;
+    auto run = [&](const QString &input, QString *out) {
+        QProcess p;
+        p.start(tool, {input, dir.path()});
+        p.waitForFinished(60000);
+        *out = QString::fromLocal8Bit(p.readAllStandardOutput() + p.readAllStandardError());
+        return p.exitCode();
+    };
+    const QByteArray data = randomBytes(3000, 31);
+    const QString y = dir.filePath(QStringLiteral("saved.txt"));
+    QString said;
+    // a name with directory parts lands in OUTDIR under its plain name
+    QVERIFY(writeFile(y, "Re: pics\r\n" + yencSingle(data, "../../up/there.jpg")));
+    QCOMPARE(run(y, &said), 0);
+    QVERIFY2(said.contains(QStringLiteral("yEnc")), qPrintable(said));
+    QVERIFY(readFile(dir.filePath(QStringLiteral("there.jpg"))) == data);
+    // a second run does not overwrite it
+    QVERIFY(writeFile(y, yencSingle(randomBytes(10, 1), "there.jpg")));
+    QCOMPARE(run(y, &said), int(decoder::ErrorExists));
+    QVERIFY(said.contains(QStringLiteral("not overwritten")));
+    QVERIFY(readFile(dir.filePath(QStringLiteral("there.jpg"))) == data);
+    // uuencode named "..": falls back to the input's own name
+    const QString u = dir.filePath(QStringLiteral("dots.uue"));
+    QVERIFY(writeFile(u, uuencode(data, "..")));
+    QCOMPARE(run(u, &said), 0);
+    QVERIFY(readFile(dir.filePath(QStringLiteral("dots.decoded"))) == data);
+    // damaged input: reason on stderr, ".damaged" file, non-zero exit
+    const QString bad = dir.filePath(QStringLiteral("bad.txt"));
+    QVERIFY(writeFile(bad, yencPart(data, "set.bin", 1, 2, 0, 1500)));
+    QCOMPARE(run(bad, &said), int(decoder::ErrorDamaged));
+    QVERIFY2(said.contains(QStringLiteral("part 2 missing")), qPrintable(said));
+    QVERIFY(QFile::exists(dir.filePath(QStringLiteral("set.bin.damaged"))));
+    QVERIFY(!QFile::exists(dir.filePath(QStringLiteral("set.bin"))));
 }
 
 QTEST_GUILESS_MAIN(TestDecoder)

@@ -29,6 +29,30 @@ struct Original {
     QByteArray bytes;
 };
 
+// A single-part yEnc article written by hand (for names and checksums no tool would write).
+QByteArray yencArticle(const QString &group, const QString &subject, const QByteArray &name, const QByteArray &data,
+                       const QByteArray &yendExtra)
+{
+    QByteArray body = "=ybegin line=128 size=" + QByteArray::number(data.size()) + " name=" + name + "\r\n";
+    int col = 0;
+    for (char ch : data) {
+        uchar o = uchar(ch + 42);
+        if (o == 0 || o == '\n' || o == '\r' || o == '=' || (col == 0 && o == '.')) {
+            body += '=';
+            o = uchar(o + 64);
+            ++col;
+        }
+        body += char(o);
+        if (++col >= 128) {
+            body += "\r\n";
+            col = 0;
+        }
+    }
+    body += "\r\n=yend size=" + QByteArray::number(data.size()) + yendExtra + "\r\n";
+    return "From: Hand <hand@example.org>\r\nNewsgroups: " + group.toUtf8() + "\r\nSubject: " + subject.toUtf8()
+           + "\r\n\r\n" + body;
+}
+
 } // namespace
 
 class TestDownloadInn : public QObject {
@@ -109,6 +133,7 @@ private slots:
     void articleNumbersOfTheCurrentGroup();
     void stopLeavesNothingBehind();
     void cancelledPart();
+    void hostileNameAndBadChecksum();
 };
 
 void TestDownloadInn::initTestCase()
@@ -263,6 +288,34 @@ void TestDownloadInn::cancelledPart()
                  qPrintable(s1 + " | " + s2));
         QCOMPARE(w->destFiles(), QStringList());
     }
+}
+
+void TestDownloadInn::hostileNameAndBadChecksum()
+{
+    const QString group = QStringLiteral("alt.binaries.newsdredge.dlhand") + Suffix;
+    QVERIFY(posts::newGroup(group));
+    const QByteArray evil = posts::randomBytes(3000, 21);
+    QVERIFY(!inn::post(yencArticle(group, QStringLiteral("evil one"), "../../../tmp/evil.sh", evil, "")).isEmpty());
+    QVERIFY(!inn::post(yencArticle(group, QStringLiteral("bad sum"), "bad.bin", posts::randomBytes(2000, 22),
+                                   " crc32=01234567")).isEmpty());
+    Win x;
+    QVERIFY(listGroup(x, group));
+
+    // the name is kept inside the download directory
+    select(x, {rowOf(x, QStringLiteral("evil one"))});
+    x.w.action(QStringLiteral("menuDownload"))->trigger();
+    QCOMPARE(x.destFiles(), QStringList{QStringLiteral(".._.._.._tmp_evil.sh")});
+    QCOMPARE(posts::readFile(x.dest.path() + QStringLiteral("/.._.._.._tmp_evil.sh")), evil);
+
+    // a checksum that does not match: "Error Decoding", the real name stays free
+    select(x, {rowOf(x, QStringLiteral("bad sum"))});
+    x.w.action(QStringLiteral("menuDownload"))->trigger();
+    QCOMPARE(x.w.status(1), QStringLiteral("Error Decoding"));
+    QCOMPARE(x.w.S.TransportError, 255);
+    QVERIFY(!QFileInfo::exists(x.dest.path() + QStringLiteral("/bad.bin")));
+    QCOMPARE(x.w.lstFiles->find(QStringLiteral("bad.bin")), -1);
+    for (const QString &f : x.destFiles())
+        QVERIFY2(!f.endsWith(QLatin1String(".tmp")), qPrintable(f));
 }
 
 QTEST_MAIN(TestDownloadInn)

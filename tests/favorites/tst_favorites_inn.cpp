@@ -14,6 +14,8 @@
 #include <QLabel>
 #include <QListView>
 #include <QProcess>
+#include <QTemporaryDir>
+#include <QTimer>
 #include <QtTest>
 
 namespace {
@@ -42,6 +44,35 @@ void settle()
         QTest::qWait(20);
 }
 
+// a group of the test server that only this test writes to
+bool newGroup(const QString &name)
+{
+    QProcess p;
+    p.start(QStringLiteral("bash"), {inn::script(), QStringLiteral("newgroup"), inn::dir(), name});
+    return p.waitForFinished(30000) && p.exitCode() == 0;
+}
+
+QByteArray uuencoded(const QString &name, const QByteArray &data)
+{
+    QProcess p;
+    p.start(QStringLiteral("uuencode"), {name});
+    p.write(data);
+    p.closeWriteChannel();
+    p.waitForFinished(30000);
+    return p.readAllStandardOutput();
+}
+
+QByteArray randomBytes(int n, quint32 seed)
+{
+    QByteArray b(n, Qt::Uninitialized);
+    quint32 x = seed;
+    for (int i = 0; i < n; ++i) {
+        x = x * 1664525u + 1013904223u;
+        b[i] = char(x >> 24);
+    }
+    return b;
+}
+
 } // namespace
 
 class TstFavoritesInn : public QObject {
@@ -49,6 +80,8 @@ class TstFavoritesInn : public QObject {
 private slots:
     void openingAFavoriteSwitchesServersOnlyWhenNeeded()
     {
+        // the favourite's group must hold a message, or its listing clears the current group
+        QVERIFY(!inn::post("From: Fav <fav@example.org>\nNewsgroups: alt.newsdredge.text\nSubject: for the favourite\n\nhello\n").isEmpty());
         CountingProxy a(inn::portOpen());
         CountingProxy b(inn::portAuth());
         Window x;
@@ -76,6 +109,8 @@ private slots:
         QCOMPARE(x.w.session->transport()->Host(), b.address());
         QCOMPARE(x.w.S.ServerUserId, inn::authUser());
         QCOMPARE(x.w.S.CurrentGroup, QStringLiteral("alt.newsdredge.text"));
+        // and the group is listed
+        QVERIFY2(x.w.lblGrp->text().endsWith(QStringLiteral("  Group : alt.newsdredge.text")), qPrintable(x.w.lblGrp->text()));
         QVERIFY(x.w.windowTitle().contains(b.address()));
 
         // the same favourite again: the open session is kept
@@ -115,6 +150,89 @@ private slots:
         x.w.lstFavorites->clearSelection();
         x.w.favorites->DownloadFromFavorites();
         QCOMPARE(x.p.texts(), QStringList{"Please Select Item(s) First"});
+    }
+    void favoritesDownloadOverTwoServers()
+    {
+        CountingProxy a(inn::portOpen());
+        CountingProxy b(inn::portAuth());
+        CountingProxy c(inn::portNoPost());
+        const QString tag = QString::number(QDateTime::currentMSecsSinceEpoch() % 100000000);
+        QStringList groups;
+        QList<QByteArray> originals;
+        for (int i = 0; i < 3; ++i) {
+            const QString g = QStringLiteral("alt.binaries.newsdredge.fav%1.t%2").arg(i + 1).arg(tag);
+            QVERIFY(newGroup(g));
+            groups << g;
+            originals << randomBytes(20000 + 777 * i, 17u + i);
+            const QString name = QStringLiteral("fav%1-%2.bin").arg(i + 1).arg(tag);
+            const QByteArray article = "From: poster@x.test\r\nNewsgroups: " + g.toUtf8() + "\r\nSubject: Favourite file " + name.toUtf8()
+                + " (1/1)\r\n\r\n" + uuencoded(name, originals.last());
+            QVERIFY(!inn::post(article).isEmpty());
+        }
+        QTemporaryDir dest;
+        Window x;
+        x.authServer = b.address();
+        x.w.opt.DestDir = dest.path() + QLatin1Char('/');
+        x.w.opt.NNTPServer = c.address();
+        // two favourites of server a, one of b, and one of c that is not selected
+        x.w.lstFavorites->addMany({QStringLiteral("%1 (%2)").arg(groups[0], a.address()),
+                                   QStringLiteral("%1 (%2)").arg(groups[1], c.address()),
+                                   ItemList::marked('4', QStringLiteral("%1 (%2)").arg(groups[1], a.address())),
+                                   ItemList::marked('1', QStringLiteral("%1 (%2) (1)").arg(groups[2], b.address()))});
+        for (int i : {0, 2, 3})
+            x.w.lstFavorites->setSelected(i, true);
+        QVERIFY(x.w.action("menuDowloadAllF")->isEnabled());
+        x.w.action("menuDowloadAllF")->trigger();
+        settle();
+
+        // each server was connected once, when its first favourite came up; c never
+        QCOMPARE(a.connections, 1);
+        QCOMPARE(b.connections, 1);
+        QCOMPARE(c.connections, 0);
+        // and the run ends disconnected
+        QCOMPARE(x.state(), Disconnected);
+        QCOMPARE(a.closed, 1);
+        QCOMPARE(b.closed, 1);
+        QCOMPARE(x.w.status(1), QStringLiteral("Finished Downloading From Favorites"));
+        QCOMPARE(x.w.lstFavorites->selectedCount(), 0);
+        QVERIFY(x.w.lstFavoritesView->isEnabled());
+        // the files of the three groups are there, byte for byte
+        for (int i = 0; i < 3; ++i) {
+            QFile f(dest.filePath(QStringLiteral("fav%1-%2.bin").arg(i + 1).arg(tag)));
+            QVERIFY2(f.open(QIODevice::ReadOnly), qPrintable(f.fileName()));
+            QCOMPARE(f.readAll(), originals[i]);
+        }
+        // the listings marked the favourites that were visited
+        QCOMPARE(ItemList::markerDigit(x.w.lstFavorites->text(0)), QChar('1'));
+        QCOMPARE(ItemList::markerDigit(x.w.lstFavorites->text(2)), QChar('1'));
+        QCOMPARE(x.w.lstFavorites->text(1), QStringLiteral("%1 (%2)").arg(groups[1], c.address()));
+    }
+    void stopEndsTheRunDisconnected()
+    {
+        CountingProxy a(inn::portOpen());
+        CountingProxy b(inn::portAuth());
+        Window x;
+        x.authServer = b.address();
+        x.w.lstFavorites->addMany({QStringLiteral("alt.test.newsdredge (%1)").arg(a.address()),
+                                   QStringLiteral("alt.newsdredge.text (%1)").arg(a.address()),
+                                   QStringLiteral("alt.newsdredge.text (%1)").arg(b.address())});
+        x.w.lstFavorites->selectAll();
+        // Stop as soon as the first server answers
+        QTimer stopper;
+        QObject::connect(&stopper, &QTimer::timeout, [&] {
+            if (a.connections > 0) {
+                x.w.StopOperation();
+                stopper.stop();
+            }
+        });
+        stopper.start(5);
+        x.w.favorites->DownloadFromFavorites();
+        settle();
+        QCOMPARE(b.connections, 0);
+        QCOMPARE(x.state(), Disconnected);
+        QCOMPARE(a.closed, a.connections);
+        QVERIFY(x.w.lstFavorites->isSelected(2));
+        QVERIFY(x.w.lstFavoritesView->isEnabled());
     }
 };
 

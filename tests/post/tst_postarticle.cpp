@@ -46,16 +46,6 @@ private slots:
         QCOMPARE(body(QString()), QByteArray());
     }
 
-    void builtArticle()
-    {
-        Fields f{QStringLiteral("Ann"), QStringLiteral("ann@example.org"), QStringLiteral("S"),
-                 QStringLiteral("alt.test"), QStringLiteral("line"), {}, {}};
-        QCOMPARE(build(f), QByteArray("From: Ann <ann@example.org>\r\nNewsgroups: alt.test\r\nSubject: S\r\n"
-                                      "Organization: Newsdredge! 3.8\r\nMIME-Version: 1.0\r\n"
-                                      "Content-Type: text/plain; charset=UTF-8\r\nContent-Transfer-Encoding: 8bit\r\n"
-                                      "\r\nline\r\n"));
-    }
-
     void rfc2047ForNonAscii()
     {
         QCOMPARE(encodeHeaderText(QStringLiteral("plain ascii")), QStringLiteral("plain ascii"));
@@ -83,13 +73,6 @@ private slots:
         QCOMPARE(fromHeader(QStringLiteral("J\u00fcrgen"), QStringLiteral("j@x.de")), QStringLiteral("=?UTF-8?B?SsO8cmdlbg==?= <j@x.de>"));
         QCOMPARE(fromHeader(QStringLiteral("Smith, John"), QStringLiteral("j@x.de")), QStringLiteral("\"Smith, John\" <j@x.de>"));
         QCOMPARE(fromHeader(QStringLiteral("A \"Q\" B;"), QStringLiteral("j@x.de")), QStringLiteral("\"A \\\"Q\\\" B;\" <j@x.de>"));
-    }
-
-    void emailCheck()
-    {
-        QVERIFY(looksLikeEmail(QStringLiteral("a@b.c")));
-        QVERIFY(!looksLikeEmail(QStringLiteral("a@b")));
-        QVERIFY(!looksLikeEmail(QStringLiteral("a.b")));
     }
 
     void logLines()

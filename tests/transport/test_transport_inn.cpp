@@ -123,6 +123,7 @@ QByteArray busyGroup(RawNntp &raw, qint64 *count = nullptr)
 class TestTransportInn : public QObject {
     Q_OBJECT
 private slots:
+    void initTestCase();
     void greeting_and_posting_permission();
     void authinfo_against_reader_with_password();
     void list_matches_server();
@@ -130,6 +131,23 @@ private slots:
     void post_then_read_back();
     void quit();
 };
+
+// A few articles of our own, so the checks never depend on what other tests posted.
+void TestTransportInn::initTestCase()
+{
+    RawNntp raw(readerPort());
+    QVERIFY2(raw.greeting.startsWith("200"), "INN reader not reachable");
+    const QByteArray stamp = QByteArray::number(QDateTime::currentMSecsSinceEpoch());
+    for (int i = 1; i <= 3; ++i) {
+        QVERIFY(raw.status("POST").startsWith("340"));
+        const QByteArray answer = raw.status(
+            "From: Seeder <seed@newsdredge.test>\r\nNewsgroups: alt.test.newsdredge\r\n"
+            "Subject: transport seed " + QByteArray::number(i) + " (" + QByteArray::number(i) + "/3)\r\n"
+            "Message-ID: <seed-" + QByteArray::number(i) + "-" + stamp + "@newsdredge.test>\r\n\r\n"
+            "..a line that starts with a dot\r\nbody " + QByteArray::number(i) + "\r\n.");
+        QVERIFY2(answer.startsWith("240"), answer.constData());
+    }
+}
 
 void TestTransportInn::greeting_and_posting_permission()
 {

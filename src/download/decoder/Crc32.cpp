@@ -9,50 +9,45 @@ uint32_t update(uint32_t crc, const void *data, size_t len)
     return libdeflate_crc32(crc, data, len);
 }
 
-// Combining works on the CRC as a polynomial over GF(2): appending lenB zero
-// bytes to A is a linear map, applied here by repeated squaring of the
-// one-zero-bit operator.
-static uint32_t gf2Times(const uint32_t *mat, uint32_t vec)
+// Combining works on the CRC as a polynomial over GF(2) (bit-reflected):
+// crc(A+B) = crc(A) * x^(8 len(B)) mod P  xor  crc(B).
+static constexpr uint32_t kPoly = 0xEDB88320u;
+
+static uint32_t multModP(uint32_t a, uint32_t b)
 {
-    uint32_t sum = 0;
-    for (int i = 0; vec; vec >>= 1, ++i)
-        if (vec & 1)
-            sum ^= mat[i];
-    return sum;
+    uint32_t m = 1u << 31, p = 0;
+    for (;;) {
+        if (a & m) {
+            p ^= b;
+            if ((a & (m - 1)) == 0)
+                break;
+        }
+        m >>= 1;
+        b = b & 1 ? (b >> 1) ^ kPoly : b >> 1;
+    }
+    return p;
 }
 
-static void gf2Square(uint32_t *sq, const uint32_t *mat)
-{
-    for (int n = 0; n < 32; ++n)
-        sq[n] = gf2Times(mat, mat[n]);
-}
+struct PowerTable {
+    uint32_t x2n[32]; // x^(2^n) mod P
+    PowerTable()
+    {
+        uint32_t p = 1u << 30; // x^1
+        x2n[0] = p;
+        for (int n = 1; n < 32; ++n)
+            x2n[n] = p = multModP(p, p);
+    }
+};
+static const PowerTable kPowers;
 
 uint32_t combine(uint32_t crcA, uint32_t crcB, uint64_t lenB)
 {
-    if (lenB == 0)
-        return crcA;
-    uint32_t even[32], odd[32];
-    odd[0] = 0xEDB88320u;
-    uint32_t row = 1;
-    for (int n = 1; n < 32; ++n) {
-        odd[n] = row;
-        row <<= 1;
-    }
-    gf2Square(even, odd); // two zero bits
-    gf2Square(odd, even); // four zero bits
-    do {
-        gf2Square(even, odd);
-        if (lenB & 1)
-            crcA = gf2Times(even, crcA);
-        lenB >>= 1;
-        if (!lenB)
-            break;
-        gf2Square(odd, even);
-        if (lenB & 1)
-            crcA = gf2Times(odd, crcA);
-        lenB >>= 1;
-    } while (lenB);
-    return crcA ^ crcB;
+    uint32_t p = 1u << 31; // x^0
+    unsigned k = 3;        // bits = bytes * 2^3
+    for (uint64_t n = lenB; n; n >>= 1, ++k)
+        if (n & 1)
+            p = multModP(kPowers.x2n[k & 31], p);
+    return multModP(p, crcA) ^ crcB;
 }
 
 } // namespace crc32

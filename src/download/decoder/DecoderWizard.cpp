@@ -2,6 +2,8 @@
 
 #include <QtConcurrent/QtConcurrentRun>
 
+#include <exception>
+
 DecoderWizard::DecoderWizard(QObject *parent) : QObject(parent)
 {
     connect(&m_watcher, &QFutureWatcher<decoder::FileDecodeResult>::finished, this,
@@ -26,7 +28,16 @@ void DecoderWizard::DecodeToFile(const QString &inputPath, const QString &output
     m_error = 0;
     m_errorText.clear();
     m_outputPath.clear();
-    m_watcher.setFuture(QtConcurrent::run(&decoder::decodeFile, inputPath, outputPath, format, overwrite));
+    m_watcher.setFuture(QtConcurrent::run([inputPath, outputPath, format, overwrite] {
+        try {
+            return decoder::decodeFile(inputPath, outputPath, format, overwrite);
+        } catch (const std::exception &e) { // out of memory, mostly: report it, do not take the window down
+            decoder::FileDecodeResult r;
+            r.error = decoder::ErrorWrite;
+            r.errorText = QStringLiteral("decoding %1 failed: %2").arg(inputPath, QString::fromLocal8Bit(e.what()));
+            return r;
+        }
+    }));
 }
 
 void DecoderWizard::finished()

@@ -7,15 +7,25 @@
 #include <QFileInfo>
 
 #include <algorithm>
+#include <cerrno>
+#include <condition_variable>
 #include <cstring>
+#include <deque>
 #include <map>
+#include <memory>
+#include <mutex>
+#include <thread>
 #include <vector>
+
+#include <sys/mman.h>
+#include <unistd.h>
 
 namespace decoder {
 
 namespace {
 
-constexpr qint64 kChunk = 4 << 20;      // bytes of encoded text decoded per step
+constexpr qint64 kChunk = 4 << 20;      // bytes of plain text copied per step
+constexpr qint64 kWindow = 256 << 10;   // bytes of yEnc text searched and decoded per step
 constexpr qint64 kMaxNumber = qint64(1) << 50;
 
 // ---- small text helpers over raw bytes -------------------------------------
@@ -206,6 +216,25 @@ DecodeResult writeFailed(DecodeResult r, OutputSink &out)
 
 // ---- MemorySink --------------------------------------------------------------
 
+bool OutputSink::submit(qint64 offset, char *buffer, qint64 len, uint32_t *crc)
+{
+    if (crc && len > 0)
+        *crc = crc32::update(*crc, buffer, size_t(len));
+    return submit(offset, buffer, len);
+}
+
+char *OutputSink::acquire(qint64 size)
+{
+    if (qint64(m_scratch.size()) < size)
+        m_scratch.resize(size_t(size));
+    return m_scratch.data();
+}
+
+bool OutputSink::submit(qint64 offset, char *buffer, qint64 len)
+{
+    return len <= 0 || writeAt(offset, buffer, len);
+}
+
 bool MemorySink::writeAt(qint64 offset, const char *d, qint64 len)
 {
     if (offset < 0 || len < 0 || offset + len > m_limit) {
@@ -228,22 +257,38 @@ QString DecodeResult::reason() const
 
 // ---- yEnc ----------------------------------------------------------------------
 
-DecodeResult decodeYenc(const char *d, qint64 len, OutputSink &out)
+DecodeResult decodeYenc(const char *d, qint64 len, OutputSink &out, InputReader *reader)
 {
     DecodeResult r;
+    std::vector<char> window(reader ? size_t(kWindow + 2) : 0);
     struct Part {
         qint64 begin = 0; // 0-based offset
         qint64 size = 0;
         uint32_t crc = 0;
         bool good = false;
         QString problem; // why it is not good
+        // The sink computes the CRC as it writes (on its own thread); it is
+        // checked once the sink has drained.
+        const uint32_t *crcSlot = nullptr;
+        bool crcPending = false;
+        uint32_t pcrc = 0;
+        QString crcProblem;
     };
     std::map<qint64, Part> parts; // by part number
+    std::deque<uint32_t> crcSlots; // stable addresses for the sink
+    auto settle = [](Part &p) {
+        if (p.crcSlot)
+            p.crc = *p.crcSlot;
+        if (p.crcPending && p.crc != p.pcrc) {
+            p.problem = p.crcProblem;
+            p.good = false;
+        }
+        p.crcPending = false;
+    };
     bool found = false, multi = false;
     qint64 fileSize = -1, total = -1;
     bool haveFileCrc = false;
     uint32_t fileCrc = 0;
-    std::vector<uint8_t> buf(size_t(std::min(kChunk, len) + 64));
 
     qint64 pos = 0;
     for (;;) {
@@ -289,22 +334,63 @@ DecodeResult decodeYenc(const char *d, qint64 len, OutputSink &out)
         }
         const QString label = multi ? QStringLiteral("part %1").arg(partNo) : QStringLiteral("file");
 
-        // the part's text runs to the next keyword line
-        const qint64 dataStart = pos;
-        qint64 dataEnd = len;
-        if (startsWith(d, dataStart, len, "=y")) {
-            dataEnd = dataStart;
-        } else {
-            const size_t lf = yenc::findKeywordLine(reinterpret_cast<const uint8_t *>(d + dataStart),
-                                                    size_t(len - dataStart));
-            if (qint64(lf) < len - dataStart)
-                dataEnd = dataStart + qint64(lf) + 1;
+        auto known = parts.find(partNo);
+        if (known != parts.end() && known->second.crcPending) {
+            if (!out.drain())
+                return writeFailed(r, out);
+            settle(known->second);
         }
-        bool hasEnd = false, havePcrc = false, haveCrc = false;
+        const bool wanted = known == parts.end() || !known->second.good; // else: posted twice
+        const bool placed = begin >= 1 && end >= begin - 1 && size >= 0 && end <= size;
+        const qint64 expected = end - begin + 1;
+
+        // The part's text runs to the next keyword line. It is searched and
+        // decoded window by window, so each window is read from memory once.
+        Part p;
+        p.begin = begin - 1;
+        qint64 decoded = 0;
+        uint32_t *partCrc = &crcSlots.emplace_back(0);
+        yenc::DecodeState st;
+        qint64 at = pos;
+        if (!startsWith(d, at, len, "=y")) {
+            while (at < len) {
+                const qint64 n = std::min(kWindow, len - at);
+                const qint64 look = std::min(n + 2, len - at);
+                const char *text = d + at;
+                if (reader && wanted && placed) {
+                    if (!reader->readAt(at, window.data(), look)) {
+                        r.error = ErrorRead;
+                        r.problems << QStringLiteral("cannot read the input");
+                        return r;
+                    }
+                    text = window.data();
+                }
+                const qint64 k = qint64(yenc::findKeywordLine(reinterpret_cast<const uint8_t *>(text), size_t(look)));
+                const bool stop = k < look;
+                const qint64 seg = stop ? k + 1 : n;
+                if (wanted && placed) {
+                    char *buf = out.acquire(seg);
+                    const qint64 got = qint64(yenc::decode(reinterpret_cast<const uint8_t *>(text), size_t(seg),
+                                                           reinterpret_cast<uint8_t *>(buf), st));
+                    // the CRC covers what is written: all of it, unless the part is too long
+                    // and therefore bad anyway
+                    const qint64 room = std::max<qint64>(0, std::min(got, expected - decoded));
+                    if (!out.submit(p.begin + decoded, buf, room, partCrc))
+                        return writeFailed(r, out);
+                    r.bytesWritten += room;
+                    decoded += got;
+                }
+                at += seg;
+                if (stop)
+                    break;
+            }
+        }
+        const qint64 dataEnd = at;
+        // a part without "=yend" still counts when its size is right
+        bool havePcrc = false, haveCrc = false;
         uint32_t pcrc = 0, crc = 0;
         pos = dataEnd;
         if (startsWith(d, dataEnd, len, "=yend")) {
-            hasEnd = true;
             const qint64 e = lineEnd(d, dataEnd, len);
             const QByteArray tail = lineAt(d, dataEnd, e);
             pos = e < len ? e + 1 : len;
@@ -321,11 +407,9 @@ DecodeResult decodeYenc(const char *d, qint64 len, OutputSink &out)
                 fileCrc = crc;
             }
         }
-
-        auto known = parts.find(partNo);
-        if (known != parts.end() && known->second.good)
-            continue; // posted twice: the first good copy stands
-        if (begin < 1 || end < begin - 1 || size < 0 || end > size) {
+        if (!wanted)
+            continue;
+        if (!placed) {
             if (known == parts.end()) {
                 Part bad;
                 bad.problem = QStringLiteral("%1 has no valid position").arg(label);
@@ -333,41 +417,25 @@ DecodeResult decodeYenc(const char *d, qint64 len, OutputSink &out)
             }
             continue;
         }
-
-        // decode in large steps; the state carries escapes across the steps
-        Part p;
-        p.begin = begin - 1;
-        const qint64 expected = end - begin + 1;
-        qint64 decoded = 0;
-        uint32_t partCrc = 0;
-        yenc::DecodeState st;
-        for (qint64 at = dataStart; at < dataEnd; at += kChunk) {
-            const qint64 n = std::min(kChunk, dataEnd - at);
-            const qint64 got = qint64(yenc::decode(reinterpret_cast<const uint8_t *>(d + at),
-                                                   size_t(n), buf.data(), st));
-            partCrc = crc32::update(partCrc, buf.data(), size_t(got));
-            const qint64 room = std::max<qint64>(0, std::min(got, expected - decoded));
-            if (room > 0) {
-                if (!out.writeAt(p.begin + decoded, reinterpret_cast<const char *>(buf.data()), room))
-                    return writeFailed(r, out);
-                r.bytesWritten += room;
-            }
-            decoded += got;
-        }
         p.size = std::min(decoded, expected);
-        p.crc = partCrc;
-        p.good = true;
+        p.crcSlot = partCrc;
         if (decoded < expected)
             p.problem = QStringLiteral("%1 truncated (%2 of %3 bytes)").arg(label).arg(decoded).arg(expected);
         else if (decoded > expected)
             p.problem = QStringLiteral("%1 longer than announced (%2 instead of %3 bytes)")
                             .arg(label).arg(decoded).arg(expected);
-        else if (havePcrc && pcrc != partCrc)
-            p.problem = multi ? QStringLiteral("CRC error in part %1").arg(partNo) : QStringLiteral("CRC error");
         p.good = p.problem.isEmpty();
-        (void)hasEnd; // a part without "=yend" is accepted when its size is right
+        if (p.good && havePcrc) {
+            p.crcPending = true;
+            p.pcrc = pcrc;
+            p.crcProblem = multi ? QStringLiteral("CRC error in part %1").arg(partNo) : QStringLiteral("CRC error");
+        }
         parts[partNo] = p;
     }
+    if (!out.drain())
+        return writeFailed(r, out);
+    for (auto &kv : parts)
+        settle(kv.second);
 
     if (!found) {
         r.error = ErrorNoData;
@@ -662,10 +730,10 @@ DecodeResult decodeMime(const char *d, qint64 len, OutputSink &out)
     return r;
 }
 
-DecodeResult decodeBuffer(int format, const char *data, qint64 len, OutputSink &out)
+DecodeResult decodeBuffer(int format, const char *data, qint64 len, OutputSink &out, InputReader *reader)
 {
     switch (format) {
-    case FormatYenc: return decodeYenc(data, len, out);
+    case FormatYenc: return decodeYenc(data, len, out, reader);
     case FormatUuencode: return decodeUuencode(data, len, out);
     case FormatMime: return decodeMime(data, len, out);
     default: break;
@@ -738,8 +806,8 @@ QString safeFileName(const QString &raw)
         n = n.mid(cut + 1);
     QString clean;
     for (QChar c : n)
-        if (c.unicode() >= 0x20 && c.unicode() != 0x7F && c != QLatin1Char(':'))
-            clean += c;
+        if (c.unicode() >= 0x20 && c.unicode() != 0x7F)
+            clean += c == QLatin1Char(':') ? QLatin1Char('_') : c;
     clean = clean.trimmed();
     if (clean == QLatin1String(".") || clean == QLatin1String(".."))
         return {};
@@ -750,27 +818,229 @@ QString safeFileName(const QString &raw)
 
 namespace {
 
+// Writes to the output file on a thread of its own, so that decoding the next
+// window overlaps writing the last one. Buffers go round a small pool.
 class FileSink : public OutputSink
 {
 public:
-    explicit FileSink(QFile &f) : m_file(f) {}
+    explicit FileSink(int fd) : m_fd(fd), m_writer([this] { run(); }) {}
+    ~FileSink() override { finish(); }
+
     bool writeAt(qint64 offset, const char *data, qint64 len) override
     {
-        if (m_file.pos() != offset && !m_file.seek(offset))
-            return false;
         while (len > 0) {
-            const qint64 n = m_file.write(data, len);
-            if (n <= 0)
+            const qint64 n = std::min<qint64>(len, kBuffer);
+            char *b = acquire(n);
+            memcpy(b, data, size_t(n));
+            if (!submit(offset, b, n))
                 return false;
+            offset += n;
             data += n;
             len -= n;
         }
         return true;
     }
-    QString errorString() const override { return m_file.errorString(); }
+
+    char *acquire(qint64 size) override
+    {
+        if (size > kBuffer)
+            return OutputSink::acquire(size); // not expected: the decoders ask for less
+        std::unique_lock<std::mutex> lock(m_mutex);
+        if (m_free.empty() && m_made < kPool) {
+            ++m_made;
+            m_owned.emplace_back(new char[size_t(kBuffer)]);
+            return m_owned.back().get();
+        }
+        m_cond.wait(lock, [this] { return !m_free.empty(); });
+        char *b = m_free.back();
+        m_free.pop_back();
+        return b;
+    }
+
+    bool submit(qint64 offset, char *buffer, qint64 len) override
+    {
+        return submit(offset, buffer, len, nullptr);
+    }
+
+    bool submit(qint64 offset, char *buffer, qint64 len, uint32_t *crc) override
+    {
+        std::unique_lock<std::mutex> lock(m_mutex);
+        if (!ownsBuffer(buffer)) {
+            if (crc && len > 0)
+                *crc = crc32::update(*crc, buffer, size_t(len));
+            // an oversized request got the plain scratch buffer: write it here, in order
+            m_cond.wait(lock, [this] { return m_queue.empty() && m_free.size() == size_t(m_made); });
+            if (!m_failed && !writeAll(buffer, len, offset, &m_error))
+                m_failed = true;
+            return !m_failed;
+        }
+        if (m_failed) {
+            m_free.push_back(buffer);
+            return false;
+        }
+        m_queue.push_back({offset, buffer, len, crc});
+        m_cond.notify_all();
+        return true;
+    }
+
+    bool drain() override
+    {
+        std::unique_lock<std::mutex> lock(m_mutex);
+        m_cond.wait(lock, [this] { return m_queue.empty() && m_free.size() == size_t(m_made); });
+        return !m_failed;
+    }
+
+    bool finish() override
+    {
+        {
+            std::lock_guard<std::mutex> lock(m_mutex);
+            if (m_done)
+                return !m_failed;
+            m_done = true;
+            m_cond.notify_all();
+        }
+        m_writer.join();
+        return !m_failed;
+    }
+
+    QString errorString() const override { return m_error; }
 
 private:
-    QFile &m_file;
+    struct Job {
+        qint64 offset;
+        char *buffer;
+        qint64 len;
+        uint32_t *crc; // updated here, in queue order
+    };
+    static constexpr qint64 kBuffer = 1 << 20;
+    static constexpr int kPool = 8;
+
+    void run()
+    {
+        std::unique_lock<std::mutex> lock(m_mutex);
+        for (;;) {
+            m_cond.wait(lock, [this] { return !m_queue.empty() || m_done; });
+            if (m_queue.empty())
+                return;
+            const Job job = m_queue.front();
+            m_queue.pop_front();
+            const bool skip = m_failed;
+            lock.unlock();
+            QString error;
+            if (job.crc && job.len > 0)
+                *job.crc = crc32::update(*job.crc, job.buffer, size_t(job.len));
+            if (!skip)
+                writeAll(job.buffer, job.len, job.offset, &error);
+            lock.lock();
+            if (!error.isEmpty() && !m_failed) {
+                m_failed = true;
+                m_error = error;
+            }
+            m_free.push_back(job.buffer);
+            m_cond.notify_all();
+        }
+    }
+
+    bool ownsBuffer(const char *b) const
+    {
+        for (const auto &o : m_owned)
+            if (o.get() == b)
+                return true;
+        return false;
+    }
+
+    bool writeAll(const char *p, qint64 left, qint64 off, QString *error) const
+    {
+        while (left > 0) {
+            const ssize_t n = ::pwrite(m_fd, p, size_t(left), off_t(off));
+            if (n < 0 && errno == EINTR)
+                continue;
+            if (n <= 0) {
+                *error = QString::fromLocal8Bit(strerror(n < 0 ? errno : ENOSPC));
+                return false;
+            }
+            p += n;
+            off += n;
+            left -= n;
+        }
+        return true;
+    }
+
+    int m_fd;
+    std::mutex m_mutex;
+    std::condition_variable m_cond;
+    std::deque<Job> m_queue;
+    std::vector<char *> m_free;
+    std::vector<std::unique_ptr<char[]>> m_owned;
+    int m_made = 0;
+    bool m_done = false;
+    bool m_failed = false;
+    QString m_error;
+    std::thread m_writer; // last: starts once the rest is ready
+};
+
+// The whole input in memory (mapped when possible), plus window reads
+// through the file for the bulk of the data.
+class InputMap : public InputReader
+{
+public:
+    bool open(const QString &path, QString *error)
+    {
+        m_file.setFileName(path);
+        if (!m_file.open(QIODevice::ReadOnly)) {
+            *error = m_file.errorString();
+            return false;
+        }
+        m_size = m_file.size();
+        if (m_size == 0)
+            return true;
+        void *m = ::mmap(nullptr, size_t(m_size), PROT_READ, MAP_PRIVATE, m_file.handle(), 0);
+        if (m != MAP_FAILED) {
+            m_map = m;
+            return true;
+        }
+        m_copy = m_file.readAll();
+        if (m_copy.size() != m_size) {
+            *error = m_file.errorString();
+            return false;
+        }
+        return true;
+    }
+    ~InputMap()
+    {
+        if (m_map)
+            ::munmap(m_map, size_t(m_size));
+    }
+    const char *data() const
+    {
+        return m_map ? static_cast<const char *>(m_map) : m_size ? m_copy.constData() : "";
+    }
+    qint64 size() const { return m_size; }
+
+    bool readAt(qint64 offset, char *buf, qint64 len) override
+    {
+        if (!m_map) {
+            memcpy(buf, data() + offset, size_t(len));
+            return true;
+        }
+        while (len > 0) {
+            const ssize_t n = ::pread(m_file.handle(), buf, size_t(len), off_t(offset));
+            if (n < 0 && errno == EINTR)
+                continue;
+            if (n <= 0)
+                return false;
+            buf += n;
+            offset += n;
+            len -= n;
+        }
+        return true;
+    }
+
+private:
+    QFile m_file;
+    void *m_map = nullptr;
+    QByteArray m_copy;
+    qint64 m_size = 0;
 };
 
 } // namespace
@@ -791,37 +1061,29 @@ FileDecodeResult decodeFile(const QString &inputPath, const QString &outputPath,
     if (!overwrite && QFileInfo::exists(outputPath))
         return fail(ErrorExists, QStringLiteral("%1 already exists and is not overwritten").arg(outputPath));
 
-    QFile in(inputPath);
-    if (!in.open(QIODevice::ReadOnly))
-        return fail(ErrorRead, QStringLiteral("cannot read %1: %2").arg(inputPath, in.errorString()));
-    const qint64 size = in.size();
-    const char *data = "";
-    QByteArray copy;
-    if (size > 0) {
-        uchar *m = in.map(0, size);
-        if (m) {
-            data = reinterpret_cast<const char *>(m);
-        } else {
-            copy = in.readAll();
-            if (copy.size() != size)
-                return fail(ErrorRead, QStringLiteral("cannot read %1: %2").arg(inputPath, in.errorString()));
-            data = copy.constData();
-        }
-    }
+    InputMap in;
+    QString why;
+    if (!in.open(inputPath, &why))
+        return fail(ErrorRead, QStringLiteral("cannot read %1: %2").arg(inputPath, why));
 
     const QString partial = outputPath + QStringLiteral(".decoding.tmp");
     QFile outFile(partial);
     if (!outFile.open(QIODevice::ReadWrite | QIODevice::Truncate | QIODevice::Unbuffered))
         return fail(ErrorWrite, QStringLiteral("cannot write %1: %2").arg(partial, outFile.errorString()));
-    FileSink sink(outFile);
-    const DecodeResult r = decodeBuffer(format, data, size, sink);
+    DecodeResult r;
+    bool written = false;
+    QString writeError;
+    {
+        FileSink sink(outFile.handle());
+        r = decodeBuffer(format, in.data(), in.size(), sink, &in);
+        written = sink.finish();
+        writeError = sink.errorString();
+    }
     res.fileName = r.fileName;
-    const bool flushed = outFile.flush();
     outFile.close();
-    in.close();
-    if (r.error == NoError && !flushed) {
+    if (!written || r.error == ErrorWrite) {
         QFile::remove(partial);
-        return fail(ErrorWrite, QStringLiteral("cannot write %1: %2").arg(outputPath, outFile.errorString()));
+        return fail(ErrorWrite, QStringLiteral("cannot write %1: %2").arg(outputPath, writeError));
     }
     if (r.error != NoError && r.error != ErrorDamaged) {
         QFile::remove(partial);

@@ -7,6 +7,8 @@
 #include <QString>
 #include <QStringList>
 
+#include <vector>
+
 namespace decoder {
 
 // Format codes of DecodeToFile.
@@ -32,6 +34,21 @@ public:
     virtual ~OutputSink() = default;
     virtual bool writeAt(qint64 offset, const char *data, qint64 len) = 0;
     virtual QString errorString() const = 0;
+    // Decoding straight into the sink's memory: acquire() lends a buffer of at
+    // least size bytes, submit() hands back its first len bytes (len may be 0)
+    // for offset. Only one buffer is lent at a time.
+    virtual char *acquire(qint64 size);
+    virtual bool submit(qint64 offset, char *buffer, qint64 len);
+    // The same, also continuing the CRC in *crc over the bytes (possibly later,
+    // in submission order: read *crc only after drain()).
+    virtual bool submit(qint64 offset, char *buffer, qint64 len, uint32_t *crc);
+    // Waits until everything submitted is written; false after any failure.
+    virtual bool drain() { return true; }
+    // drain(), and no more writes after it.
+    virtual bool finish() { return drain(); }
+
+private:
+    std::vector<char> m_scratch;
 };
 
 // Collects the output in memory, refusing to grow beyond limit bytes.
@@ -48,6 +65,16 @@ private:
     QString m_error;
 };
 
+// For inputs that live in a file: copies the input's bytes [offset, offset + len)
+// into buf. Reading big windows this way is faster than touching the mapped
+// pages; the memory view passed beside it stays the reference.
+class InputReader
+{
+public:
+    virtual ~InputReader() = default;
+    virtual bool readAt(qint64 offset, char *buf, qint64 len) = 0;
+};
+
 struct DecodeResult
 {
     int error = NoError;
@@ -57,11 +84,12 @@ struct DecodeResult
     QString reason() const;    // problems as one human-readable line
 };
 
-DecodeResult decodeYenc(const char *data, qint64 len, OutputSink &out);
+DecodeResult decodeYenc(const char *data, qint64 len, OutputSink &out, InputReader *reader = nullptr);
 DecodeResult decodeUuencode(const char *data, qint64 len, OutputSink &out);
 // Base64 up to the first line that is not base64; other text as it stands.
 DecodeResult decodeMime(const char *data, qint64 len, OutputSink &out);
-DecodeResult decodeBuffer(int format, const char *data, qint64 len, OutputSink &out);
+DecodeResult decodeBuffer(int format, const char *data, qint64 len, OutputSink &out,
+                          InputReader *reader = nullptr);
 
 // yEnc when an "=ybegin" line is present, else uuencode when a "begin NNN name"
 // line is, else MIME.

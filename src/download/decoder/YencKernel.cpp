@@ -172,7 +172,7 @@ __attribute__((target("ssse3"))) static size_t decodeSsse3(const uint8_t *src, s
             val, _mm_set_epi64x(int64_t(kCompact.hi[m1]), int64_t(kCompact.lo[m0])));
         _mm_storel_epi64(reinterpret_cast<__m128i *>(dst + out), packed);
         out += kCompact.kept[m0];
-        _mm_storeh_pd(reinterpret_cast<double *>(dst + out), _mm_castsi128_pd(packed));
+        _mm_storel_epi64(reinterpret_cast<__m128i *>(dst + out), _mm_unpackhi_epi64(packed, packed));
         out += kCompact.kept[m1];
         i += 16;
     }
@@ -193,11 +193,11 @@ __attribute__((target("avx2"))) static inline void pack32(__m256i val, uint32_t 
     const __m128i a = _mm256_castsi256_si128(packed), b = _mm256_extracti128_si256(packed, 1);
     _mm_storel_epi64(reinterpret_cast<__m128i *>(dst + out), a);
     out += kCompact.kept[m0];
-    _mm_storeh_pd(reinterpret_cast<double *>(dst + out), _mm_castsi128_pd(a));
+    _mm_storel_epi64(reinterpret_cast<__m128i *>(dst + out), _mm_unpackhi_epi64(a, a));
     out += kCompact.kept[m1];
     _mm_storel_epi64(reinterpret_cast<__m128i *>(dst + out), b);
     out += kCompact.kept[m2];
-    _mm_storeh_pd(reinterpret_cast<double *>(dst + out), _mm_castsi128_pd(b));
+    _mm_storel_epi64(reinterpret_cast<__m128i *>(dst + out), _mm_unpackhi_epi64(b, b));
     out += kCompact.kept[m3];
 }
 
@@ -259,22 +259,30 @@ __attribute__((target("avx2"))) static size_t decodeAvx2(const uint8_t *src, siz
     return out;
 }
 
+__attribute__((target("avx2"))) static inline __m256i keywordAt(const uint8_t *q)
+{
+    const __m256i a = _mm256_cmpeq_epi8(_mm256_loadu_si256(reinterpret_cast<const __m256i *>(q)),
+                                        _mm256_set1_epi8('\n'));
+    const __m256i b = _mm256_cmpeq_epi8(_mm256_loadu_si256(reinterpret_cast<const __m256i *>(q + 1)),
+                                        _mm256_set1_epi8('='));
+    const __m256i c = _mm256_cmpeq_epi8(_mm256_loadu_si256(reinterpret_cast<const __m256i *>(q + 2)),
+                                        _mm256_set1_epi8('y'));
+    return _mm256_and_si256(_mm256_and_si256(a, b), c);
+}
+
 __attribute__((target("avx2"))) static size_t findKeywordAvx2(const uint8_t *p, size_t len)
 {
-    const __m256i cLf = _mm256_set1_epi8('\n'), cEq = _mm256_set1_epi8('='),
-                  cY = _mm256_set1_epi8('y');
     size_t i = 0;
-    while (i + 34 <= len) {
-        const uint32_t a = uint32_t(_mm256_movemask_epi8(_mm256_cmpeq_epi8(
-            _mm256_loadu_si256(reinterpret_cast<const __m256i *>(p + i)), cLf)));
-        const uint32_t b = uint32_t(_mm256_movemask_epi8(_mm256_cmpeq_epi8(
-            _mm256_loadu_si256(reinterpret_cast<const __m256i *>(p + i + 1)), cEq)));
-        const uint32_t c = uint32_t(_mm256_movemask_epi8(_mm256_cmpeq_epi8(
-            _mm256_loadu_si256(reinterpret_cast<const __m256i *>(p + i + 2)), cY)));
-        const uint32_t m = a & b & c;
-        if (m)
-            return i + size_t(__builtin_ctz(m));
-        i += 32;
+    while (i + 66 <= len) {
+        // the next page early: the search is what pulls the text in from memory
+        _mm_prefetch(reinterpret_cast<const char *>(p + i + 4096), _MM_HINT_T0);
+        const __m256i x0 = keywordAt(p + i), x1 = keywordAt(p + i + 32);
+        if (!_mm256_testz_si256(_mm256_or_si256(x0, x1), _mm256_or_si256(x0, x1))) {
+            const uint64_t m = uint64_t(uint32_t(_mm256_movemask_epi8(x0)))
+                               | (uint64_t(uint32_t(_mm256_movemask_epi8(x1))) << 32);
+            return i + size_t(__builtin_ctzll(m));
+        }
+        i += 64;
     }
     for (; i + 2 < len; ++i)
         if (p[i] == '\n' && p[i + 1] == '=' && p[i + 2] == 'y')

@@ -1,0 +1,94 @@
+#include "messages/MessageCache.h"
+
+#include "app/Paths.h"
+#include "messages/MessageGrid.h"
+
+#include <QFile>
+#include <QSaveFile>
+
+namespace listing {
+
+QString messageCacheFile(const QString &serverTag, const QString &group)
+{
+    return nd::appFile(serverTag + QLatin1Char('-') + serverTag + QLatin1Char('-') + group.trimmed() + QStringLiteral(".tmp"));
+}
+
+bool writeMessageCache(const QString &path, const MessageGrid &grid)
+{
+    QSaveFile f(path);
+    if (!f.open(QIODevice::WriteOnly))
+        return false;
+    QByteArray out;
+    const int rows = grid.Rows();
+    for (int r = 1; r < rows; ++r) {
+        const QByteArray packed = grid.packedRow(r);
+        // the first eight cells, each followed by 0x7F
+        int cells = 0;
+        qsizetype i = 0;
+        for (; i < packed.size() && cells < 8; ++i) {
+            if (packed[i] == MessageGrid::Sep) {
+                ++cells;
+                out += MessageGrid::Sep;
+            } else {
+                out += packed[i];
+            }
+        }
+        for (; cells < 8; ++cells)
+            out += MessageGrid::Sep;
+        out += '\n';
+        if (out.size() > (4 << 20)) {
+            if (f.write(out) != out.size())
+                return false;
+            out.clear();
+        }
+    }
+    if (f.write(out) != out.size())
+        return false;
+    return f.commit();
+}
+
+QByteArray cacheLineToRow(const QByteArray &line)
+{
+    QByteArray row;
+    row.reserve(line.size() + 1);
+    int cells = 0;
+    qsizetype start = 0;
+    while (cells < 8 && start <= line.size()) {
+        qsizetype end = line.indexOf(MessageGrid::Sep, start);
+        if (end < 0)
+            end = line.size();
+        if (cells)
+            row += MessageGrid::Sep;
+        row.append(line.constData() + start, end - start);
+        ++cells;
+        start = end + 1;
+        if (end == line.size())
+            break;
+    }
+    for (; cells < 9; ++cells)
+        row += MessageGrid::Sep;
+    return row;
+}
+
+bool readMessageCache(const QString &path, QVector<QByteArray> &rows)
+{
+    QFile f(path);
+    if (!f.open(QIODevice::ReadOnly))
+        return false;
+    const QByteArray all = f.readAll();
+    qsizetype start = 0;
+    while (start < all.size()) {
+        qsizetype end = all.indexOf('\n', start);
+        if (end < 0)
+            end = all.size();
+        qsizetype stop = end;
+        if (stop > start && all[stop - 1] == '\r')
+            --stop;
+        if (stop > start && all[start] != MessageGrid::Sep)
+            rows.append(cacheLineToRow(all.mid(start, stop - start)));
+        start = end + 1;
+    }
+    return true;
+}
+
+} // namespace listing

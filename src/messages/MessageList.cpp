@@ -1,0 +1,222 @@
+#include "messages/MessageList.h"
+
+#include "app/Wait.h"
+#include "app/frmMain.h"
+#include "groups/GroupList.h"
+#include "messages/HeaderRows.h"
+#include "messages/MessageCache.h"
+#include "messages/MessageGrid.h"
+#include "news/Session.h"
+#include "ui/ItemList.h"
+
+#include <QAction>
+#include <QElapsedTimer>
+#include <QFile>
+#include <QLabel>
+#include <QListView>
+#include <QProgressBar>
+#include <QTableView>
+
+MessageList::MessageList(frmMain &main)
+    : QObject(&main), m(main)
+{
+    m.wireCommand(QStringLiteral("menuRefreshM"), [this] {
+        if (m.action(QStringLiteral("menuRefreshM"))->isEnabled())
+            ListMessages(false);
+    });
+    m.SetMenuState(52, false);
+}
+
+QString MessageList::cacheFile() const
+{
+    return listing::messageCacheFile(m.S.ServerFileTag, GroupList::CleanNewsGroup(m.S.CurrentGroup).trimmed());
+}
+
+void MessageList::addHeaderRows()
+{
+    NewsTransport *t = m.session ? m.session->transport() : nullptr;
+    if (!t)
+        return;
+    QList<NewsTransportArticle> arts = t->SelectedGroup().TakeArticles();
+    if (arts.isEmpty())
+        return;
+    // the requested range bounds what is listed
+    const double span = m.S.LastArticle - m.S.FirstArticle + 1;
+    QVector<QByteArray> rows;
+    rows.reserve(arts.size());
+    for (const NewsTransportArticle &a : std::as_const(arts)) {
+        if (m.S.CurrentRow - 1 + rows.size() >= span + 1)
+            break;
+        rows.append(MessageGrid::packRow(listing::rowCells(a.Number, a.Message.Headers)));
+        m.S.SecondsTick = 0;
+    }
+    arts.clear();
+    // the grid keeps one empty row at the end while rows are added
+    const int before = m.grid->Rows();
+    m.grid->SetRows(before - 1);
+    m.grid->appendRows(rows);
+    m.grid->SetRows(m.grid->Rows() + 1);
+    m.S.CurrentRow += int(rows.size());
+}
+
+bool MessageList::ListMessages(bool useCache)
+{
+    bool notFetched = true;
+    m.Picture1->clear();
+    m.lstGroupsView->setEnabled(false);
+    m_listing = true;
+    m.S.StopRequested = false;
+    m.S.TransactionDone = false;
+    m.S.TransportError = 0;
+    m.setBusy(true);
+    m.setStatus(1, QStringLiteral("Reading Message List"));
+    m.setStatus(2, QString());
+    m.grid->ResizeGrid();
+    m.SetMenuState(52, false);
+    m.lstMsgBuffer->clear();
+
+    const QString cache = cacheFile();
+    NewsSession *s = m.session;
+    if (useCache && QFile::exists(cache)) {
+        QVector<QByteArray> rows;
+        listing::readMessageCache(cache, rows);
+        // rows with an empty display date at the top are dropped
+        qsizetype skip = 0;
+        while (skip < rows.size() && MessageGrid::cellOf(rows[skip], 1).isEmpty())
+            ++skip;
+        if (skip == rows.size() && skip > 0)
+            --skip;   // keep the last one, as the classic loop stops at three rows
+        rows.remove(0, skip);
+        m.grid->SetRows(1);
+        m.grid->appendRows(rows);
+        m.grid->SetRows(m.grid->Rows() + 1);   // the empty row that ends a cache listing
+        if (m.grid->Rows() <= 2)
+            m.grid->SetRows(3);
+        if (rows.size() >= 100)
+            m.setStatus(2, QStringLiteral("~%1 So Far").arg(rows.size() / 100 * 100));
+    } else {
+        m.S.TransportError = 0;
+        for (const char *scope : {"SG", "CG", "SM", "FA"})
+            m.MenuOnOff(QString::fromLatin1(scope), false);
+        for (int code : {53, 5, 7, 8, 9, 3})
+            m.SetMenuState(code, false);
+        if (m.S.StopRequested || m.S.TransportError != 0) {
+            m.S.TransportError = -1;
+        } else {
+            m.setStatus(1, QStringLiteral("Retreiving Message Headers"));
+            m.S.TransportError = 0;
+            if (!s || !s->transport() || s->transport()->StateText() != QLatin1String("Connected to NNTP Server")) {
+                m.S.LastFailureReason = QStringLiteral("No Readable Messages");
+                m.progBar->setValue(0);
+                for (const char *scope : {"FA", "SS", "SR"})
+                    m.MenuOnOff(QString::fromLatin1(scope), true);
+                m.SetMenuState(1, true);
+                m.setStatus(2, QStringLiteral("Unable to connect"));
+                m.S.TransportError = -1;
+            } else {
+                m.MenuOnOff(QStringLiteral("FA"), true);
+                m.MenuOnOff(QStringLiteral("SS"), true);
+                m.SetMenuState(1, true);
+                m.setStatus(1, QStringLiteral("Selecting Group"));
+                m.S.CurrentRow = 1;
+                const QString group = GroupList::CleanNewsGroup(m.S.CurrentGroup).trimmed();
+                // Stop does not end the selection: only the answer (or the transport's time-out) does
+                m.S.TransactionDone = false;
+                m.S.TransportError = 0;
+                s->transport()->SelectGroup(group);
+                nd::waitUntil([&] { return m.S.TransactionDone || m.S.TransportError != 0; });
+                if (m.S.TransportError == 0) {
+                    const NewsTransportGroup &g = s->transport()->SelectedGroup();
+                    m.S.LastArticle = double(qMax(g.First, g.Last));
+                    m.S.FirstArticle = double(qMin(g.First, g.Last));
+                    if (m.opt.NewMsgs > 0) {
+                        double count = m.S.LastArticle - m.S.FirstArticle + 1;
+                        if (count > m.opt.NewMsgs)
+                            count = m.opt.NewMsgs;
+                        m.S.FirstArticle = m.S.LastArticle - count + 1;
+                    }
+                    m.setStatus(1, QStringLiteral("Reading Message List"));
+                    m.S.TransactionDone = false;
+                    m.S.SecondsTick = 0;
+                    const qint64 n = qint64(m.S.LastArticle - m.S.FirstArticle + 1);
+                    m.setStatus(2, QStringLiteral("Reading %1 Articles").arg(n));
+                    m.SetMenuState(4, true);
+                    m.progBar->setRange(0, int(qMin<qint64>(n, 1 << 30)));
+                    s->transport()->FetchHeaders(qint64(m.S.FirstArticle), qint64(m.S.LastArticle));
+                    // rows reach the grid in bulk while the answer streams in
+                    m.MSHResults->setUpdatesEnabled(false);
+                    QElapsedTimer slice;
+                    slice.start();
+                    nd::waitUntil([&] {
+                        if (slice.elapsed() > 250) {
+                            addHeaderRows();
+                            m.progBar->setValue(qMin(m.S.CurrentRow, m.progBar->maximum()));
+                            m.MSHResults->setUpdatesEnabled(true);
+                            m.MSHResults->setUpdatesEnabled(false);
+                            slice.restart();
+                        }
+                        return m.S.TransportError != 0 || m.S.StopRequested || m.S.TransactionDone;
+                    });
+                    if (m.S.StopRequested && s->transport())
+                        s->transport()->AbortTransaction();
+                    m.SetMenuState(4, false);
+                    if (m.S.TransportError == 0)
+                        addHeaderRows();
+                    m.MSHResults->setUpdatesEnabled(true);
+                }
+                if (m.S.TransportError == 0) {
+                    m.setStatus(2, QString());
+                    listing::writeMessageCache(cache, *m.grid);
+                    if (m.grid->Rows() > 2)
+                        m.grid->SetRows(m.grid->Rows() - 1);
+                    if (m.grid->Rows() > 1) {
+                        m.MSHResults->setUpdatesEnabled(false);
+                        m.grid->sortRows(6, false, 7, Qt::CaseInsensitive);
+                        m.MSHResults->setUpdatesEnabled(true);
+                        m.MSHResults->selectRow(0);
+                    }
+                    if (m.groups)
+                        m.groups->updateGroupMarkerNFavs(m.S.CurrentGroup, m.grid->lastMessageRow());
+                    m.setStatus(1, QStringLiteral("Double-click Message to View"));
+                    notFetched = !(m.S.TransactionDone && m.grid->lastMessageRow() > 0);
+                }
+            }
+        }
+    }
+
+    // ending, for both ways
+    m.setStatus(1, m.S.TransportError != 0 ? QStringLiteral("Error Retreiving Message List")
+                                           : QStringLiteral("Done Retreiving Message List"));
+    if (!m.S.TransactionDone)
+        notFetched = true;
+    m.UpdateCaption(QStringLiteral("1"));
+    m.SetMenuState(3, true);
+    if (m.grid->lastMessageRow() == 0) {
+        notFetched = true;
+        if (m.S.TransportError == 0 && !m.S.StopRequested) {
+            m.setStatus(1, QStringLiteral("Sorry, No Messages in This Group"));
+            m.S.CurrentGroup.clear();
+            m.UpdateCaption(QStringLiteral("2"));
+        }
+    } else {
+        for (int code : {7, 8, 9})
+            m.SetMenuState(code, true);
+        for (const char *scope : {"SG", "CG", "SM"})
+            m.MenuOnOff(QString::fromLatin1(scope), true);
+    }
+    m.MSHResults->setColumnHidden(0, m.opt.ShowMNumbers == 0);
+    m.SetMenuState(5, true);
+    if (s && s->transport() && s->transport()->StateText() == QLatin1String("Connected to NNTP Server")) {
+        m.MenuOnOff(QStringLiteral("FA"), true);
+        m.MenuOnOff(QStringLiteral("SS"), true);
+    }
+    m.SetMenuState(52, true);
+    if (m.S.TransportError == 0)
+        m.setStatus(2, QString());
+    m.progBar->setValue(0);
+    m.setBusy(false);
+    m.UpdateCaption(QStringLiteral("5"));
+    m_listing = false;
+    m.lstGroupsView->setEnabled(true);
+    return notFetched;
+}

@@ -1,0 +1,22 @@
+#pragma once
+#include <QObject>
+
+class frmMain;
+
+// Listing the messages of the current group: from the group's cache file or from the server.
+class MessageList : public QObject {
+    Q_OBJECT
+public:
+    explicit MessageList(frmMain &m);
+
+    // Fills the grid with the messages of CurrentGroup. Returns notFetched: false only when the
+    // list was fetched from the server, the fetch completed and at least one message was listed.
+    bool ListMessages(bool useCache);
+    bool listingInProgress() const { return m_listing; }
+    QString cacheFile() const;
+
+private:
+    void addHeaderRows();          // drains the transport's collection into the grid
+    frmMain &m;
+    bool m_listing = false;
+};

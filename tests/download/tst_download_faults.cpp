@@ -1,0 +1,161 @@
+// Downloading against a scripted server: failures in the middle of a set, and what one fetched
+// article leaves for the message viewer.
+#include "app/frmMain.h"
+#include "download/Downloader.h"
+#include "messages/MessageGrid.h"
+#include "news/Session.h"
+#include "support/ScriptedNntpServer.h"
+#include "ui/ItemList.h"
+#include "ui/Prompter.h"
+
+#include <QAction>
+#include <QItemSelectionModel>
+#include <QTableView>
+#include <QtTest>
+
+namespace {
+
+QByteArray article(int n, const QByteArray &subject, const QByteArray &body)
+{
+    return "220 " + QByteArray::number(n) + " <a" + QByteArray::number(n) + "@x> article\r\nFrom: a@b\r\nSubject: " + subject
+           + "\r\nMessage-ID: <a" + QByteArray::number(n) + "@x>\r\n\r\n" + body + ".\r\n";
+}
+
+// parts of a 3-part yEnc set of the bytes "abcdef..." (two bytes per part)
+QByteArray yencPart(int k)
+{
+    QByteArray data;
+    for (int i = 0; i < 2; ++i)
+        data += char('a' + (k - 1) * 2 + i + 42);
+    return "=ybegin part=" + QByteArray::number(k) + " total=3 line=128 size=6 name=set.bin\r\n=ypart begin="
+           + QByteArray::number((k - 1) * 2 + 1) + " end=" + QByteArray::number(k * 2) + "\r\n" + data + "\r\n=yend size=2 part="
+           + QByteArray::number(k) + "\r\n";
+}
+
+} // namespace
+
+class TestDownloadFaults : public QObject {
+    Q_OBJECT
+
+    struct Fixture {
+        ScriptedNntpServer srv;
+        ScriptedPrompter p;
+        frmMain w{&p, frmMain::Options{false, true}};
+        QTemporaryDir dest;
+        QSet<int> failing;    // ARTICLE numbers answered with a server fault
+        Fixture()
+        {
+            w.opt.NNTPServer = srv.address();
+            w.opt.Timeout = 10;
+            w.opt.DestDir = dest.path() + QLatin1Char('/');
+            srv.respond = [this, base = srv.respond](const QByteArray &cmd) -> QByteArray {
+                const QList<QByteArray> f = cmd.split(' ');
+                if (f[0] == "GROUP")
+                    return "211 9 1 9 " + f.value(1) + "\r\n";
+                if (f[0] != "ARTICLE")
+                    return base(cmd);
+                const int n = f.value(1).toInt();
+                if (failing.contains(n))
+                    return "503 program fault\r\n";
+                if (n >= 1 && n <= 3)
+                    return article(n, "my set yEnc (" + QByteArray::number(n) + "/3)", yencPart(n));
+                if (n == 5)
+                    return article(5, "plain", "Hello\r\n..dotted line\r\nWorld\r\n");
+                if (n == 6)
+                    return article(6, "pic", "  Look at this  \r\n=ybegin line=128 size=1 name=p.gif\r\nk\r\n=yend size=1\r\n");
+                return "430 no such article\r\n";
+            };
+            w.session->NNTP_Connect(false);     // connected, as a listing leaves it
+            w.S.CurrentGroup = QStringLiteral("alt.test");
+            w.grid->ResizeGrid();
+            w.grid->SetRows(5);
+            for (int k = 1; k <= 3; ++k)
+                w.grid->setRowCells(k, {QString::number(4 - k), {}, QStringLiteral("my set yEnc (%1/3)").arg(4 - k)});
+        }
+        QStringList files() const { return QDir(dest.path()).entryList(QDir::Files | QDir::Hidden); }
+        void downloadRow(int r)
+        {
+            w.MSHResults->selectionModel()->select(w.grid->index(r - 1, 0), QItemSelectionModel::ClearAndSelect | QItemSelectionModel::Rows);
+            w.action(QStringLiteral("menuDownload"))->trigger();
+        }
+    };
+
+private slots:
+    void completeSetFromAScriptedServer()
+    {
+        Fixture x;
+        x.downloadRow(2);
+        QCOMPARE(x.files(), QStringList{QStringLiteral("set.bin")});
+        QFile f(x.dest.path() + QStringLiteral("/set.bin"));
+        QVERIFY(f.open(QIODevice::ReadOnly));
+        QCOMPARE(f.readAll(), QByteArray("abcdef"));
+        QVERIFY(x.srv.sawCommand("GROUP alt.test"));   // the listing's group is selected first
+        QCOMPARE(x.w.S.TempFileName, QString());
+    }
+
+    void allRowsOfASetDownloadItOnce()
+    {
+        Fixture x;
+        QItemSelectionModel *sel = x.w.MSHResults->selectionModel();
+        for (int r = 1; r <= 3; ++r)
+            sel->select(x.w.grid->index(r - 1, 0), QItemSelectionModel::Select | QItemSelectionModel::Rows);
+        x.w.action(QStringLiteral("menuDownload"))->trigger();
+        QCOMPARE(x.files(), QStringList{QStringLiteral("set.bin")});
+        int fetches = 0;
+        for (const QByteArray &cmd : x.srv.commands)
+            fetches += cmd.startsWith("ARTICLE");
+        QCOMPARE(fetches, 3);
+        QCOMPARE(x.w.status(1), QStringLiteral("Previously Downloaded"));
+    }
+
+    void oneRunAtATime()
+    {
+        Fixture x;
+        x.w.S.DownloadBusy = true;
+        x.w.action(QStringLiteral("menuDownloadAll"))->trigger();
+        QCOMPARE(x.w.status(2), QStringLiteral("Please wait until current transaction is finished"));
+        x.w.setStatus(2, QString());
+        x.w.downloader->DownloadRows(-1);
+        QCOMPARE(x.w.status(2), QStringLiteral("Please wait until current transaction is finished"));
+        QVERIFY(!x.srv.sawCommand("ARTICLE"));
+        QCOMPARE(x.files(), QStringList());
+    }
+
+    void serverFaultInTheMiddleOfASet()
+    {
+        Fixture x;
+        x.failing.insert(2);
+        x.downloadRow(1);
+        QCOMPARE(x.w.status(1), QStringLiteral("Error retrieving message."));
+        QVERIFY(x.w.S.TransportError != 0);
+        QCOMPARE(x.files(), QStringList());     // nothing decoded, the temporary file is gone
+        QVERIFY(!x.srv.sawCommand("ARTICLE 3"));  // the set stopped at the failing part
+        QVERIFY(!x.w.S.DownloadBusy);
+        QCOMPARE(x.w.lstFiles->count(), 0);
+    }
+
+    void whatOneArticleLeavesForTheViewer()
+    {
+        Fixture x;
+        Downloader *d = x.w.downloader;
+        d->NNTP_DownloadMessage(5);
+        QCOMPARE(x.w.S.TransportError, 0);
+        // the transport has already undone the dot doubling; it is not undone twice
+        QCOMPARE(x.w.S.MessageText, QStringLiteral("Hello\r\n.dotted line\r\nWorld\r\n"));
+        QVERIFY(x.w.S.AttachmentName.isEmpty());
+
+        d->NNTP_DownloadMessage(6);
+        QCOMPARE(x.w.S.MessageText, QStringLiteral("Look at this{binary attachment}"));
+        QVERIFY(x.w.S.IsYenc);
+        QCOMPARE(x.w.S.AttachmentName, QStringLiteral("p.gif"));
+        QCOMPARE(x.files(), QStringList());     // showing a message writes no file
+
+        d->NNTP_DownloadMessage(8);
+        QCOMPARE(x.w.S.MessageText, QStringLiteral("Message no longer available on server."));
+        QCOMPARE(x.w.status(1), QStringLiteral("Message no longer available on server."));
+        QCOMPARE(x.w.S.TransportError, -1);
+    }
+};
+
+QTEST_MAIN(TestDownloadFaults)
+#include "tst_download_faults.moc"

@@ -1,0 +1,90 @@
+#pragma once
+// Bodies of the decoder fuzz targets, shared by the libFuzzer entry points and
+// by the replay driver that runs in ordinary builds.
+
+#include <cstdint>
+#include <cstdlib>
+#include <cstring>
+#include <vector>
+
+#include "download/decoder/Decoders.h"
+#include "download/decoder/YencKernel.h"
+
+namespace fuzz {
+
+// Takes the decoded bytes without keeping them (reading each, so ASan checks
+// the range), but insists on sane offsets. Huge announced sizes cost nothing.
+class CheckingSink : public decoder::OutputSink
+{
+public:
+    bool writeAt(qint64 offset, const char *data, qint64 len) override
+    {
+        if (offset < 0 || len < 0)
+            abort();
+        if (offset + len > (qint64(1) << 42))
+            return false;
+        for (qint64 i = 0; i < len; ++i)
+            sum += uint8_t(data[i]);
+        total += len;
+        return true;
+    }
+    QString errorString() const override { return QStringLiteral("too far"); }
+    uint64_t sum = 0;
+    qint64 total = 0;
+};
+
+// Every kernel must give the scalar kernel's bytes, whole and split anywhere.
+inline void checkKernels(const uint8_t *d, size_t n)
+{
+    if (n == 0)
+        return;
+    const size_t cut = size_t(d[0]) * 7 % (n + 1);
+    for (bool dots : {false, true}) {
+        std::vector<uint8_t> want(n), got(n);
+        yenc::DecodeState s0;
+        const size_t wn = yenc::decodeWith(yenc::Kernel::Scalar, d, n, want.data(), s0, dots);
+        for (yenc::Kernel k : {yenc::Kernel::Sse2, yenc::Kernel::Ssse3, yenc::Kernel::Avx2}) {
+            if (!yenc::kernelSupported(k))
+                continue;
+            yenc::DecodeState s;
+            size_t gn = yenc::decodeWith(k, d, cut, got.data(), s, dots);
+            gn += yenc::decodeWith(k, d + cut, n - cut, got.data() + gn, s, dots);
+            if (gn != wn || memcmp(got.data(), want.data(), wn) != 0 || s.escape != s0.escape ||
+                s.lineStart != s0.lineStart)
+                abort();
+        }
+    }
+}
+
+inline int fuzzYenc(const uint8_t *d, size_t n)
+{
+    checkKernels(d, n);
+    CheckingSink sink;
+    const decoder::DecodeResult r = decoder::decodeYenc(reinterpret_cast<const char *>(d), qint64(n), sink);
+    if (r.error == decoder::NoError && !r.problems.isEmpty())
+        abort(); // a fine result never carries problems
+    return 0;
+}
+
+inline int fuzzUu(const uint8_t *d, size_t n)
+{
+    CheckingSink sink;
+    const decoder::DecodeResult r = decoder::decodeUuencode(reinterpret_cast<const char *>(d), qint64(n), sink);
+    // each uuencoded line gives at most 63 bytes for its 2+ characters
+    if (sink.total > qint64(n) * 32)
+        abort();
+    (void)r;
+    return 0;
+}
+
+inline int fuzzMime(const uint8_t *d, size_t n)
+{
+    CheckingSink sink;
+    const decoder::DecodeResult r = decoder::decodeMime(reinterpret_cast<const char *>(d), qint64(n), sink);
+    if (sink.total > qint64(n))
+        abort(); // decoding never grows the text
+    (void)r;
+    return 0;
+}
+
+} // namespace fuzz

@@ -1,0 +1,145 @@
+#include "app/frmMain.h"
+#include "groups/GroupList.h"
+#include "messages/GridController.h"
+#include "messages/HeaderRows.h"
+#include "messages/MessageCache.h"
+#include "messages/MessageGrid.h"
+#include "news/transport/NewsMessage.h"
+#include "ui/ItemList.h"
+#include "ui/Prompter.h"
+
+#include <QFile>
+#include <QTableView>
+#include <QTemporaryDir>
+#include <QtTest>
+
+using namespace listing;
+
+class TstListingRules : public QObject {
+    Q_OBJECT
+private slots:
+    void normaliseDateTable_data()
+    {
+        QTest::addColumn<QString>("raw");
+        QTest::addColumn<QString>("cleaned");
+        QTest::addColumn<QString>("display");
+        QTest::addColumn<QString>("sort");
+        QTest::newRow("minus") << "Mon, 16 Nov 2003 21:54:12 -0500" << "16 Nov 2003 21:54:12" << "11/16/2003" << "2003/11/16 21:54:12";
+        QTest::newRow("gmt") << "Sun, 2 Mar 2003 07:05:00 GMT" << "2 Mar 2003 07:05:00" << "03/02/2003" << "2003/03/02 07:05:00";
+        QTest::newRow("plus") << "2 Mar 2003 07:05:00 +0100" << "2 Mar 2003 07:05:00" << "03/02/2003" << "2003/03/02 07:05:00";
+        QTest::newRow("est") << "Tue, 1 Apr 2003 10:00:00 EST" << "1 Apr 2003 10:00:00" << "04/01/2003" << "2003/04/01 10:00:00";
+        QTest::newRow("garbage") << "garbage" << "garbage" << "garbage" << "garbage";
+        QTest::newRow("dashes") << "16-Nov-2003 10:00:00" << "16" << "16" << "16";
+        QTest::newRow("double spaces") << "Mon,  3 Mar 2003 10:00:00 -0800" << "3 Mar 2003 10:00:00" << "03/03/2003" << "2003/03/03 10:00:00";
+        QTest::newRow("inn utc") << "Mon, 23 Nov 2026 07:35:18 -0000 (UTC)" << "23 Nov 2026 07:35:18" << "11/23/2026" << "2026/11/23 07:35:18";
+    }
+    void normaliseDateTable()
+    {
+        QFETCH(QString, raw);
+        QFETCH(QString, cleaned);
+        QFETCH(QString, display);
+        QFETCH(QString, sort);
+        QCOMPARE(NormaliseDate(raw), cleaned);
+        const auto f = formatDate(NormaliseDate(raw));
+        QCOMPARE(f.first, display);
+        QCOMPARE(f.second, sort);
+    }
+
+    void threeSpacesBecomeTwo()
+    {
+        QCOMPARE(NormaliseDate(QStringLiteral("a   b")), QStringLiteral("a  b"));
+    }
+
+    void recordRules()
+    {
+        const QList<NewsTransportHeader> h = {
+            {"Subject", "first"}, {"from", "lower case is ignored"}, {"From", "A <a@example.org>"},
+            {"Author", "B <b@example.org>"}, {"Subject", "second wins"}, {"Message-ID", "<id@x>"},
+            {"Path", "a!b"}, {"References", "<r@x>"}, {"Xref", "ignored"}};
+        const QStringList c = rowCells(42, h);
+        QCOMPARE(c.size(), 9);
+        QCOMPARE(c[0], QStringLiteral("42"));
+        QCOMPARE(c[1], QString());                 // no Date
+        QCOMPARE(c[2], QStringLiteral("second wins"));
+        QCOMPARE(c[3], QStringLiteral("B <b@example.org>"));
+        QCOMPARE(c[4], QStringLiteral("a!b"));
+        QCOMPARE(c[5], QStringLiteral("<id@x>"));
+        QCOMPARE(c[6], QStringLiteral("<id@x>"));  // sorts by its Message-ID
+        QCOMPARE(c[7], QStringLiteral("<r@x>"));
+        QCOMPARE(rowCells(7, {})[6], QString());
+    }
+
+    void cacheLinesRoundTripAndSkipNonMessages()
+    {
+        MessageGrid g;
+        g.SetRows(1);
+        g.appendRow({"10", "11/16/2003", "subj \xc3\xa4", "from", "path", "<id>", "2003/11/16 21:54:12", "<ref>", "256"});
+        g.appendRow({"11", "", "no date", "", "", "<x>", "<x>", ""});
+        g.appendRow({});   // the empty row that ends a listing
+        QTemporaryDir dir;
+        const QString path = dir.filePath("cache.tmp");
+        QVERIFY(writeMessageCache(path, g));
+        QFile f(path);
+        QVERIFY(f.open(QIODevice::ReadOnly));
+        const QList<QByteArray> lines = f.readAll().split('\n');
+        QCOMPARE(lines[0].count('\x7f'), 8);
+        QVERIFY(lines[0].endsWith('\x7f'));
+        QCOMPARE(lines[2], QByteArray(8, '\x7f'));   // the empty row: skipped when read
+        QVector<QByteArray> rows;
+        QVERIFY(readMessageCache(path, rows));
+        QCOMPARE(rows.size(), 2);
+        QCOMPARE(MessageGrid::cellOf(rows[0], 2), QByteArray("subj \xc3\xa4"));
+        QCOMPARE(MessageGrid::cellOf(rows[0], 8), QByteArray());   // the mark is not cached
+        QCOMPARE(MessageGrid::cellOf(rows[1], 6), QByteArray("<x>"));
+    }
+
+    void cleanNewsGroupAndItems()
+    {
+        QCOMPARE(GroupList::CleanNewsGroup(ItemList::marked('1', "alt.test (12)")), QStringLiteral("alt.test"));
+        QCOMPARE(GroupList::CleanNewsGroup("alt.test (0)"), QStringLiteral("alt.test"));
+        QCOMPARE(GroupList::groupItem("a.b", 1, 1), QStringLiteral("a.b (0)"));
+        QCOMPARE(GroupList::groupItem("a.b", 5, 17), ItemList::marked('1', "a.b (12)"));
+    }
+
+    void headingSortTogglesAndFindLooksAtFourColumns()
+    {
+        ScriptedPrompter p;
+        frmMain w(&p, frmMain::Options{false, true});
+        GridController *gc = w.gridControl;
+        // an empty grid: nothing to sort
+        gc->headingClicked(2);
+        QCOMPARE(w.grid->Rows(), 2);
+        w.grid->SetRows(1);
+        w.grid->appendRow({"99", "01/02/2003", "Beta date", "x@y", "only.in.path", "<only-in-id>", "2003/01/02 00:00:00", ""});
+        w.grid->appendRow({"100", "01/01/2003", "alpha", "DATE keeper <d@y>", "p", "<i>", "2003/01/01 00:00:00", ""});
+        w.grid->appendRow({"5", "02/01/2003", "gamma", "z@y", "p", "<j>", "2003/02/01 00:00:00", ""});
+        w.show();
+        // the click on the empty grid already made the order ascending: this one is descending
+        gc->headingClicked(0);   // as text: 99, 5, 100
+        QCOMPARE(w.grid->cell(1, 0), QStringLiteral("99"));
+        QCOMPARE(w.grid->cell(3, 0), QStringLiteral("100"));
+        gc->headingClicked(2);   // ascending on any column, ignoring case
+        QCOMPARE(w.grid->cell(1, 2), QStringLiteral("alpha"));
+        QCOMPARE(w.grid->cell(2, 2), QStringLiteral("Beta date"));
+        gc->headingClicked(2);   // descending again
+        QCOMPARE(w.grid->cell(1, 2), QStringLiteral("gamma"));
+        gc->headingClicked(0);   // ascending: 100, 5, 99
+        QCOMPARE(w.grid->cell(1, 0), QStringLiteral("100"));
+        QCOMPARE(w.grid->cell(3, 0), QStringLiteral("99"));
+
+        w.MSHResults->setFocus();
+        // rows now: 100 (sender DATE keeper), 5, 99 (subject Beta date)
+        QVERIFY(gc->FindText("date", true));
+        QCOMPARE(gc->currentRow(), 1);
+        QVERIFY(gc->FindText("date", false));
+        QCOMPARE(gc->currentRow(), 3);
+        p.clear();
+        QVERIFY(!gc->FindText("date", false));
+        QCOMPARE(p.texts(), QStringList{"Not Found"});
+        QVERIFY(!gc->FindText("only.in.path", true));
+        QVERIFY(!gc->FindText("only-in-id", true));
+    }
+};
+
+QTEST_MAIN(TstListingRules)
+#include "tst_listing_rules.moc"
