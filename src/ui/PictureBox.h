@@ -1,0 +1,40 @@
+#pragma once
+#include <QImage>
+#include <QLabel>
+#include <QString>
+
+// A picture display that keeps the whole picture visible: it is scaled down (never up past
+// twice its size) to the box, keeping its proportions, and follows the box when it is resized.
+class PictureBox : public QLabel {
+    Q_OBJECT
+public:
+    explicit PictureBox(QWidget *parent = nullptr);
+
+    // Loads the file; false (and an empty box) when it is not a picture Qt can read.
+    bool setPicture(const QString &path);
+    void setImage(const QImage &image, const QString &path);
+    void clearPicture();
+    bool hasPicture() const { return !m_image.isNull(); }
+    QString picturePath() const { return m_path; }
+    QImage image() const { return m_image; }
+
+    // Reads a picture file; very large pictures are read at a reduced size so that a preview
+    // never holds hundreds of megabytes.
+    static QImage loadPicture(const QString &path);
+    // The picture scaled to fit into size with its proportions kept.
+    static QPixmap fitted(const QImage &image, const QSize &size);
+
+signals:
+    void clicked();
+    void doubleClicked();
+
+protected:
+    void resizeEvent(QResizeEvent *event) override;
+    void mouseReleaseEvent(QMouseEvent *event) override;
+    void mouseDoubleClickEvent(QMouseEvent *event) override;
+
+private:
+    void refit();
+    QImage m_image;
+    QString m_path;
+};
