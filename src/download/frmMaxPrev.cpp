@@ -22,6 +22,7 @@ frmMaxPrev::frmMaxPrev(frmMain &main) : QWidget(&main, Qt::Window), m(main)
     m_picture = new PictureBox(this);
     m_picture->setObjectName(QStringLiteral("lPicture"));
     m_picture->setFocusPolicy(Qt::StrongFocus);
+    m_picture->setUpscale(true);   // the picture fills the window
     m_picture->installEventFilter(this);
     l->addWidget(m_picture);
     setFocusProxy(m_picture);

@@ -26,12 +26,12 @@ QImage PictureBox::loadPicture(const QString &path)
     return reader.read();
 }
 
-QPixmap PictureBox::fitted(const QImage &image, const QSize &size)
+QPixmap PictureBox::fitted(const QImage &image, const QSize &size, bool upscale)
 {
     if (image.isNull() || size.isEmpty())
         return QPixmap();
     QSize target = image.size();
-    if (target.width() > size.width() || target.height() > size.height())
+    if (upscale || target.width() > size.width() || target.height() > size.height())
         target = target.scaled(size, Qt::KeepAspectRatio);
     if (target == image.size())
         return QPixmap::fromImage(image);
@@ -65,7 +65,7 @@ void PictureBox::refit()
         clear();
         return;
     }
-    setPixmap(fitted(m_image, contentsRect().size()));
+    setPixmap(fitted(m_image, contentsRect().size(), m_upscale));
 }
 
 void PictureBox::resizeEvent(QResizeEvent *event)

@@ -3,8 +3,8 @@
 #include <QLabel>
 #include <QString>
 
-// A picture display that keeps the whole picture visible: it is scaled down (never up past
-// twice its size) to the box, keeping its proportions, and follows the box when it is resized.
+// A picture display that keeps the whole picture visible: it is scaled down to the box (and, with
+// upscaling on, up to fill it), keeping its proportions, and follows the box when it is resized.
 class PictureBox : public QLabel {
     Q_OBJECT
 public:
@@ -14,6 +14,7 @@ public:
     bool setPicture(const QString &path);
     void setImage(const QImage &image, const QString &path);
     void clearPicture();
+    void setUpscale(bool on) { m_upscale = on; }
     bool hasPicture() const { return !m_image.isNull(); }
     QString picturePath() const { return m_path; }
     QImage image() const { return m_image; }
@@ -22,7 +23,7 @@ public:
     // never holds hundreds of megabytes.
     static QImage loadPicture(const QString &path);
     // The picture scaled to fit into size with its proportions kept.
-    static QPixmap fitted(const QImage &image, const QSize &size);
+    static QPixmap fitted(const QImage &image, const QSize &size, bool upscale = false);
 
 signals:
     void clicked();
@@ -37,4 +38,5 @@ private:
     void refit();
     QImage m_image;
     QString m_path;
+    bool m_upscale = false;
 };
