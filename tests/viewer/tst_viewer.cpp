@@ -5,6 +5,8 @@
 #include "download/frmMaxPrev.h"
 #include "messages/MessageGrid.h"
 #include "news/Session.h"
+#include "post/Poster.h"
+#include "post/frmPostMsg.h"
 #include "support/ScriptedNntpServer.h"
 #include "ui/ItemList.h"
 #include "ui/PictureBox.h"
@@ -450,11 +452,31 @@ private slots:
         QVERIFY(x.w.action(QStringLiteral("menuView"))->isEnabled());
     }
 
-    void replyFollowsThePostWindow()
+    void replyQuotesTheFirstHundredCharacters()
     {
         Fixture x;
-        x.open(1);
-        QVERIFY(x.v()->action(QStringLiteral("menuReply"))->isEnabled());   // the post window exists
+        x.w.store().save(QStringLiteral("Signature"), QStringLiteral("-- Ann"));
+        x.w.UpdateCaption(QStringLiteral("1"));   // a message listing is shown
+        x.w.show();
+        x.open(4);
+        frmMessage *v = x.v();
+        QVERIFY(QTest::qWaitForWindowActive(v));
+        QAction *reply = v->action(QStringLiteral("menuReply"));
+        QVERIFY(reply->isEnabled());   // the post window is there to write it in
+        reply->trigger();
+        QVERIFY(x.p.asked.isEmpty());
+        frmPostMsg *post = x.w.poster->window();
+        QVERIFY(post && post->isVisible());
+        QCOMPARE(post->ReplyMode, 1);
+        QCOMPARE(post->txtSubject->text(), QStringLiteral("Re : long"));
+        QCOMPARE(post->txtMessage->toPlainText(),
+                 QStringLiteral("\n\n-- Ann\n") + QString(40, QLatin1Char('-')) + QLatin1Char('\n') + QString(100, QLatin1Char('a')));
+        // the viewer stays open while its reply is written
+        post->activateWindow();
+        QTRY_VERIFY(post->isActiveWindow());
+        QVERIFY(!v->isActiveWindow());
+        QVERIFY(v->isVisible());
+        post->close();
     }
 
     void refusedWhileATransactionRuns()
