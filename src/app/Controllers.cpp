@@ -1,5 +1,6 @@
 #include "app/frmMain.h"
 #include "download/Downloader.h"
+#include "download/SavedFiles.h"
 #include "groups/Favorites.h"
 #include "groups/GroupList.h"
 #include "messages/GridController.h"
@@ -7,6 +8,7 @@
 #include "news/Session.h"
 #include "post/Poster.h"
 #include "servers/ServerList.h"
+#include "viewer/Viewer.h"
 
 // Each area of the program attaches itself here: it creates its object (parented to the main
 // window), wires its commands with wireCommand() and connects to the lists it serves.
@@ -21,4 +23,6 @@ void frmMain::createControllers()
     downloader = new Downloader(*this);
     favorites = new Favorites(*this);
     poster = new Poster(*this);
+    savedFiles = new SavedFiles(*this);
+    viewer = new Viewer(*this);
 }

@@ -1,0 +1,503 @@
+// The message viewer against a scripted news server: text messages, picture attachments with
+// preview on and off, stepping through the grid, the text limit, printing, copying and mail.
+#include "app/frmMain.h"
+#include "download/SavedFiles.h"
+#include "download/frmMaxPrev.h"
+#include "messages/MessageGrid.h"
+#include "news/Session.h"
+#include "post/Poster.h"
+#include "post/frmPostMsg.h"
+#include "support/ScriptedNntpServer.h"
+#include "ui/ItemList.h"
+#include "ui/PictureBox.h"
+#include "ui/Prompter.h"
+#include "viewer/Viewer.h"
+#include "viewer/frmMessage.h"
+
+#include <QAction>
+#include <QBuffer>
+#include <QClipboard>
+#include <QDesktopServices>
+#include <QGroupBox>
+#include <QLabel>
+#include <QLineEdit>
+#include <QMenuBar>
+#include <QPlainTextEdit>
+#include <QPrinter>
+#include <QTableView>
+#include <QtTest>
+
+namespace {
+
+// Dot-stuffs the body as a server sends it.
+QByteArray article(qint64 n, const QByteArray &subject, const QByteArray &body)
+{
+    QByteArray stuffed;
+    for (const QByteArray &line : body.split('\n')) {
+        if (line.startsWith('.'))
+            stuffed += '.';
+        stuffed += line + '\n';
+    }
+    stuffed.chop(1);
+    return "220 " + QByteArray::number(n) + " <m" + QByteArray::number(n) + "@x> article\r\nFrom: Ann <ann@example.org>\r\nSubject: "
+           + subject + "\r\nMessage-ID: <m" + QByteArray::number(n) + "@x>\r\n\r\n" + stuffed + ".\r\n";
+}
+
+QByteArray yencode(const QByteArray &data, const QByteArray &name)
+{
+    QByteArray out = "=ybegin line=128 size=" + QByteArray::number(data.size()) + " name=" + name + "\r\n";
+    int col = 0;
+    for (char ch : data) {
+        const uchar o = uchar(uchar(ch) + 42);
+        if (o == 0 || o == '\n' || o == '\r' || o == '=' || o == '.' || o == '\t' || o == ' ') {
+            out += '=';
+            out += char(uchar(o + 64));
+            col += 2;
+        } else {
+            out += char(o);
+            ++col;
+        }
+        if (col >= 128) {
+            out += "\r\n";
+            col = 0;
+        }
+    }
+    if (col)
+        out += "\r\n";
+    return out + "=yend size=" + QByteArray::number(data.size()) + "\r\n";
+}
+
+QByteArray uuencode(const QByteArray &data, const QByteArray &name)
+{
+    auto enc = [](int v) { return char(v ? v + 32 : '`'); };
+    QByteArray out = "begin 644 " + name + "\r\n";
+    for (qsizetype i = 0; i < data.size(); i += 45) {
+        const QByteArray chunk = data.mid(i, 45);
+        out += enc(int(chunk.size()));
+        for (qsizetype j = 0; j < chunk.size(); j += 3) {
+            const uchar a = uchar(chunk[j]), b = j + 1 < chunk.size() ? uchar(chunk[j + 1]) : 0,
+                        c = j + 2 < chunk.size() ? uchar(chunk[j + 2]) : 0;
+            out += enc(a >> 2);
+            out += enc(((a & 3) << 4) | (b >> 4));
+            out += enc(((b & 15) << 2) | (c >> 6));
+            out += enc(c & 63);
+        }
+        out += "\r\n";
+    }
+    return out + "`\r\nend\r\n";
+}
+
+QByteArray picture(QColor color)
+{
+    QImage img(24, 16, QImage::Format_RGB32);
+    img.fill(color);
+    QByteArray bytes;
+    QBuffer buf(&bytes);
+    buf.open(QIODevice::WriteOnly);
+    img.save(&buf, "BMP");
+    return bytes;
+}
+
+// A message text of exactly length characters: one long line and its CR LF.
+QByteArray text(int length)
+{
+    return QByteArray(length - 2, 'a') + "\r\n";
+}
+
+} // namespace
+
+class UrlRecorder : public QObject {
+    Q_OBJECT
+public:
+    QList<QUrl> urls;
+public slots:
+    void open(const QUrl &url) { urls << url; }
+};
+
+class TstViewer : public QObject {
+    Q_OBJECT
+
+    struct Fixture {
+        ScriptedNntpServer srv;
+        ScriptedPrompter p;
+        frmMain w{&p, frmMain::Options{false, true}};
+        QTemporaryDir dest;
+        QByteArray red = picture(Qt::red);
+        QByteArray blue = picture(Qt::blue);
+        QMap<qint64, QByteArray> articles;
+        Fixture()
+        {
+            articles[11] = article(11, "Hello there", "First line\r\nsecond line\r\n");
+            articles[12] = article(12, "red picture", "Look at this  \r\n" + yencode(red, "pic.bmp"));
+            articles[13] = article(13, "blue picture", "Blue one\r\n" + uuencode(blue, "blue.bmp"));
+            articles[14] = article(14, "long", text(9999));
+            articles[15] = article(15, "longer", text(10000));
+            articles[16] = article(16, "longest", text(12345));
+            articles[17] = article(17, "broken picture", "=ybegin line=128 size=50 name=bad.bmp\r\nabc\r\n=yend size=50\r\n");
+            w.opt.NNTPServer = srv.address();
+            w.opt.Timeout = 10;
+            w.opt.DestDir = dest.path() + QLatin1Char('/');
+            srv.respond = [this, base = srv.respond](const QByteArray &cmd) -> QByteArray {
+                const QList<QByteArray> f = cmd.split(' ');
+                if (f[0] == "GROUP")
+                    return "211 9 11 19 " + f.value(1) + "\r\n";
+                if (f[0] != "ARTICLE")
+                    return base(cmd);
+                return articles.value(f.value(1).toLongLong(), "430 no such article\r\n");
+            };
+            w.session->NNTP_Connect(false);
+            w.S.CurrentGroup = QStringLiteral("alt.test");
+            w.grid->ResizeGrid();
+            const QStringList subjects = {"Hello there", "red picture", "blue picture", "long", "longer", "longest", "broken picture", "gone"};
+            w.grid->SetRows(int(subjects.size()) + 2);   // the message rows and the empty last row
+            for (int i = 0; i < subjects.size(); ++i)
+                w.grid->setRowCells(i + 1, {QString::number(11 + i), QStringLiteral("11/2%1/2026").arg(i), subjects[i],
+                                   QStringLiteral("Ann <ann@example.org>"), QStringLiteral("x!y"),
+                                   QStringLiteral("<m%1@x>").arg(11 + i), QString(), QString()});
+        }
+        frmMessage *v() const { return w.viewer->window(); }
+        void open(int row)
+        {
+            w.MSHResults->selectionModel()->setCurrentIndex(w.grid->index(row - 1, 0),
+                                                           QItemSelectionModel::ClearAndSelect | QItemSelectionModel::Rows);
+            w.viewer->msgActivate();
+        }
+        QStringList files() const { return QDir(dest.path()).entryList(QDir::Files | QDir::Hidden); }
+        QString path(const QString &name) const { return dest.path() + QLatin1Char('/') + name; }
+        int fetches() const
+        {
+            int n = 0;
+            for (const QByteArray &c : srv.commands)
+                n += c.startsWith("ARTICLE");
+            return n;
+        }
+        QByteArray fileBytes(const QString &name) const
+        {
+            QFile f(path(name));
+            return f.open(QIODevice::ReadOnly) ? f.readAll() : QByteArray();
+        }
+    };
+
+private slots:
+    void init() { QFile::remove(SettingsStore().fileName()); }
+
+    void textMessage()
+    {
+        Fixture x;
+        QFile old(x.path(QStringLiteral("~image2.tmp")));
+        QVERIFY(old.open(QIODevice::WriteOnly));
+        old.write("an old picture");
+        old.close();
+
+        x.open(1);
+        frmMessage *v = x.v();
+        QVERIFY(v && v->isVisible() && v->ViewerShown);
+        QVERIFY(x.srv.sawCommand("ARTICLE 11"));
+        QCOMPARE(v->ViewArticleNumber, 11);
+        QCOMPARE(v->txtTitle->text(), QStringLiteral("Hello there"));
+        QCOMPARE(v->txtDate->text(), QStringLiteral("11/20/2026"));
+        QCOMPARE(v->txtEmail->text(), QStringLiteral("Ann <ann@example.org>"));
+        QCOMPARE(v->txtMsgBody->toPlainText(), QStringLiteral("First line\nsecond line\n"));
+        QCOMPARE(v->frameBody->title(), QStringLiteral("Message Contents"));
+        QCOMPARE(x.w.status(1), QStringLiteral("Done"));
+        QCOMPARE(x.w.status(2), QString());
+        QVERIFY(v->Image1->isHidden());
+        // the old picture is gone and the article's part file too
+        QCOMPARE(x.files(), QStringList());
+        QVERIFY(x.w.S.TempFileName.isEmpty());
+        QVERIFY(x.w.MSHResults->isEnabled());
+        // the message commands stay off while the viewer is open, and come back when it closes
+        QVERIFY(!x.w.action(QStringLiteral("menuView"))->isEnabled());
+        QVERIFY(!x.w.action(QStringLiteral("menuDownload"))->isEnabled());
+        QVERIFY(v->txtTitle->isReadOnly() && v->txtMsgBody->isReadOnly());
+        QTest::keyClick(v->txtMsgBody, Qt::Key_Escape);
+        QVERIFY(!v->isVisible());
+        QVERIFY(!v->ViewerShown);
+        QVERIFY(x.w.action(QStringLiteral("menuView"))->isEnabled());
+        QVERIFY(x.w.action(QStringLiteral("menuDownload"))->isEnabled());
+        QVERIFY(x.w.store().contains(QStringLiteral("MWidth")));
+    }
+
+    void pictureWithPreviewOn()
+    {
+        Fixture x;
+        // a file the user saved under the attachment's name is never touched by viewing
+        QFile mine(x.path(QStringLiteral("pic.bmp")));
+        QVERIFY(mine.open(QIODevice::WriteOnly));
+        mine.write("mine");
+        mine.close();
+
+        x.open(2);
+        frmMessage *v = x.v();
+        QCOMPARE(x.w.S.TransportError, 0);
+        QCOMPARE(v->txtMsgBody->toPlainText(), QStringLiteral("Look at this{binary attachment}"));
+        QCOMPARE(x.fileBytes(QStringLiteral("~image2.tmp")), x.red);
+        QCOMPARE(x.fileBytes(QStringLiteral("pic.bmp")), QByteArray("mine"));
+        QCOMPARE(x.files(), (QStringList{"pic.bmp", "~image2.tmp"}));   // no part file left
+        QVERIFY(v->Image1->isVisible());
+        QCOMPARE(v->Image1->image().pixelColor(2, 2), QColor(Qt::red));
+        QCOMPARE(x.w.savedFiles->previewPath(), x.path(QStringLiteral("~image2.tmp")));
+        QVERIFY(!x.w.Picture1->pixmap().isNull());
+        QCOMPARE(x.w.lstFiles->count(), 0);   // viewing saves nothing
+
+        // the next message replaces the picture; a click on it opens the large preview
+        x.open(3);
+        QCOMPARE(x.fileBytes(QStringLiteral("~image2.tmp")), x.blue);   // uuencoded this time
+        QCOMPARE(v->Image1->image().pixelColor(2, 2), QColor(Qt::blue));
+        QTest::mouseClick(v->Image1, Qt::LeftButton);
+        QVERIFY(x.w.action(QStringLiteral("menuPreviewL"))->isChecked());
+        QVERIFY(x.w.savedFiles->largePreview() && x.w.savedFiles->largePreview()->isVisible());
+
+        // and a text message afterwards deletes it and shows no picture
+        x.open(1);
+        QVERIFY(!QFile::exists(x.path(QStringLiteral("~image2.tmp"))));
+        QVERIFY(v->Image1->isHidden());
+    }
+
+    void pictureWithPreviewOff()
+    {
+        Fixture x;
+        x.w.action(QStringLiteral("menuPreview"))->trigger();
+        QVERIFY(!x.w.savedFiles->previewOn());
+        x.open(2);
+        frmMessage *v = x.v();
+        QCOMPARE(x.w.S.TransportError, 0);
+        QCOMPARE(x.fileBytes(QStringLiteral("~image2.tmp")), x.red);   // decoded and kept...
+        QVERIFY(v->Image1->isHidden());                                  // ...but not shown
+        QVERIFY(!v->Image1->hasPicture());
+        QVERIFY(x.w.Picture1->pixmap().isNull());
+    }
+
+    void aBrokenPictureLeavesTheTextAndNoFile()
+    {
+        Fixture x;
+        x.open(7);
+        frmMessage *v = x.v();
+        QVERIFY(v->isVisible());
+        QCOMPARE(v->txtMsgBody->toPlainText(), QStringLiteral("{binary attachment}"));
+        QCOMPARE(x.w.S.TransportError, -1);
+        QCOMPARE(x.files(), QStringList());   // neither a picture nor a damaged leftover
+        QVERIFY(v->Image1->isHidden());
+    }
+
+    void nextAndPreviousStopAtBothEnds()
+    {
+        Fixture x;
+        x.open(1);
+        frmMessage *v = x.v();
+        const int before = x.fetches();
+        v->action(QStringLiteral("menuPrevious"))->trigger();   // row 1: nothing
+        QCOMPARE(x.fetches(), before);
+        QCOMPARE(x.w.viewer->selectionEndRow(), 1);
+        v->action(QStringLiteral("menuNext"))->trigger();
+        QCOMPARE(x.w.viewer->selectionEndRow(), 2);
+        QVERIFY(x.srv.commands.last().startsWith("ARTICLE 12"));
+        QCOMPARE(v->txtTitle->text(), QStringLiteral("red picture"));
+        v->Previous();
+        QCOMPARE(v->txtTitle->text(), QStringLiteral("Hello there"));
+        QCOMPARE(x.w.viewer->selectionEndRow(), 1);
+
+        x.open(8);   // the last message row (its article is gone)
+        QCOMPARE(x.w.S.TransportError, -1);
+        QCOMPARE(v->txtTitle->text(), QStringLiteral("gone"));
+        const int atEnd = x.fetches();
+        v->Next();
+        QCOMPARE(x.fetches(), atEnd);
+        QCOMPARE(x.w.viewer->selectionEndRow(), 8);
+        v->Previous();
+        QCOMPARE(v->txtTitle->text(), QStringLiteral("broken picture"));
+        QVERIFY(x.w.store().contains(QStringLiteral("MTop")));   // Next and Previous keep the place
+    }
+
+    void aGoneMessageIsNotShown()
+    {
+        Fixture x;
+        x.open(8);
+        QCOMPARE(x.w.S.TransportError, -1);
+        QCOMPARE(x.w.status(1), QStringLiteral("Message no longer available on server."));
+        QVERIFY(!x.v()->isVisible());
+        QVERIFY(x.v()->txtMsgBody->toPlainText().isEmpty());
+        // the commands switched off for the opening are on again
+        QVERIFY(x.w.action(QStringLiteral("menuView"))->isEnabled());
+        QVERIFY(x.w.MSHResults->isEnabled());
+        QCOMPARE(x.files(), QStringList());
+    }
+
+    void theTextLimit()
+    {
+        Fixture x;
+        x.open(4);
+        frmMessage *v = x.v();
+        QCOMPARE(x.w.S.MessageText.size(), 9999);
+        QCOMPARE(v->txtMsgBody->toPlainText(), QString(9997, QLatin1Char('a')) + QLatin1Char('\n'));
+        QCOMPARE(v->frameBody->title(), QStringLiteral("Message Contents"));
+        x.open(5);
+        QCOMPARE(x.w.S.MessageText.size(), 10000);
+        QCOMPARE(v->txtMsgBody->toPlainText(), QString(9998, QLatin1Char('a')) + QLatin1Char('\n'));   // all of it
+        QCOMPARE(v->frameBody->title(), QStringLiteral("Message Contents (Partial)"));
+        x.open(6);
+        QCOMPARE(v->txtMsgBody->toPlainText(), QString(10000, QLatin1Char('a')));   // the first 10000
+        QCOMPARE(v->frameBody->title(), QStringLiteral("Message Contents (Partial)"));
+        x.open(1);
+        QCOMPARE(v->frameBody->title(), QStringLiteral("Message Contents"));
+    }
+
+    void copyWithAndWithoutSelection()
+    {
+        Fixture x;
+        x.open(1);
+        frmMessage *v = x.v();
+        QGuiApplication::clipboard()->setText(QStringLiteral("something else"));
+        v->action(QStringLiteral("menuCopy"))->trigger();
+        QCOMPARE(QGuiApplication::clipboard()->text(), QStringLiteral("First line\nsecond line\n"));
+
+        QTextCursor c = v->txtMsgBody->textCursor();
+        c.setPosition(6);
+        c.setPosition(15, QTextCursor::KeepAnchor);   // "line\nseco"
+        v->txtMsgBody->setTextCursor(c);
+        v->Copy();
+        QCOMPARE(QGuiApplication::clipboard()->text(), QStringLiteral("line\nseco"));
+    }
+
+    void printing()
+    {
+        Fixture x;
+        x.open(1);
+        frmMessage *v = x.v();
+        QCOMPARE(v->printText(), QStringLiteral("\n\n\nMessage Title : Hello there\n\nFirst line\nsecond line\n"));
+
+        v->printerFactory = [] { return std::unique_ptr<QPrinter>(); };   // no default printer
+        v->action(QStringLiteral("menuPrint"))->trigger();
+        QCOMPARE(x.p.texts(), QStringList{QStringLiteral("Error: Cannot Print.")});
+        QCOMPARE(x.p.asked[0].icon, Prompter::Critical);
+
+        x.p.clear();
+        const QString pdf = x.dest.path() + QStringLiteral("/out.pdf");
+        v->printerFactory = [pdf] {
+            auto pr = std::make_unique<QPrinter>();
+            pr->setOutputFormat(QPrinter::PdfFormat);
+            pr->setOutputFileName(pdf);
+            return pr;
+        };
+        v->Print();
+        QVERIFY(x.p.asked.isEmpty());
+        QFile f(pdf);
+        QVERIFY(f.open(QIODevice::ReadOnly));
+        QVERIFY(f.readAll().startsWith("%PDF"));
+
+        // a printer that cannot be written to is a failure, not silence
+        v->printerFactory = [] {
+            auto pr = std::make_unique<QPrinter>();
+            pr->setOutputFormat(QPrinter::PdfFormat);
+            pr->setOutputFileName(QStringLiteral("/no/such/dir/out.pdf"));
+            return pr;
+        };
+        v->Print();
+        QCOMPARE(x.p.texts(), QStringList{QStringLiteral("Error: Cannot Print.")});
+    }
+
+    void mailAddresses()
+    {
+        QCOMPARE(frmMessage::mailAddress(QStringLiteral("Ann Smith <ann@example.org>")), QStringLiteral("ann@example.org"));
+        QCOMPARE(frmMessage::mailAddress(QStringLiteral("ann@example.org (Ann Smith)")), QStringLiteral("ann@example.org"));
+        QCOMPARE(frmMessage::mailAddress(QStringLiteral("\"Smith, <Ann>\" <a.s@example.org>")), QStringLiteral("a.s@example.org"));
+        QCOMPARE(frmMessage::mailAddress(QStringLiteral("nobody here")), QString());
+        QCOMPARE(frmMessage::mailtoTarget(QStringLiteral("Bo <bo+news&x@example.org>")),
+                 QStringLiteral("mailto:bo%2Bnews%26x@example.org"));
+        QCOMPARE(frmMessage::mailtoTarget(QStringLiteral("nobody")), QString());
+
+        Fixture x;
+        x.open(1);
+        UrlRecorder rec;
+        QDesktopServices::setUrlHandler(QStringLiteral("mailto"), &rec, "open");
+        QTest::mouseClick(x.v()->txtEmail, Qt::LeftButton);
+        QDesktopServices::unsetUrlHandler(QStringLiteral("mailto"));
+        QCOMPARE(rec.urls.size(), 1);
+        QCOMPARE(rec.urls[0].scheme(), QStringLiteral("mailto"));
+        QCOMPARE(rec.urls[0].path(), QStringLiteral("ann@example.org"));
+        QVERIFY(x.p.asked.isEmpty());
+    }
+
+    void sizeAndPlace()
+    {
+        Fixture x;
+        x.open(1);
+        frmMessage *v = x.v();
+        // default size is the minimum, 5745 x 4500 twips
+        QCOMPARE(v->size(), QSize(383, 300));
+        v->resize(200, 150);
+        QCOMPARE(v->size(), QSize(383, 300));   // never smaller
+        v->setGeometry(40, 50, 500, 420);
+        v->SaveViewerGeometry();
+        QCOMPARE(x.w.store().getDouble(QStringLiteral("MLeft"), -1), 600.0);
+        QCOMPARE(x.w.store().getDouble(QStringLiteral("MTop"), -1), 750.0);
+        QCOMPARE(x.w.store().getDouble(QStringLiteral("MWidth"), -1), 7500.0);
+        QCOMPARE(x.w.store().getDouble(QStringLiteral("MHeight"), -1), 6300.0);
+        v->close();
+        v->setGeometry(0, 0, 383, 300);
+        x.open(2);
+        QCOMPARE(v->geometry(), QRect(40, 50, 500, 420));   // the next open comes back there
+    }
+
+    void closesWhenAnotherWindowBecomesActive()
+    {
+        Fixture x;
+        x.w.show();
+        x.open(1);
+        frmMessage *v = x.v();
+        QVERIFY(QTest::qWaitForWindowActive(v));
+        x.w.activateWindow();
+        QTRY_VERIFY(!v->isVisible());
+        QVERIFY(!v->ViewerShown);
+        QVERIFY(x.w.action(QStringLiteral("menuView"))->isEnabled());
+    }
+
+    void replyQuotesTheFirstHundredCharacters()
+    {
+        Fixture x;
+        x.w.store().save(QStringLiteral("Signature"), QStringLiteral("-- Ann"));
+        x.w.UpdateCaption(QStringLiteral("1"));   // a message listing is shown
+        x.w.show();
+        x.open(4);
+        frmMessage *v = x.v();
+        QVERIFY(QTest::qWaitForWindowActive(v));
+        QAction *reply = v->action(QStringLiteral("menuReply"));
+        QVERIFY(reply->isEnabled());   // the post window is there to write it in
+        reply->trigger();
+        QVERIFY(x.p.asked.isEmpty());
+        frmPostMsg *post = x.w.poster->window();
+        QVERIFY(post && post->isVisible());
+        QCOMPARE(post->ReplyMode, 1);
+        QCOMPARE(post->txtSubject->text(), QStringLiteral("Re : long"));
+        QCOMPARE(post->txtMessage->toPlainText(),
+                 QStringLiteral("\n\n-- Ann\n") + QString(40, QLatin1Char('-')) + QLatin1Char('\n') + QString(100, QLatin1Char('a')));
+        // the viewer stays open while its reply is written
+        post->activateWindow();
+        QTRY_VERIFY(post->isActiveWindow());
+        QVERIFY(!v->isActiveWindow());
+        QVERIFY(v->isVisible());
+        post->close();
+    }
+
+    void refusedWhileATransactionRuns()
+    {
+        Fixture x;
+        x.w.S.DownloadBusy = true;
+        x.open(1);
+        QCOMPARE(x.w.status(2), QStringLiteral("Please wait until current transaction is finished"));
+        QVERIFY(!x.v());
+        QVERIFY(!x.srv.sawCommand("ARTICLE"));
+        // the empty last row opens nothing either
+        x.w.S.DownloadBusy = false;
+        x.w.grid->SetRows(x.w.grid->Rows() + 1);
+        x.open(x.w.grid->Rows() - 1);
+        QVERIFY(!x.v());
+        // the View command opens the selected row
+        x.w.MSHResults->selectionModel()->setCurrentIndex(x.w.grid->index(0, 0), QItemSelectionModel::ClearAndSelect | QItemSelectionModel::Rows);
+        x.w.action(QStringLiteral("menuView"))->trigger();
+        QVERIFY(x.v() && x.v()->isVisible());
+    }
+};
+
+QTEST_MAIN(TstViewer)
+#include "tst_viewer.moc"
