@@ -5,6 +5,7 @@
 #include "app/frmMain.h"
 #include "download/FileNames.h"
 #include "download/PartFinder.h"
+#include "download/SavedFiles.h"
 #include "messages/MessageGrid.h"
 #include "news/Session.h"
 #include "news/transport/NewsTransport.h"
@@ -337,10 +338,16 @@ bool Downloader::decodeSet(const QString &name)
 
 void Downloader::addSavedFile(const QString &path)
 {
-    const QString name = QFileInfo(path).fileName();
-    if (m.lstFiles && m.lstFiles->find(name) < 0)
-        m.lstFiles->add(name);
-    m.UpdateCaption(QStringLiteral("3"));
+    if (m.savedFiles) {
+        // the saved-files list gives the entry its type icon and previews incoming pictures
+        m.savedFiles->AddSavedFile(path);
+        m.savedFiles->PreviewFile(path);
+    } else {
+        const QString name = QFileInfo(path).fileName();
+        if (m.lstFiles && m.lstFiles->find(name) < 0)
+            m.lstFiles->add(name);
+        m.UpdateCaption(QStringLiteral("3"));
+    }
     emit fileSaved(path);
 }
 
