@@ -103,8 +103,10 @@ private slots:
         QCOMPARE(l.out.size(), 41 + 5 + 1 + 1);
         for (const QString &line : l.out)
             QCOMPARE(line.count(QLatin1Char('\t')), 7);
-        // newest first: the picture was posted last
-        QVERIFY(l.out.first().section(QLatin1Char('\t'), 2, 2).contains(QLatin1String("small.png")));
+        // newest first by the sortable date (posts of the same second keep their fetch order)
+        for (int i = 1; i < l.out.size(); ++i)
+            QVERIFY(l.out[i - 1].section(QLatin1Char('\t'), 6, 6) >= l.out[i].section(QLatin1Char('\t'), 6, 6));
+        QVERIFY(l.out.join(QLatin1Char('\n')).contains(QLatin1String("small.png")));
         QVERIFY(l.out.first().section(QLatin1Char('\t'), 5, 5).startsWith(QLatin1Char('<')));
 
         // --newest limits the listing
