@@ -88,6 +88,7 @@ void GroupList::openSelectedGroup()
 
 void GroupList::LoadGroupList(bool useCache)
 {
+    m.S.StopRequested = false;   // a Stop of an earlier run must not end this one
     m.S.TransactionDone = false;
     m.setBusy(true);
     m.lstGroupsView->setEnabled(false);

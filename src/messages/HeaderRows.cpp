@@ -102,3 +102,392 @@ QStringList rowCells(qint64 number, const QList<NewsTransportHeader> &headers)
 }
 
 } // namespace listing
+
+// ---------------------------------------------------------------- overview lines to rows
+
+#include "messages/MessageGrid.h"
+
+#include <cstring>
+
+namespace listing {
+
+int headerColumn(const QString &n)
+{
+    if (n == QLatin1String("Author") || n == QLatin1String("From"))
+        return 3;
+    if (n == QLatin1String("Subject"))
+        return 2;
+    if (n == QLatin1String("Date"))
+        return 1;
+    if (n == QLatin1String("References"))
+        return 7;
+    if (n == QLatin1String("Message-ID"))
+        return 5;
+    if (n == QLatin1String("Path"))
+        return 4;
+    return -1;
+}
+
+QList<qint8> overviewColumns(const OverviewFormat &fmt)
+{
+    QList<qint8> cols;
+    cols.reserve(fmt.names.size());
+    for (const QString &n : fmt.names)
+        cols.append(qint8(headerColumn(n)));
+    return cols;
+}
+
+namespace {
+
+bool asciiOnly(const char *p, qsizetype n)
+{
+    quint64 acc = 0;
+    qsizetype i = 0;
+    for (; i + 8 <= n; i += 8) {
+        quint64 w;
+        std::memcpy(&w, p + i, 8);
+        acc |= w;
+    }
+    for (; i < n; ++i)
+        acc |= static_cast<unsigned char>(p[i]);
+    return (acc & 0x8080808080808080ULL) == 0;
+}
+
+// Copies a cell: 0x7F would split the row, so it becomes a blank. Returns the end.
+char *putCell(char *d, const char *p, qsizetype n)
+{
+    if (n <= 0)
+        return d;
+    std::memcpy(d, p, size_t(n));
+    for (char *q = static_cast<char *>(std::memchr(d, MessageGrid::Sep, size_t(n))); q;
+         q = static_cast<char *>(std::memchr(q + 1, MessageGrid::Sep, size_t(d + n - q - 1))))
+        *q = ' ';
+    return d + n;
+}
+
+// A field as the transport's text would be stored: UTF-8 when valid, else read as Latin-1.
+// ASCII stays where it is; anything else is converted into keep.
+void textCell(const char *&p, qsizetype &n, QByteArray &keep)
+{
+    if (n <= 0 || asciiOnly(p, n))
+        return;
+    keep = textFromBytes(p, n).toUtf8();
+    p = keep.constData();
+    n = keep.size();
+}
+
+char *putNumber(char *d, int v, int width)
+{
+    char buf[16];
+    int n = 0;
+    do {
+        buf[n++] = char('0' + v % 10);
+        v /= 10;
+    } while (v > 0);
+    for (; n < width; ++n)
+        buf[n] = '0';
+    while (n > 0)
+        *d++ = buf[--n];
+    return d;
+}
+
+qsizetype findBytes(const char *p, qsizetype n, const char *what, qsizetype wn)
+{
+    if (n <= 0)
+        return -1;
+    if (wn == 1) {
+        const void *q = std::memchr(p, what[0], size_t(n));
+        return q ? static_cast<const char *>(q) - p : -1;
+    }
+    for (qsizetype i = 0; i + wn <= n; ++i)
+        if (p[i] == what[0] && std::memcmp(p + i, what, size_t(wn)) == 0)
+            return i;
+    return -1;
+}
+
+// Digits only, at most 9 of them.
+bool digits(const char *p, qsizetype n, int &v)
+{
+    if (n < 1 || n > 9)
+        return false;
+    v = 0;
+    for (qsizetype i = 0; i < n; ++i) {
+        if (p[i] < '0' || p[i] > '9')
+            return false;
+        v = v * 10 + (p[i] - '0');
+    }
+    return true;
+}
+
+// The common written forms of a cleaned ASCII date, read exactly as formatDate reads them.
+// False when the text is not one of them (formatDate then decides).
+bool quickDate(const char *p, qsizetype n, int &day, int &month, int &year, int &h, int &mi, int &s)
+{
+    const char *tok[5];
+    qsizetype len[5];
+    int t = 0;
+    for (qsizetype i = 0; i < n;) {
+        if (p[i] == ' ') {
+            ++i;
+            continue;
+        }
+        if (t == 5)
+            return false;
+        qsizetype j = i;
+        while (j < n && p[j] != ' ')
+            ++j;
+        tok[t] = p + i;
+        len[t] = j - i;
+        ++t;
+        i = j;
+    }
+    if (t < 3 || t > 4)
+        return false;
+    if (!digits(tok[0], len[0], day) || !digits(tok[2], len[2], year) || day < 1 || day > 31 || len[1] < 3)
+        return false;
+    static const char months[] = "janfebmaraprmayjunjulaugsepoctnovdec";
+    char m3[3];
+    for (int k = 0; k < 3; ++k) {
+        const char c = tok[1][k];
+        if (!((c >= 'a' && c <= 'z') || (c >= 'A' && c <= 'Z')))
+            return false;
+        m3[k] = char(c | 0x20);
+    }
+    month = 0;
+    for (int k = 0; k < 12; ++k)
+        if (std::memcmp(months + 3 * k, m3, 3) == 0)
+            month = k + 1;
+    if (month == 0)
+        return false;
+    if (len[2] <= 2)
+        year += year < 70 ? 2000 : 1900;
+    h = mi = s = 0;
+    if (t == 4) {
+        const char *q = tok[3];
+        const qsizetype qn = len[3];
+        const char *c1 = static_cast<const char *>(std::memchr(q, ':', size_t(qn)));
+        if (!c1 || !digits(q, c1 - q, h))
+            return false;
+        const char *rest = c1 + 1;
+        const char *c2 = static_cast<const char *>(std::memchr(rest, ':', size_t(q + qn - rest)));
+        if (!digits(rest, (c2 ? c2 : q + qn) - rest, mi))
+            return false;
+        if (c2) {
+            if (std::memchr(c2 + 1, ':', size_t(q + qn - c2 - 1)) || !digits(c2 + 1, q + qn - c2 - 1, s))
+                return false;
+        }
+        if (h > 23 || mi > 59 || s > 60)
+            return false;
+    }
+    return true;
+}
+
+} // namespace
+
+// The date rule and both forms into the buffers (display at least 16 bytes, sort at least 32)
+// for ASCII dates in the common written forms; false when formatDate has to decide.
+static bool quickDateForms(const char *date, qsizetype size, char *display, int &dlen, char *sort, int &slen,
+                           const char **cleaned, qsizetype *cleanedSize, char (&stack)[128], QByteArray &scratch)
+{
+    // the date rule on bytes: cut at "-", the zones, after ",", at "+"
+    const char *p = date;
+    qsizetype n = size;
+    auto cutBefore = [&](const char *mark, qsizetype mn) {
+        const qsizetype at = findBytes(p, n, mark, mn);
+        if (at >= 0)
+            n = at;
+    };
+    cutBefore("-", 1);
+    cutBefore("GMT", 3);
+    cutBefore("EST", 3);
+    cutBefore("EDT", 3);
+    cutBefore("PST", 3);
+    const qsizetype comma = findBytes(p, n, ",", 1);
+    if (comma >= 0) {
+        p += comma + 1;
+        n -= comma + 1;
+    }
+    cutBefore("+", 1);
+    char *out = stack;
+    if (n > qsizetype(sizeof stack)) {
+        scratch.resize(n);
+        out = scratch.data();
+    }
+    qsizetype o = 0;
+    for (qsizetype i = 0; i < n; ++i) {
+        out[o++] = p[i];
+        if (p[i] == ' ' && i + 1 < n && p[i + 1] == ' ')
+            ++i;
+    }
+    // trim: ASCII text, so the white space is this
+    auto ws = [](char c) { return c == ' ' || (c >= '\t' && c <= '\r'); };
+    qsizetype b = 0, e = o;
+    while (b < e && ws(out[b]))
+        ++b;
+    while (e > b && ws(out[e - 1]))
+        --e;
+    *cleaned = out + b;
+    *cleanedSize = e - b;
+    int day, month, year, h, mi, s;
+    if (!quickDate(out + b, e - b, day, month, year, h, mi, s))
+        return false;
+    char *d = display;
+    d = putNumber(d, month, 2);
+    *d++ = '/';
+    d = putNumber(d, day, 2);
+    *d++ = '/';
+    d = putNumber(d, year, 4);
+    dlen = int(d - display);
+    d = sort;
+    d = putNumber(d, year, 4);
+    *d++ = '/';
+    d = putNumber(d, month, 2);
+    *d++ = '/';
+    d = putNumber(d, day, 2);
+    *d++ = ' ';
+    d = putNumber(d, h, 2);
+    *d++ = ':';
+    d = putNumber(d, mi, 2);
+    *d++ = ':';
+    d = putNumber(d, s, 2);
+    slen = int(d - sort);
+    return true;
+}
+
+void formatDateBytes(const char *date, qsizetype size, QByteArray &display, QByteArray &sort)
+{
+    if (!asciiOnly(date, size)) {
+        const auto f = formatDate(NormaliseDate(textFromBytes(date, size)));
+        display = f.first.toUtf8();
+        sort = f.second.toUtf8();
+        return;
+    }
+    char db[16], sb[32];
+    int dl = 0, sl = 0;
+    const char *cleaned = nullptr;
+    qsizetype cn = 0;
+    QByteArray scratch;
+    char stack[128];
+    if (quickDateForms(date, size, db, dl, sb, sl, &cleaned, &cn, stack, scratch)) {
+        display = QByteArray(db, dl);
+        sort = QByteArray(sb, sl);
+        return;
+    }
+    const auto f = formatDate(QString::fromLatin1(cleaned, cn));
+    display = f.first.toUtf8();
+    sort = f.second.toUtf8();
+}
+
+bool overviewToRow(const char *line, qsizetype size, const OverviewFormat &fmt, const QList<qint8> &columns,
+                   const char *path, qsizetype pathSize, QByteArray &row)
+{
+    const char *p = line;
+    const char *end = line + size;
+    const char *tab = static_cast<const char *>(std::memchr(p, '\t', size_t(end - p)));
+    const char *numEnd = tab ? tab : end;
+    if (numEnd == p)
+        return false;
+    if (numEnd - p > 18) {   // not an article number of this world: the general way decides
+        NewsTransportArticle a;
+        if (!parseOverviewLine(line, size, fmt, a))
+            return false;
+        if (path && !fmt.hasPath)
+            a.Message.Headers.append(NewsTransportHeader{QStringLiteral("Path"), textFromBytes(path, pathSize)});
+        row = MessageGrid::packRow(rowCells(a.Number, a.Message.Headers));
+        return true;
+    }
+    qint64 number = 0;
+    for (const char *q = p; q < numEnd; ++q) {
+        if (*q < '0' || *q > '9')
+            return false;
+        number = number * 10 + (*q - '0');
+    }
+    // the value of each column: the last field that fills it
+    const char *cell[8] = {};
+    qsizetype len[8] = {};
+    bool has[8] = {};
+    qsizetype field = 0;
+    p = tab ? tab + 1 : end;
+    const qsizetype fields = qMin(fmt.names.size(), columns.size());
+    while (tab && field < fields) {
+        tab = static_cast<const char *>(std::memchr(p, '\t', size_t(end - p)));
+        const char *fEnd = tab ? tab : end;
+        const char *v = p;
+        if (fmt.full.at(field)) {
+            const char *colon = static_cast<const char *>(std::memchr(v, ':', size_t(fEnd - v)));
+            if (colon) {
+                v = colon + 1;
+                while (v < fEnd && *v == ' ')
+                    ++v;
+            } else {
+                v = fEnd;
+            }
+        }
+        const int col = columns.at(field);
+        if (col >= 0 && (field < 7 || v < fEnd)) {
+            cell[col] = v;
+            len[col] = fEnd - v;
+            has[col] = true;
+        }
+        ++field;
+        p = tab ? tab + 1 : end;
+    }
+    if (path && !fmt.hasPath) {
+        cell[4] = path;
+        len[4] = pathSize;
+        has[4] = true;
+    }
+    // the date's two forms
+    char db[16], sb[32];
+    int dl = 0, sl = 0;
+    QByteArray bigDisplay, bigSort, scratch;
+    char stack[128];
+    const char *display = db, *sort = sb;
+    qsizetype displayLen = 0, sortLen = 0;
+    if (has[1]) {
+        const char *cleaned = nullptr;
+        qsizetype cn = 0;
+        if (asciiOnly(cell[1], len[1]) && quickDateForms(cell[1], len[1], db, dl, sb, sl, &cleaned, &cn, stack, scratch)) {
+            displayLen = dl;
+            sortLen = sl;
+        } else {
+            formatDateBytes(cell[1], len[1], bigDisplay, bigSort);
+            display = bigDisplay.constData();
+            displayLen = bigDisplay.size();
+            sort = bigSort.constData();
+            sortLen = bigSort.size();
+        }
+    }
+    QByteArray keep[6];
+    for (int c : {2, 3, 4, 5, 7})
+        textCell(cell[c], len[c], keep[c == 7 ? 1 : c]);
+    if (sortLen == 0) {   // no date: the Message-ID sorts in its place
+        sort = cell[5];
+        sortLen = len[5];
+    }
+    char num[24];
+    int nd = 0;
+    do {
+        num[sizeof num - 1 - nd++] = char('0' + number % 10);
+        number /= 10;
+    } while (number > 0);
+    const qsizetype total = nd + displayLen + len[2] + len[3] + len[4] + len[5] + sortLen + len[7] + 8;
+    row = QByteArray(total, Qt::Uninitialized);
+    char *d = row.data();
+    std::memcpy(d, num + sizeof num - nd, size_t(nd));
+    d += nd;
+    *d++ = MessageGrid::Sep;
+    d = putCell(d, display, displayLen);
+    *d++ = MessageGrid::Sep;
+    for (int c = 2; c <= 5; ++c) {
+        d = putCell(d, cell[c], len[c]);
+        *d++ = MessageGrid::Sep;
+    }
+    d = putCell(d, sort, sortLen);
+    *d++ = MessageGrid::Sep;
+    d = putCell(d, cell[7], len[7]);
+    *d++ = MessageGrid::Sep;   // then the empty download mark
+    return true;
+}
+
+} // namespace listing

@@ -20,3 +20,21 @@ QPair<QString, QString> formatDate(const QString &cleaned);
 QStringList rowCells(qint64 number, const QList<NewsTransportHeader> &headers);
 
 } // namespace listing
+
+struct OverviewFormat;
+
+namespace listing {
+
+// The grid column a header fills by its exact name (1 for "Date", which fills 1 and 6), or -1.
+int headerColumn(const QString &name);
+// The column each field of an overview format fills, in field order.
+QList<qint8> overviewColumns(const OverviewFormat &fmt);
+// One overview line (dot-unstuffed, without CR LF) straight to a packed grid row, the same cells
+// rowCells gives for the article parseOverviewLine makes of it (path: the Path fetched apart,
+// or null). False when the line has no article number.
+bool overviewToRow(const char *line, qsizetype size, const OverviewFormat &fmt, const QList<qint8> &columns,
+                   const char *path, qsizetype pathSize, QByteArray &row);
+// The date rule and both forms on bytes: fills display and sort (UTF-8).
+void formatDateBytes(const char *date, qsizetype size, QByteArray &display, QByteArray &sort);
+
+} // namespace listing

@@ -1,6 +1,7 @@
 #include "messages/MessageGrid.h"
 
 #include <algorithm>
+#include <cstring>
 #include <numeric>
 
 MessageGrid::MessageGrid(QObject *parent)
@@ -121,6 +122,19 @@ void MessageGrid::appendRows(const QVector<QByteArray> &packedRows)
     endInsertRows();
 }
 
+void MessageGrid::appendRows(QVector<QByteArray> &&packedRows)
+{
+    if (packedRows.isEmpty())
+        return;
+    const int n = int(m_rows.size());
+    beginInsertRows(QModelIndex(), n, n + int(packedRows.size()) - 1);
+    if (m_rows.isEmpty())
+        m_rows = std::move(packedRows);
+    else
+        m_rows.append(packedRows);
+    endInsertRows();
+}
+
 QByteArray MessageGrid::packedRow(int row) const
 {
     if (row < 1 || row > int(m_rows.size()))
@@ -147,29 +161,157 @@ int MessageGrid::lastMessageRow() const
     return 0;
 }
 
-void MessageGrid::sortRows(int col, bool ascending, int secondCol, Qt::CaseSensitivity cs)
+QByteArrayView MessageGrid::cellView(const QByteArray &row, int col)
 {
-    if (m_rows.size() < 2)
-        return;
-    emit layoutAboutToBeChanged({}, QAbstractItemModel::VerticalSortHint);
-    struct Key {
-        QByteArray a, b;
-        int idx;
-    };
-    std::vector<Key> keys;
-    keys.reserve(m_rows.size());
-    for (int i = 0; i < int(m_rows.size()); ++i)
-        keys.push_back({cellBytes(m_rows[i], col), secondCol >= 0 ? cellBytes(m_rows[i], secondCol) : QByteArray(), i});
-    // UTF-8 byte order equals code-point order, so this sorts as the texts do
-    std::stable_sort(keys.begin(), keys.end(), [&](const Key &x, const Key &y) {
-        int c = x.a.compare(y.a, cs);
-        if (c == 0 && secondCol >= 0)
-            c = x.b.compare(y.b, cs);
-        return ascending ? c < 0 : c > 0;
+    const char *p = row.constData();
+    const char *end = p + row.size();
+    for (int c = 0; c < col; ++c) {
+        const char *q = static_cast<const char *>(std::memchr(p, Sep, size_t(end - p)));
+        if (!q)
+            return QByteArrayView();
+        p = q + 1;
+    }
+    const char *q = static_cast<const char *>(std::memchr(p, Sep, size_t(end - p)));
+    return QByteArrayView(p, (q ? q : end) - p);
+}
+
+namespace {
+
+// The byte order QByteArray::compare uses without regard to case: each byte mapped to the
+// largest byte it compares equal to. Checked against compare itself; when a Qt version folds
+// in a way this cannot express, keys stay zero and every comparison is a whole one.
+struct Fold {
+    uchar map[256];
+    bool usable = true;
+    Fold()
+    {
+        for (int c = 0; c < 256; ++c) {
+            map[c] = uchar(c);
+            const char a = char(c);
+            for (int d = 255; d > c; --d) {
+                const char b = char(d);
+                if (QByteArrayView(&a, 1).compare(QByteArrayView(&b, 1), Qt::CaseInsensitive) == 0) {
+                    map[c] = uchar(d);
+                    break;
+                }
+            }
+        }
+        for (int c = 0; c < 256 && usable; ++c)
+            for (int d = 0; d < 256; ++d) {
+                const char a = char(c), b = char(d);
+                const int cmp = QByteArrayView(&a, 1).compare(QByteArrayView(&b, 1), Qt::CaseInsensitive);
+                const int mine = int(map[c]) - int(map[d]);
+                if ((cmp < 0) != (mine < 0) || (cmp > 0) != (mine > 0)) {
+                    usable = false;
+                    break;
+                }
+            }
+    }
+};
+
+const Fold &fold()
+{
+    static const Fold f;
+    return f;
+}
+
+int compareCells(QByteArrayView a, QByteArrayView b, Qt::CaseSensitivity cs)
+{
+    return a.compare(b, cs);
+}
+
+} // namespace
+
+namespace {
+
+template <int Words>
+quint16 packKey(QByteArrayView v, Qt::CaseSensitivity cs, quint64 *out)
+{
+    const uchar *p = reinterpret_cast<const uchar *>(v.data());
+    const qsizetype n = qMin<qsizetype>(v.size(), Words * 8);
+    uchar b[Words * 8] = {};
+    if (cs == Qt::CaseInsensitive) {
+        const uchar *map = fold().map;
+        for (qsizetype i = 0; i < n; ++i)
+            b[i] = map[p[i]];
+    } else if (n > 0) {
+        std::memcpy(b, p, size_t(n));
+    }
+    for (int w = 0; w < Words; ++w) {
+        quint64 k = 0;
+        for (int i = 0; i < 8; ++i)
+            k = (k << 8) | b[w * 8 + i];
+        out[w] = k;
+    }
+    return v.size() <= Words * 8 ? quint16(v.size()) : quint16(0xFFFF);
+}
+
+// Orders two cells by their keys; 0 when only the whole cells can tell (or they are equal).
+template <int Words>
+int byKey(const quint64 *x, quint16 lx, const quint64 *y, quint16 ly, bool &decided)
+{
+    for (int w = 0; w < Words; ++w)
+        if (x[w] != y[w]) {
+            decided = true;
+            return x[w] < y[w] ? -1 : 1;
+        }
+    if (lx != 0xFFFF && ly != 0xFFFF) {   // both whole in the key: the shorter first
+        decided = true;
+        return lx == ly ? 0 : (lx < ly ? -1 : 1);
+    }
+    decided = false;
+    return 0;
+}
+
+} // namespace
+
+MessageGrid::SortKey MessageGrid::sortKey(const QByteArray &row, int col, int secondCol, Qt::CaseSensitivity cs, quint32 idx)
+{
+    SortKey k{{0, 0, 0}, 0, idx, 0xFFFF, 0xFFFF};
+    if (cs == Qt::CaseInsensitive && !fold().usable)
+        return k;   // every comparison a whole one
+    k.lenA = packKey<3>(cellView(row, col), cs, k.a);
+    if (secondCol >= 0)
+        k.lenB = packKey<1>(cellView(row, secondCol), cs, &k.b);
+    else
+        k.lenB = 0;
+    return k;
+}
+
+void MessageGrid::sortKeys(std::vector<SortKey> &keys, const QVector<QByteArray> &rows, int col, bool ascending,
+                           int secondCol, Qt::CaseSensitivity cs)
+{
+    // a total order: the cell, the second cell, then the original position (stable)
+    std::sort(keys.begin(), keys.end(), [&](const SortKey &x, const SortKey &y) {
+        bool decided = false;
+        int c = byKey<3>(x.a, x.lenA, y.a, y.lenA, decided);
+        if (!decided)
+            c = compareCells(cellView(rows[x.idx], col), cellView(rows[y.idx], col), cs);
+        if (c == 0 && secondCol >= 0) {
+            c = byKey<1>(&x.b, x.lenB, &y.b, y.lenB, decided);
+            if (!decided)
+                c = compareCells(cellView(rows[x.idx], secondCol), cellView(rows[y.idx], secondCol), cs);
+        }
+        if (c != 0)
+            return ascending ? c < 0 : c > 0;
+        return x.idx < y.idx;
     });
+}
+
+bool MessageGrid::applyOrder(const std::vector<SortKey> &order)
+{
+    if (order.size() != size_t(m_rows.size()))
+        return false;
+    std::vector<char> seen(order.size(), 0);
+    for (const SortKey &k : order) {
+        if (k.idx >= order.size() || seen[k.idx])
+            return false;
+        seen[k.idx] = 1;
+    }
+    emit layoutAboutToBeChanged({}, QAbstractItemModel::VerticalSortHint);
     QVector<QByteArray> sorted;
     sorted.reserve(m_rows.size());
-    for (const Key &k : keys)
+    for (const SortKey &k : order)
         sorted.append(std::move(m_rows[k.idx]));
     m_rows = std::move(sorted);
     const QModelIndexList from = persistentIndexList();
@@ -178,6 +320,19 @@ void MessageGrid::sortRows(int col, bool ascending, int secondCol, Qt::CaseSensi
         to << QModelIndex();
     changePersistentIndexList(from, to);
     emit layoutChanged({}, QAbstractItemModel::VerticalSortHint);
+    return true;
+}
+
+void MessageGrid::sortRows(int col, bool ascending, int secondCol, Qt::CaseSensitivity cs)
+{
+    if (m_rows.size() < 2)
+        return;
+    std::vector<SortKey> keys;
+    keys.reserve(m_rows.size());
+    for (int i = 0; i < int(m_rows.size()); ++i)
+        keys.push_back(sortKey(m_rows[i], col, secondCol, cs, quint32(i)));
+    sortKeys(keys, m_rows, col, ascending, secondCol, cs);
+    applyOrder(keys);
 }
 
 int MessageGrid::rowCount(const QModelIndex &parent) const
@@ -195,7 +350,7 @@ QVariant MessageGrid::data(const QModelIndex &index, int role) const
     if (!index.isValid() || index.row() >= int(m_rows.size()))
         return QVariant();
     if (role == Qt::DisplayRole || role == Qt::ToolTipRole)
-        return QString::fromUtf8(cellBytes(m_rows[index.row()], index.column()));
+        return QString::fromUtf8(cellView(m_rows[index.row()], index.column()));
     return QVariant();
 }
 

@@ -3,6 +3,7 @@
 #include <QByteArray>
 #include <QStringList>
 #include <QVector>
+#include <vector>
 
 // The message grid MSHResults. Rows keep the classic numbering: row 0 is the heading row,
 // message rows start at 1. Nine columns: 0 article number, 1 date, 2 subject, 3 sender,
@@ -27,6 +28,7 @@ public:
     void setRowCells(int row, const QStringList &cells);
     void appendRow(const QStringList &cells);      // appended after the last row
     void appendRows(const QVector<QByteArray> &packedRows);  // bulk, packed as packRow() makes them
+    void appendRows(QVector<QByteArray> &&packedRows);
     QByteArray packedRow(int row) const;           // the row's cells joined by 0x7F (no trailing separator)
     static QByteArray packRow(const QStringList &cells);
 
@@ -37,7 +39,23 @@ public:
 
     // Stable whole-row sort of rows 1..Rows()-1 by one column, or by two (second as tie-break).
     void sortRows(int col, bool ascending, int secondCol = -1, Qt::CaseSensitivity cs = Qt::CaseSensitive);
+    // The order sortRows gives (indexes into rows), by precomputed keys: the first 24 bytes of
+    // the column and 8 of the second, case-folded as the comparison folds them, with their
+    // lengths; only cells longer than that are compared whole.
+    struct SortKey {
+        quint64 a[3];
+        quint64 b;
+        quint32 idx;
+        quint16 lenA, lenB;   // 0xFFFF: longer than the key holds
+    };
+    static SortKey sortKey(const QByteArray &packedRow, int col, int secondCol, Qt::CaseSensitivity cs, quint32 idx);
+    static void sortKeys(std::vector<SortKey> &keys, const QVector<QByteArray> &rows, int col, bool ascending,
+                         int secondCol, Qt::CaseSensitivity cs);
+    // Puts rows 1..n in the given order (indexes of the current rows 1..n, from 0). False, and
+    // nothing changed, when the order does not fit.
+    bool applyOrder(const std::vector<SortKey> &order);
     // One cell of a packed row.
+    static QByteArrayView cellView(const QByteArray &packedRow, int col);
     static QByteArray cellOf(const QByteArray &packedRow, int col) { return cellBytes(packedRow, col); }
 
     static QString heading(int col);

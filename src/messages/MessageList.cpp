@@ -6,10 +6,15 @@
 #include "messages/HeaderRows.h"
 #include "messages/MessageCache.h"
 #include "messages/MessageGrid.h"
+#include "messages/RowBuilder.h"
+#include "news/transport/NewsTransport.h"
 #include "news/Session.h"
 #include "ui/ItemList.h"
 
 #include <QAction>
+#include <QApplication>
+#include <QPointer>
+#include <limits>
 #include <QElapsedTimer>
 #include <QFile>
 #include <QLabel>
@@ -32,31 +37,83 @@ QString MessageList::cacheFile() const
     return listing::messageCacheFile(m.S.ServerFileTag, GroupList::CleanNewsGroup(m.S.CurrentGroup).trimmed());
 }
 
-void MessageList::addHeaderRows()
+void MessageList::fetchRows(NewsTransport &t, const QString &cache)
 {
-    NewsTransport *t = m.session ? m.session->transport() : nullptr;
-    if (!t)
-        return;
-    QList<NewsTransportArticle> arts = t->SelectedGroup().TakeArticles();
-    if (arts.isEmpty())
-        return;
-    // the requested range bounds what is listed
+    constexpr qint64 kMaxBacklog = 8 << 20;
+    // Rows are built on a thread of their own while the answer streams in; the grid takes them
+    // in bulk a few times a second. The requested range bounds what is listed.
     const double span = m.S.LastArticle - m.S.FirstArticle + 1;
-    QVector<QByteArray> rows;
-    rows.reserve(arts.size());
-    for (const NewsTransportArticle &a : std::as_const(arts)) {
-        if (m.S.CurrentRow - 1 + rows.size() >= span + 1)
-            break;
-        rows.append(MessageGrid::packRow(listing::rowCells(a.Number, a.Message.Headers)));
+    const qint64 maxRows = span + 1 >= 9e18 ? std::numeric_limits<qint64>::max() : qint64(span + 1);
+    m_builtCache = false;
+    m_order = {};
+    QPointer<NewsTransport> tp(&t);
+    RowBuilder builder(qMax<qint64>(0, maxRows), cache);
+    builder.setWake([] { QMetaObject::invokeMethod(qApp, [] {}, Qt::QueuedConnection); });
+    auto drainTransport = [&] {
+        if (tp)
+            builder.feed(tp->TakeOverviewRecords(), tp->OverviewFormatInUse());
+    };
+    auto drainRows = [&] {
+        QVector<QByteArray> rows = builder.takeRows();
+        if (rows.isEmpty())
+            return;
         m.S.SecondsTick = 0;
+        m.S.CurrentRow += int(rows.size());
+        // the grid keeps one empty row at the end while rows are added
+        m.grid->SetRows(m.grid->Rows() - 1);
+        m.grid->appendRows(std::move(rows));
+        m.grid->SetRows(m.grid->Rows() + 1);
+        m.progBar->setValue(qMin(m.S.CurrentRow, m.progBar->maximum()));
+        m.MSHResults->setUpdatesEnabled(true);
+        m.MSHResults->setUpdatesEnabled(false);
+    };
+    t.SetRawOverview(true);
+    t.FetchHeaders(qint64(m.S.FirstArticle), qint64(m.S.LastArticle));
+    m.MSHResults->setUpdatesEnabled(false);
+    QElapsedTimer slice, shown;
+    slice.start();
+    shown.start();
+    nd::waitUntil([&] {
+        if (slice.elapsed() >= 20) {   // the reader hands over what came, the builder gets to work
+            drainTransport();
+            slice.restart();
+        }
+        // back-pressure: while the builder is far behind, the server is not read, so what has
+        // arrived but is not yet built stays small and Stop ends the listing at once
+        if (tp) {
+            const qint64 pending = builder.pendingBytes();
+            if (pending > kMaxBacklog)
+                tp->SetReadPaused(true);
+            else if (pending < kMaxBacklog / 2)
+                tp->SetReadPaused(false);
+        }
+        if (shown.elapsed() >= 250) {
+            drainRows();
+            shown.restart();
+        }
+        return m.S.TransportError != 0 || m.S.StopRequested || m.S.TransactionDone;
+    });
+    if (tp)
+        tp->SetReadPaused(false);
+    if (m.S.StopRequested && tp)
+        tp->AbortTransaction();
+    m.SetMenuState(4, false);
+    // what was fetched is listed, also after Stop; after a failure nothing is, and no cache
+    const bool ok = m.S.TransportError == 0;
+    if (ok)
+        drainTransport();
+    if (tp)
+        tp->SetRawOverview(false);
+    builder.finish(ok);
+    nd::waitUntil([&] { return builder.done(); });
+    if (ok) {
+        drainRows();
+        m_builtCache = builder.cacheWritten();
+        m_order = builder.takeOrder();
+    } else {
+        m.grid->ResizeGrid();
     }
-    arts.clear();
-    // the grid keeps one empty row at the end while rows are added
-    const int before = m.grid->Rows();
-    m.grid->SetRows(before - 1);
-    m.grid->appendRows(rows);
-    m.grid->SetRows(m.grid->Rows() + 1);
-    m.S.CurrentRow += int(rows.size());
+    m.MSHResults->setUpdatesEnabled(true);
 }
 
 bool MessageList::ListMessages(bool useCache)
@@ -142,39 +199,23 @@ bool MessageList::ListMessages(bool useCache)
                     m.setStatus(2, QStringLiteral("Reading %1 Articles").arg(n));
                     m.SetMenuState(4, true);
                     m.progBar->setRange(0, int(qMin<qint64>(n, 1 << 30)));
-                    s->transport()->FetchHeaders(qint64(m.S.FirstArticle), qint64(m.S.LastArticle));
-                    // rows reach the grid in bulk while the answer streams in
-                    m.MSHResults->setUpdatesEnabled(false);
-                    QElapsedTimer slice;
-                    slice.start();
-                    nd::waitUntil([&] {
-                        if (slice.elapsed() > 250) {
-                            addHeaderRows();
-                            m.progBar->setValue(qMin(m.S.CurrentRow, m.progBar->maximum()));
-                            m.MSHResults->setUpdatesEnabled(true);
-                            m.MSHResults->setUpdatesEnabled(false);
-                            slice.restart();
-                        }
-                        return m.S.TransportError != 0 || m.S.StopRequested || m.S.TransactionDone;
-                    });
-                    if (m.S.StopRequested && s->transport())
-                        s->transport()->AbortTransaction();
-                    m.SetMenuState(4, false);
-                    if (m.S.TransportError == 0)
-                        addHeaderRows();
-                    m.MSHResults->setUpdatesEnabled(true);
+                    fetchRows(*s->transport(), cache);
                 }
                 if (m.S.TransportError == 0) {
                     m.setStatus(2, QString());
-                    listing::writeMessageCache(cache, *m.grid);
+                    // the builder wrote the cache while the rows arrived; the order is ready too
+                    if (!m_builtCache)
+                        listing::writeMessageCache(cache, *m.grid);
                     if (m.grid->Rows() > 2)
                         m.grid->SetRows(m.grid->Rows() - 1);
                     if (m.grid->Rows() > 1) {
                         m.MSHResults->setUpdatesEnabled(false);
-                        m.grid->sortRows(6, false, 7, Qt::CaseInsensitive);
+                        if (!m.grid->applyOrder(m_order))
+                            m.grid->sortRows(6, false, 7, Qt::CaseInsensitive);
                         m.MSHResults->setUpdatesEnabled(true);
                         m.MSHResults->selectRow(0);
                     }
+                    m_order = {};
                     if (m.groups)
                         m.groups->updateGroupMarkerNFavs(m.S.CurrentGroup, m.grid->lastMessageRow());
                     m.setStatus(1, QStringLiteral("Double-click Message to View"));

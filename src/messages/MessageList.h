@@ -1,7 +1,11 @@
 #pragma once
+#include "messages/MessageGrid.h"
+
 #include <QObject>
+#include <vector>
 
 class frmMain;
+class NewsTransport;
 
 // Listing the messages of the current group: from the group's cache file or from the server.
 class MessageList : public QObject {
@@ -16,7 +20,10 @@ public:
     QString cacheFile() const;
 
 private:
-    void addHeaderRows();          // drains the transport's collection into the grid
+    // FetchHeaders of the range, rows into the grid while they stream, cache and order built aside
+    void fetchRows(NewsTransport &t, const QString &cache);
     frmMain &m;
+    bool m_builtCache = false;
+    std::vector<MessageGrid::SortKey> m_order;
     bool m_listing = false;
 };

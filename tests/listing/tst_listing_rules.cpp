@@ -12,6 +12,8 @@
 #include <QTableView>
 #include <QTemporaryDir>
 #include <QtTest>
+#include <algorithm>
+#include <random>
 
 using namespace listing;
 
@@ -91,6 +93,112 @@ private slots:
         QCOMPARE(MessageGrid::cellOf(rows[0], 2), QByteArray("subj \xc3\xa4"));
         QCOMPARE(MessageGrid::cellOf(rows[0], 8), QByteArray());   // the mark is not cached
         QCOMPARE(MessageGrid::cellOf(rows[1], 6), QByteArray("<x>"));
+    }
+
+    // Overview lines go straight to packed rows on the fast path; the cells must be exactly those
+    // of the general way (parse to headers, rowCells, packRow), for odd lines too.
+    void overviewRowsMatchTheGeneralWay()
+    {
+        OverviewFormat plain = OverviewFormat::fromLines({});
+        OverviewFormat withPath = OverviewFormat::fromLines({"Subject:", "From:", "Date:", "Message-ID:", "References:",
+                                                            ":bytes", ":lines", "Xref:full", "Path:full", "Author:full"});
+        const QList<QByteArray> dates = {
+            "Mon, 16 Nov 2003 21:54:12 -0500", "Sun, 2 Mar 2003 07:05:00 GMT", "2 Mar 2003 07:05:00 +0100",
+            "Tue, 1 Apr 2003 10:00:00 EST", "garbage", "16-Nov-2003 10:00:00", "Mon,  3 Mar 2003 10:00:00 -0800",
+            "Mon, 23 Nov 2026 07:35:18 -0000 (UTC)", "23 Nov 2026 07:35:18 +0000 (UTC)", "1 jan 99 1:2:3",
+            "1 JANUARY 05 10:00", "31 Dec 2020", "32 Dec 2020 10:00:00", "0 Dec 2020", "5 Foo 2020 10:00:00",
+            "5 Dec 2020 24:00:00", "5 Dec 2020 10:60:00", "5 Dec 2020 10:00:61", "5 Dec 2020 10", "5 Dec 2020 10:00:00:00",
+            "5 Dec 2020 10:00:00 extra", "  5   Dec   2020  ", "5\tDec 2020 10:00:00", "+5 Dec 2020 10:00", "05 Dec 0 1:02",
+            "", " ", "Fri, 5 Dec 2020 10:00:00 PST8PDT", "5 D\xc3\xa9" "c 2020", "5 Dec 2020 10:00\x7f", "\xe9t\xe9 2020",
+            "5 Dec 2020\xc2\xa0", "Wed, 05 Dec 1234567890 10:00:00", "5 Dec 20201 10:00:00", "5 Dec. 2020 1:2"};
+        const QList<QByteArray> texts = {"", "plain", "caf\xc3\xa9 au lait", "caf\xe9 latin", "del\x7fin", " spaced ",
+                                         "\xef\xbb\xbf" "bom", "\xc3", "a:b: c"};
+        std::mt19937 rnd(7);
+        auto pick = [&](const QList<QByteArray> &l) { return l.at(int(rnd() % l.size())); };
+        int n = 0;
+        for (int i = 0; i < 3000; ++i) {
+            const bool full = i % 2;
+            const OverviewFormat &fmt = full ? withPath : plain;
+            QByteArray line = QByteArray::number(qint64(rnd() % 100000) * (i % 7 == 0 ? 1000000000LL : 1));
+            if (i % 97 == 0)
+                line = "12x";
+            if (i % 101 == 0)
+                line = "";
+            if (i % 103 == 0)
+                line = "0000123456789012345678";   // more than an article number
+            const int fields = int(rnd() % 12);
+            for (int f = 0; f < fields; ++f) {
+                line += '\t';
+                QByteArray v = f == 2 ? pick(dates) : pick(texts);
+                if (full && f >= 7 && rnd() % 3)
+                    v = QByteArray(f == 7 ? "Xref: " : f == 8 ? "Path:  " : "Author:") + v;
+                line += v;
+            }
+            const QByteArray path = full || rnd() % 2 ? QByteArray() : pick(texts);
+            NewsTransportArticle a;
+            QByteArray expected;
+            const bool parsed = parseOverviewLine(line.constData(), line.size(), fmt, a);
+            if (parsed) {
+                if (!path.isEmpty() && !fmt.hasPath)
+                    a.Message.Headers.append(NewsTransportHeader{"Path", textFromBytes(path)});
+                expected = MessageGrid::packRow(rowCells(a.Number, a.Message.Headers));
+            }
+            QByteArray row;
+            const bool ok = overviewToRow(line.constData(), line.size(), fmt, overviewColumns(fmt),
+                                          path.isEmpty() ? nullptr : path.constData(), path.size(), row);
+            QCOMPARE(ok, parsed);
+            if (ok) {
+                QCOMPARE(row, expected);
+                ++n;
+            }
+        }
+        QVERIFY(n > 2500);
+        // every date of the list, alone, as the general rule forms it
+        for (const QByteArray &d : dates) {
+            QByteArray display, sort;
+            formatDateBytes(d.constData(), d.size(), display, sort);
+            const auto f = formatDate(NormaliseDate(textFromBytes(d)));
+            QCOMPARE(QString::fromUtf8(display), f.first);
+            QCOMPARE(QString::fromUtf8(sort), f.second);
+        }
+    }
+
+    // The listing's sort (keys first, whole cells on equal keys) against a plain stable sort of the
+    // cell texts, both directions, with and without case, with ties, prefixes and non-ASCII bytes.
+    void keyedSortIsTheStableTextSort()
+    {
+        std::mt19937 rnd(11);
+        const QByteArray alphabet("aAbBzZ09 /:_\xe9\xc9\xc3\x80\x00", 17);
+        for (int round = 0; round < 8; ++round) {
+            const Qt::CaseSensitivity cs = round % 2 ? Qt::CaseInsensitive : Qt::CaseSensitive;
+            const bool ascending = (round / 2) % 2;
+            const bool second = round / 4;
+            MessageGrid g;
+            g.SetRows(1);
+            QVector<QByteArray> rows;
+            for (int i = 0; i < 2000; ++i) {
+                QByteArray a = i % 3 ? QByteArray("2003/11/16 21:54") : QByteArray();
+                const int len = int(rnd() % 6);
+                for (int k = 0; k < len; ++k)
+                    a += alphabet.at(int(rnd() % alphabet.size()));
+                QByteArray b;
+                b += alphabet.at(int(rnd() % 4));
+                QByteArray row = QByteArray::number(i) + QByteArray(6, MessageGrid::Sep);
+                row += a + MessageGrid::Sep + b + MessageGrid::Sep;
+                rows.append(row);
+            }
+            g.appendRows(rows);
+            QVector<QByteArray> expected = rows;
+            std::stable_sort(expected.begin(), expected.end(), [&](const QByteArray &x, const QByteArray &y) {
+                int c = MessageGrid::cellOf(x, 6).compare(MessageGrid::cellOf(y, 6), cs);
+                if (c == 0 && second)
+                    c = MessageGrid::cellOf(x, 7).compare(MessageGrid::cellOf(y, 7), cs);
+                return ascending ? c < 0 : c > 0;
+            });
+            g.sortRows(6, ascending, second ? 7 : -1, cs);
+            for (int r = 0; r < expected.size(); ++r)
+                QCOMPARE(g.packedRow(r + 1), expected[r]);
+        }
     }
 
     void cleanNewsGroupAndItems()

@@ -718,6 +718,41 @@ void NewsTransport::nextHeaderChunk()
         sendCommand(m_overCommand + ' ' + range, Step::Over);
 }
 
+void NewsTransport::SetRawOverview(bool on)
+{
+    m_rawOverview = on;
+    m_records = QByteArray();
+}
+
+QByteArray NewsTransport::TakeOverviewRecords()
+{
+    QByteArray out = std::move(m_records);
+    m_records = QByteArray();
+    return out;
+}
+
+void NewsTransport::appendRecord(const char *data, qsizetype size)
+{
+    QByteArray path;
+    if (!m_fmt.hasPath && !m_paths.isEmpty()) {
+        qint64 n = 0;
+        qsizetype i = 0;
+        for (; i < size && i < 19 && data[i] >= '0' && data[i] <= '9'; ++i)
+            n = n * 10 + (data[i] - '0');
+        if (i > 0 && (i == size || data[i] == '\t')) {
+            const auto it = m_paths.constFind(n);
+            if (it != m_paths.constEnd())
+                path = it.value().toUtf8();
+        }
+    }
+    const quint32 sizes[2] = {quint32(size), quint32(path.size())};
+    if (m_records.capacity() - m_records.size() < qsizetype(sizeof sizes) + size + path.size())
+        m_records.reserve(qMax<qsizetype>(2 * m_records.size(), 1 << 20) + size + path.size());
+    m_records.append(reinterpret_cast<const char *>(sizes), sizeof sizes);
+    m_records.append(data, size);
+    m_records.append(path);
+}
+
 void NewsTransport::nextArticle()
 {
     if (m_next > m_last) {
@@ -732,9 +767,24 @@ void NewsTransport::nextArticle()
 
 // ---------------------------------------------------------------- input
 
+void NewsTransport::SetReadPaused(bool paused)
+{
+    if (m_readPaused == paused)
+        return;
+    m_readPaused = paused;
+    if (paused) {
+        m_timer.stop();
+        return;
+    }
+    if (m_step != Step::None || m_op != Op::None || m_state == StateConnecting)
+        armTimer();
+    // what the socket holds already has no readyRead of its own any more
+    QMetaObject::invokeMethod(this, [this] { onReadyRead(); }, Qt::QueuedConnection);
+}
+
 void NewsTransport::onReadyRead()
 {
-    if (!m_socket)
+    if (!m_socket || m_readPaused)
         return;
     if (m_pos > 0 && m_pos == m_buf.size()) {
         m_buf.resize(0);  // keeps the allocation for the next read
@@ -963,6 +1013,10 @@ void NewsTransport::handleData(const char *data, qsizetype size)
 {
     switch (m_step) {
     case Step::Over: {
+        if (m_rawOverview) {
+            appendRecord(data, size);
+            return;
+        }
         NewsTransportArticle article;
         if (!parseOverviewLine(data, size, m_fmt, article))
             return;

@@ -94,6 +94,18 @@ public:
                                                 const QString &reason)>;
     void SetCertificateCheck(CertificateCheck check) { m_certCheck = std::move(check); }
 
+    // Long listings: while on, FetchHeaders keeps each overview row as a raw record instead of
+    // a parsed article. A record is the line's size and the separately fetched Path's size
+    // (quint32 each, native order), then the line (dot-unstuffed, no CR LF), then that Path
+    // (UTF-8; empty when the format carries Path or none came). Switching it on drops old records.
+    void SetRawOverview(bool on);
+    QByteArray TakeOverviewRecords();
+    // While paused nothing more is read from the server (the socket's buffer fills and TCP holds
+    // the rest back) and the time-out does not run; for a reader that cannot keep up.
+    void SetReadPaused(bool paused);
+    // The overview format of this session (known once FetchHeaders has asked for it).
+    const OverviewFormat &OverviewFormatInUse() const { return m_fmt; }
+
     // Articles per HDR/OVER round when the Path column has to be fetched apart.
     void SetPathChunk(qint64 articles) { m_pathChunk = qMax<qint64>(1, articles); }
 
@@ -144,6 +156,7 @@ private:
     void handleStatus(const QByteArray &line);
     void handleData(const char *data, qsizetype size);
     void handleDataEnd();
+    void appendRecord(const char *data, qsizetype size);
     void beginData();
 
     // notifications (sink first, then the signal)
@@ -199,6 +212,9 @@ private:
     QByteArray m_overCommand = "OVER";
     QByteArray m_hdrCommand = "HDR";  // empty once neither HDR nor XHDR works
     QHash<qint64, QString> m_paths;
+    bool m_rawOverview = false;
+    bool m_readPaused = false;
+    QByteArray m_records;
 
     // FetchArticles
     QByteArray m_articleRaw;
