@@ -178,6 +178,18 @@ void textCell(const char *&p, qsizetype &n, QByteArray &keep)
 
 char *putNumber(char *d, int v, int width)
 {
+    if (width == 2 && v >= 0 && v < 100) {
+        d[0] = char('0' + v / 10);
+        d[1] = char('0' + v % 10);
+        return d + 2;
+    }
+    if (width == 4 && v >= 0 && v < 10000) {
+        d[0] = char('0' + v / 1000);
+        d[1] = char('0' + v / 100 % 10);
+        d[2] = char('0' + v / 10 % 10);
+        d[3] = char('0' + v % 10);
+        return d + 4;
+    }
     char buf[16];
     int n = 0;
     do {
@@ -289,25 +301,87 @@ bool quickDate(const char *p, qsizetype n, int &day, int &month, int &year, int 
 static bool quickDateForms(const char *date, qsizetype size, char *display, int &dlen, char *sort, int &slen,
                            const char **cleaned, qsizetype *cleanedSize, char (&stack)[128], QByteArray &scratch)
 {
-    // the date rule on bytes: cut at "-", the zones, after ",", at "+"
-    const char *p = date;
-    qsizetype n = size;
-    auto cutBefore = [&](const char *mark, qsizetype mn) {
-        const qsizetype at = findBytes(p, n, mark, mn);
-        if (at >= 0)
-            n = at;
-    };
-    cutBefore("-", 1);
-    cutBefore("GMT", 3);
-    cutBefore("EST", 3);
-    cutBefore("EDT", 3);
-    cutBefore("PST", 3);
-    const qsizetype comma = findBytes(p, n, ",", 1);
-    if (comma >= 0) {
-        p += comma + 1;
-        n -= comma + 1;
+    // the date rule on bytes: cut at "-", the zones, after ",", at "+". One scan finds the
+    // first place of each mark; a mark cuts only when it lies wholly inside what is left.
+    qsizetype first[6] = {-1, -1, -1, -1, -1, -1};   // - GMT EST EDT PST ,
+    for (qsizetype i = 0; i < size; ++i) {
+        switch (date[i]) {
+        case '-':
+            if (first[0] < 0)
+                first[0] = i;
+            break;
+        case 'G':
+            if (first[1] < 0 && i + 2 < size && date[i + 1] == 'M' && date[i + 2] == 'T')
+                first[1] = i;
+            break;
+        case 'E':
+            if (i + 2 < size && date[i + 2] == 'T') {
+                if (first[2] < 0 && date[i + 1] == 'S')
+                    first[2] = i;
+                else if (first[3] < 0 && date[i + 1] == 'D')
+                    first[3] = i;
+            }
+            break;
+        case 'P':
+            if (first[4] < 0 && i + 2 < size && date[i + 1] == 'S' && date[i + 2] == 'T')
+                first[4] = i;
+            break;
+        case ',':
+            if (first[5] < 0)
+                first[5] = i;
+            break;
+        default:
+            break;
+        }
     }
-    cutBefore("+", 1);
+    qsizetype n = size;
+    if (first[0] >= 0)
+        n = first[0];
+    for (int k = 1; k <= 4; ++k)
+        if (first[k] >= 0 && first[k] + 3 <= n)
+            n = first[k];
+    const char *p = date;
+    if (first[5] >= 0 && first[5] < n) {
+        p += first[5] + 1;
+        n -= first[5] + 1;
+    }
+    if (const void *plus = n > 0 ? std::memchr(p, '+', size_t(n)) : nullptr)
+        n = static_cast<const char *>(plus) - p;
+    auto ws = [](char c) { return c == ' ' || (c >= '\t' && c <= '\r'); };
+    {
+        // collapsing double spaces changes no word, so the common forms are read in place
+        qsizetype b = 0, e = n;
+        while (b < e && ws(p[b]))
+            ++b;
+        while (e > b && ws(p[e - 1]))
+            --e;
+        int day, month, year, h, mi, s;
+        if (quickDate(p + b, e - b, day, month, year, h, mi, s)) {
+            *cleaned = p + b;
+            *cleanedSize = e - b;
+            char *d = display;
+            d = putNumber(d, month, 2);
+            *d++ = '/';
+            d = putNumber(d, day, 2);
+            *d++ = '/';
+            d = putNumber(d, year, 4);
+            dlen = int(d - display);
+            d = sort;
+            d = putNumber(d, year, 4);
+            *d++ = '/';
+            d = putNumber(d, month, 2);
+            *d++ = '/';
+            d = putNumber(d, day, 2);
+            *d++ = ' ';
+            d = putNumber(d, h, 2);
+            *d++ = ':';
+            d = putNumber(d, mi, 2);
+            *d++ = ':';
+            d = putNumber(d, s, 2);
+            slen = int(d - sort);
+            return true;
+        }
+    }
     char *out = stack;
     if (n > qsizetype(sizeof stack)) {
         scratch.resize(n);
@@ -319,8 +393,6 @@ static bool quickDateForms(const char *date, qsizetype size, char *display, int 
         if (p[i] == ' ' && i + 1 < n && p[i + 1] == ' ')
             ++i;
     }
-    // trim: ASCII text, so the white space is this
-    auto ws = [](char c) { return c == ' ' || (c >= '\t' && c <= '\r'); };
     qsizetype b = 0, e = o;
     while (b < e && ws(out[b]))
         ++b;
@@ -328,30 +400,7 @@ static bool quickDateForms(const char *date, qsizetype size, char *display, int 
         --e;
     *cleaned = out + b;
     *cleanedSize = e - b;
-    int day, month, year, h, mi, s;
-    if (!quickDate(out + b, e - b, day, month, year, h, mi, s))
-        return false;
-    char *d = display;
-    d = putNumber(d, month, 2);
-    *d++ = '/';
-    d = putNumber(d, day, 2);
-    *d++ = '/';
-    d = putNumber(d, year, 4);
-    dlen = int(d - display);
-    d = sort;
-    d = putNumber(d, year, 4);
-    *d++ = '/';
-    d = putNumber(d, month, 2);
-    *d++ = '/';
-    d = putNumber(d, day, 2);
-    *d++ = ' ';
-    d = putNumber(d, h, 2);
-    *d++ = ':';
-    d = putNumber(d, mi, 2);
-    *d++ = ':';
-    d = putNumber(d, s, 2);
-    slen = int(d - sort);
-    return true;
+    return false;
 }
 
 void formatDateBytes(const char *date, qsizetype size, QByteArray &display, QByteArray &sort)

@@ -177,31 +177,31 @@ QByteArrayView MessageGrid::cellView(const QByteArray &row, int col)
 
 namespace {
 
-// The byte order QByteArray::compare uses without regard to case: each byte mapped to the
-// largest byte it compares equal to. Checked against compare itself; when a Qt version folds
-// in a way this cannot express, keys stay zero and every comparison is a whole one.
+// The byte order QByteArray::compare uses without regard to case: each byte mapped to its rank
+// in that order (bytes that compare equal share a rank). Checked against compare itself; when
+// it cannot be expressed so, keys stay empty and every comparison is a whole one.
 struct Fold {
     uchar map[256];
     bool usable = true;
+    static int cmp(int c, int d)
+    {
+        const char a = char(c), b = char(d);
+        return QByteArrayView(&a, 1).compare(QByteArrayView(&b, 1), Qt::CaseInsensitive);
+    }
     Fold()
     {
-        for (int c = 0; c < 256; ++c) {
-            map[c] = uchar(c);
-            const char a = char(c);
-            for (int d = 255; d > c; --d) {
-                const char b = char(d);
-                if (QByteArrayView(&a, 1).compare(QByteArrayView(&b, 1), Qt::CaseInsensitive) == 0) {
-                    map[c] = uchar(d);
-                    break;
-                }
-            }
-        }
+        int order[256];
+        for (int c = 0; c < 256; ++c)
+            order[c] = c;
+        std::stable_sort(order, order + 256, [](int a, int b) { return cmp(a, b) < 0; });
+        map[order[0]] = 0;
+        for (int i = 1; i < 256; ++i)
+            map[order[i]] = uchar(cmp(order[i - 1], order[i]) == 0 ? map[order[i - 1]] : map[order[i - 1]] + 1);
         for (int c = 0; c < 256 && usable; ++c)
             for (int d = 0; d < 256; ++d) {
-                const char a = char(c), b = char(d);
-                const int cmp = QByteArrayView(&a, 1).compare(QByteArrayView(&b, 1), Qt::CaseInsensitive);
+                const int x = cmp(c, d);
                 const int mine = int(map[c]) - int(map[d]);
-                if ((cmp < 0) != (mine < 0) || (cmp > 0) != (mine > 0)) {
+                if ((x < 0) != (mine < 0) || (x > 0) != (mine > 0)) {
                     usable = false;
                     break;
                 }

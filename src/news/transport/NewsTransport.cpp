@@ -746,11 +746,16 @@ void NewsTransport::appendRecord(const char *data, qsizetype size)
         }
     }
     const quint32 sizes[2] = {quint32(size), quint32(path.size())};
-    if (m_records.capacity() - m_records.size() < qsizetype(sizeof sizes) + size + path.size())
-        m_records.reserve(qMax<qsizetype>(2 * m_records.size(), 1 << 20) + size + path.size());
-    m_records.append(reinterpret_cast<const char *>(sizes), sizeof sizes);
-    m_records.append(data, size);
-    m_records.append(path);
+    const qsizetype at = m_records.size();
+    const qsizetype need = qsizetype(sizeof sizes) + size + path.size();
+    if (m_records.capacity() - at < need)
+        m_records.reserve(qMax<qsizetype>(2 * at, 1 << 20) + need);
+    m_records.resize(at + need);
+    char *d = m_records.data() + at;
+    std::memcpy(d, sizes, sizeof sizes);
+    std::memcpy(d + sizeof sizes, data, size_t(size));
+    if (!path.isEmpty())
+        std::memcpy(d + sizeof sizes + size, path.constData(), size_t(path.size()));
 }
 
 void NewsTransport::nextArticle()
