@@ -70,17 +70,34 @@ QByteArray cacheLineToRow(const QByteArray &line)
     return row;
 }
 
-bool readMessageCache(const QString &path, QVector<QByteArray> &rows)
+MessageCacheReader::MessageCacheReader(const QString &path)
+    : m_file(path)
 {
-    QFile f(path);
-    if (!f.open(QIODevice::ReadOnly))
-        return false;
-    const QByteArray all = f.readAll();
-    qsizetype start = 0;
+    m_open = m_file.open(QIODevice::ReadOnly);
+}
+
+void MessageCacheReader::next(QVector<QByteArray> &rows, qint64 blockBytes)
+{
+    if (!m_open)
+        return;
+    if (!m_eof) {
+        // keep the unfinished line, add the next block
+        m_buf.remove(0, m_pos);
+        m_pos = 0;
+        const QByteArray more = m_file.read(blockBytes);
+        if (more.isEmpty())
+            m_eof = true;
+        m_buf += more;
+    }
+    const QByteArray &all = m_buf;
+    qsizetype start = m_pos;
     while (start < all.size()) {
         qsizetype end = all.indexOf('\n', start);
-        if (end < 0)
+        if (end < 0) {
+            if (!m_eof)
+                break;   // the rest comes with the next block
             end = all.size();
+        }
         qsizetype stop = end;
         if (stop > start && all[stop - 1] == '\r')
             --stop;
@@ -88,6 +105,16 @@ bool readMessageCache(const QString &path, QVector<QByteArray> &rows)
             rows.append(cacheLineToRow(all.mid(start, stop - start)));
         start = end + 1;
     }
+    m_pos = qMin(start, all.size());
+}
+
+bool readMessageCache(const QString &path, QVector<QByteArray> &rows)
+{
+    MessageCacheReader r(path);
+    if (!r.isOpen())
+        return false;
+    while (!r.atEnd())
+        r.next(rows);
     return true;
 }
 

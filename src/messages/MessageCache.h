@@ -1,5 +1,6 @@
 #pragma once
 #include <QByteArray>
+#include <QFile>
 #include <QString>
 #include <QVector>
 
@@ -15,6 +16,20 @@ QString messageCacheFile(const QString &serverTag, const QString &group);
 bool writeMessageCache(const QString &path, const MessageGrid &grid);
 // The message lines of the file as packed grid rows (cells separated by 0x7F, nine cells).
 bool readMessageCache(const QString &path, QVector<QByteArray> &rows);
+// Reads the file a block at a time, so that a long file can be read between yields.
+class MessageCacheReader {
+public:
+    explicit MessageCacheReader(const QString &path);
+    bool isOpen() const { return m_open; }
+    bool atEnd() const { return !m_open || (m_eof && m_pos >= m_buf.size()); }
+    // Appends the message lines of the next block (about blockBytes) as packed rows.
+    void next(QVector<QByteArray> &rows, qint64 blockBytes = 4 << 20);
+private:
+    QFile m_file;
+    QByteArray m_buf;
+    qsizetype m_pos = 0;
+    bool m_open = false, m_eof = false;
+};
 // One cache line of packed cells (8 cells each followed by 0x7F) -> packed row of 9 cells.
 QByteArray cacheLineToRow(const QByteArray &line);
 

@@ -135,8 +135,21 @@ bool MessageList::ListMessages(bool useCache)
     const QString cache = cacheFile();
     NewsSession *s = m.session;
     if (useCache && QFile::exists(cache)) {
+        // read a block at a time, yielding between blocks, so a long list neither freezes the
+        // window nor ignores Stop (what was read so far is listed)
         QVector<QByteArray> rows;
-        listing::readMessageCache(cache, rows);
+        listing::MessageCacheReader reader(cache);
+        QElapsedTimer slice;
+        slice.start();
+        while (!reader.atEnd() && !m.S.StopRequested) {
+            reader.next(rows, 1 << 20);
+            if (slice.elapsed() >= 20) {
+                if (rows.size() >= 100)
+                    m.setStatus(2, QStringLiteral("~%1 So Far").arg(rows.size() / 100 * 100));
+                nd::yieldOnce();
+                slice.restart();
+            }
+        }
         // rows with an empty display date at the top are dropped
         qsizetype skip = 0;
         while (skip < rows.size() && MessageGrid::cellOf(rows[skip], 1).isEmpty())

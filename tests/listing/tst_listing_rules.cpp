@@ -93,6 +93,26 @@ private slots:
         QCOMPARE(MessageGrid::cellOf(rows[0], 2), QByteArray("subj \xc3\xa4"));
         QCOMPARE(MessageGrid::cellOf(rows[0], 8), QByteArray());   // the mark is not cached
         QCOMPARE(MessageGrid::cellOf(rows[1], 6), QByteArray("<x>"));
+        // read in blocks that end inside lines and between CR and LF: the same rows
+        QFile crlf(dir.filePath("crlf.tmp"));
+        QVERIFY(crlf.open(QIODevice::WriteOnly));
+        QByteArray text;
+        for (int i = 1; i <= 50; ++i)
+            text += QByteArray::number(i) + "\x7f" "d\x7fsubject " + QByteArray::number(i) + "\x7f\r\n" + (i % 7 ? "" : "\x7f\x7f\r\n");
+        text += "51\x7f" "d\x7flast line without end";
+        crlf.write(text);
+        crlf.close();
+        QVector<QByteArray> whole;
+        QVERIFY(readMessageCache(crlf.fileName(), whole));
+        QCOMPARE(whole.size(), 51);
+        QCOMPARE(MessageGrid::cellOf(whole.last(), 2), QByteArray("last line without end"));
+        for (int block : {1, 2, 3, 7, 64}) {
+            MessageCacheReader r(crlf.fileName());
+            QVector<QByteArray> parts;
+            while (!r.atEnd())
+                r.next(parts, block);
+            QCOMPARE(parts, whole);
+        }
     }
 
     // Overview lines go straight to packed rows on the fast path; the cells must be exactly those
