@@ -74,7 +74,8 @@ void MessageList::fetchRows(NewsTransport &t, const QString &cache)
     slice.start();
     shown.start();
     nd::waitUntil([&] {
-        if (slice.elapsed() >= 20) {   // the reader hands over what came, the builder gets to work
+        // the reader hands over what came whenever the builder runs short, at least every 20 ms
+        if (slice.elapsed() >= 20 || builder.pendingBytes() < (1 << 20)) {
             drainTransport();
             slice.restart();
         }
@@ -157,13 +158,14 @@ bool MessageList::ListMessages(bool useCache)
         if (skip == rows.size() && skip > 0)
             --skip;   // keep the last one, as the classic loop stops at three rows
         rows.remove(0, skip);
+        const qsizetype listed = rows.size();
         m.grid->SetRows(1);
-        m.grid->appendRows(rows);
+        m.grid->appendRows(std::move(rows));
         m.grid->SetRows(m.grid->Rows() + 1);   // the empty row that ends a cache listing
         if (m.grid->Rows() <= 2)
             m.grid->SetRows(3);
-        if (rows.size() >= 100)
-            m.setStatus(2, QStringLiteral("~%1 So Far").arg(rows.size() / 100 * 100));
+        if (listed >= 100)
+            m.setStatus(2, QStringLiteral("~%1 So Far").arg(listed / 100 * 100));
     } else {
         m.S.TransportError = 0;
         for (const char *scope : {"SG", "CG", "SM", "FA"})
