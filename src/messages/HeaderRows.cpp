@@ -211,9 +211,15 @@ qsizetype findBytes(const char *p, qsizetype n, const char *what, qsizetype wn)
         const void *q = std::memchr(p, what[0], size_t(n));
         return q ? static_cast<const char *>(q) - p : -1;
     }
-    for (qsizetype i = 0; i + wn <= n; ++i)
-        if (p[i] == what[0] && std::memcmp(p + i, what, size_t(wn)) == 0)
+    for (qsizetype i = 0; i + wn <= n;) {
+        const void *q = std::memchr(p + i, what[0], size_t(n - wn + 1 - i));
+        if (!q)
+            return -1;
+        i = static_cast<const char *>(q) - p;
+        if (std::memcmp(p + i, what, size_t(wn)) == 0)
             return i;
+        ++i;
+    }
     return -1;
 }
 
@@ -301,52 +307,25 @@ bool quickDate(const char *p, qsizetype n, int &day, int &month, int &year, int 
 static bool quickDateForms(const char *date, qsizetype size, char *display, int &dlen, char *sort, int &slen,
                            const char **cleaned, qsizetype *cleanedSize, char (&stack)[128], QByteArray &scratch)
 {
-    // the date rule on bytes: cut at "-", the zones, after ",", at "+". One scan finds the
-    // first place of each mark; a mark cuts only when it lies wholly inside what is left.
-    qsizetype first[6] = {-1, -1, -1, -1, -1, -1};   // - GMT EST EDT PST ,
-    for (qsizetype i = 0; i < size; ++i) {
-        switch (date[i]) {
-        case '-':
-            if (first[0] < 0)
-                first[0] = i;
-            break;
-        case 'G':
-            if (first[1] < 0 && i + 2 < size && date[i + 1] == 'M' && date[i + 2] == 'T')
-                first[1] = i;
-            break;
-        case 'E':
-            if (i + 2 < size && date[i + 2] == 'T') {
-                if (first[2] < 0 && date[i + 1] == 'S')
-                    first[2] = i;
-                else if (first[3] < 0 && date[i + 1] == 'D')
-                    first[3] = i;
-            }
-            break;
-        case 'P':
-            if (first[4] < 0 && i + 2 < size && date[i + 1] == 'S' && date[i + 2] == 'T')
-                first[4] = i;
-            break;
-        case ',':
-            if (first[5] < 0)
-                first[5] = i;
-            break;
-        default:
-            break;
-        }
-    }
-    qsizetype n = size;
-    if (first[0] >= 0)
-        n = first[0];
-    for (int k = 1; k <= 4; ++k)
-        if (first[k] >= 0 && first[k] + 3 <= n)
-            n = first[k];
+    // the date rule on bytes: cut at "-", the zones, after ",", at "+"
     const char *p = date;
-    if (first[5] >= 0 && first[5] < n) {
-        p += first[5] + 1;
-        n -= first[5] + 1;
+    qsizetype n = size;
+    auto cutBefore = [&](const char *mark, qsizetype mn) {
+        const qsizetype at = findBytes(p, n, mark, mn);
+        if (at >= 0)
+            n = at;
+    };
+    cutBefore("-", 1);
+    cutBefore("GMT", 3);
+    cutBefore("EST", 3);
+    cutBefore("EDT", 3);
+    cutBefore("PST", 3);
+    const qsizetype comma = findBytes(p, n, ",", 1);
+    if (comma >= 0) {
+        p += comma + 1;
+        n -= comma + 1;
     }
-    if (const void *plus = n > 0 ? std::memchr(p, '+', size_t(n)) : nullptr)
-        n = static_cast<const char *>(plus) - p;
+    cutBefore("+", 1);
     auto ws = [](char c) { return c == ' ' || (c >= '\t' && c <= '\r'); };
     {
         // collapsing double spaces changes no word, so the common forms are read in place
