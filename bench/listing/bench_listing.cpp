@@ -31,6 +31,7 @@
 
 #include <algorithm>
 #include <arpa/inet.h>
+#include <ctime>
 #include <atomic>
 #include <cstdio>
 #include <cstring>
@@ -282,6 +283,14 @@ double plainQt(quint16 port, const QByteArray &command)
     return clock.nsecsElapsed() / 1e9;
 }
 
+// CPU seconds of the whole process (server threads included), robust against a busy machine
+double processCpu()
+{
+    timespec ts{};
+    clock_gettime(CLOCK_PROCESS_CPUTIME_ID, &ts);
+    return double(ts.tv_sec) + double(ts.tv_nsec) / 1e9;
+}
+
 double median(std::vector<double> v)
 {
     std::sort(v.begin(), v.end());
@@ -407,14 +416,19 @@ int main(int argc, char **argv)
     std::vector<double> plain, plainQ, list, ratios;
     bool ok = true;
     qint64 peakGrowthKb = -1;
+    std::vector<double> cpuPlain, cpuList;
     for (int r = 0; r < rounds; ++r) {
+        const double c0 = processCpu();
         const double p1 = plainRecv(port, overCmd, &got);
+        cpuPlain.push_back(processCpu() - c0);
         plainQ.push_back(plainQt(port, overCmd.left(overCmd.size())));
         w.grid->ResizeGrid();
         const qint64 rssBefore = procStatusKb("VmRSS:");
         const bool peakReset = resetPeak();
         probeStart();
+        const double c1 = processCpu();
         const double l = listing();
+        cpuList.push_back(processCpu() - c1);
         const qint64 gap = probeEnd();
         if (r == 0 && peakReset)
             peakGrowthKb = procStatusKb("VmHWM:") - rssBefore;
@@ -432,6 +446,8 @@ int main(int argc, char **argv)
                 (long long)rows, median(list), median(plain), median(plainQ));
     std::printf("RATIO listing / plain read (median of rounds): %.2f (target <= 2.0); against the QTcpSocket reader: %.2f\n",
                 median(ratios), median(list) / median(plainQ));
+    std::printf("CPU seconds of the process (server included): listing median %.3f, plain read median %.3f, ratio %.2f\n",
+                median(cpuList), median(cpuPlain), median(cpuList) / median(cpuPlain));
     if (peakGrowthKb >= 0)
         std::printf("MEMORY peak growth of the listing %.1f MiB for %.1f MiB of overview text: ratio %.2f (target <= 3.0)\n",
                     peakGrowthKb / 1024.0, overviewBytes / 1048576.0, peakGrowthKb * 1024.0 / overviewBytes);
