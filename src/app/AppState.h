@@ -36,4 +36,7 @@ struct AppState {
     bool IsYenc = false;
     bool DownloadBusy = false;
     bool ScanMode = false;
+
+    // the file chosen for the results of address harvesting and server checking
+    QString OutputFileName;
 };

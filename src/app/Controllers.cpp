@@ -3,6 +3,7 @@
 #include "download/SavedFiles.h"
 #include "groups/Favorites.h"
 #include "groups/GroupList.h"
+#include "harvest/Harvester.h"
 #include "messages/GridController.h"
 #include "messages/MessageList.h"
 #include "news/Session.h"
@@ -25,4 +26,5 @@ void frmMain::createControllers()
     poster = new Poster(*this);
     savedFiles = new SavedFiles(*this);
     viewer = new Viewer(*this);
+    harvester = new Harvester(*this);
 }
