@@ -59,9 +59,10 @@ Harvester::Harvester(frmMain &main) : QObject(&main), m(main)
     };
     for (const Command &c : commands)
         m.wireCommand(QString::fromLatin1(c.menu), [this, scope = c.scope, kind = c.kind] { command(scope, kind); });
-    // the window starts disconnected: the scopes that need a listing wait for one
-    for (const char *scope : {"CG", "SG", "SM"})
-        m.MenuOnOff(QString::fromLatin1(scope), false);
+    // the window starts disconnected: the commands that need a listing wait for one (menuWebC,
+    // menuEmailC, menuServC, menuWebG, menuEmailG, menuServG, menuWebM)
+    for (int code : {39, 35, 43, 40, 36, 44, 42})
+        m.SetMenuState(code, false);
 
     connect(m.lstHTTPView, &QAbstractItemView::doubleClicked, this, [this] { OpenSelectedAddress(); });
     m.lstHTTPView->installEventFilter(this);
@@ -307,8 +308,14 @@ void Harvester::holdLists(bool hold)
 
 void Harvester::command(HarvestScope scope, HarvestKind kind)
 {
-    if (m_running)
+    // one batch run at a time (server checking borrows the same lists under QuietMode)
+    if (m_running || m.S.QuietMode)
         return;
+    if (m.S.DownloadBusy || (m.session && m.session->transactionRunning())
+        || (m.messages && m.messages->listingInProgress())) {
+        m.setStatus(2, QStringLiteral("Please wait until current transaction is finished"));
+        return;
+    }
     if (kind == NewsServers && !AskOutputFile())
         return;
     DoAdvanced(scope, kind);

@@ -134,12 +134,15 @@ class TstHarvestInn : public QObject {
     const QString gMail = groupName("mail");
     const QString gPath = groupName("path");
     const QString gMany = groupName("many");
+    const QString gSubject = groupName("subject");
     const QString gOnly = QStringLiteral("alt.newsdredge.only.t") + Tag;
 
 private slots:
     void initTestCase()
     {
-        for (const QString &g : {gWeb, gWeb2, gWeb3, gMail, gPath, gMany, gOnly})
+        // group lists cached by an earlier run name groups this server no longer has
+        QVERIFY(QDir(nd::cacheDir()).removeRecursively());
+        for (const QString &g : {gWeb, gWeb2, gWeb3, gMail, gPath, gMany, gOnly, gSubject})
             QVERIFY(newGroup(g));
         // newest first: the listing shows the articles in this order
         QVERIFY(postText(gWeb, "Web One <w1@example.org>", "links one",
@@ -170,6 +173,7 @@ private slots:
             QVERIFY(postText(gMany, "Many <many@example.org>", QStringLiteral("many %1").arg(i),
                              QStringLiteral("address http://many%1.h4.test/").arg(i), 30 - i));
         QVERIFY(postText(gOnly, "Only <only@restricted.test>", "only", "x", 1));
+        QVERIFY(postText(gSubject, "Subj <subj@example.org>", "Files at http://subject.h5.test/list", "no address here", 1));
     }
 
     void webAddressesInTheCurrentGroup()
@@ -268,6 +272,18 @@ private slots:
         x.w.downloader->NNTP_DownloadMessage(n);
         QCOMPARE(x.w.lstHTTP->texts(), QStringList{"ftp://ftp.h2.test/f"});
         QVERIFY(!x.w.S.ScanMode);
+
+        // a download hands the subject over too, when either kind is kept
+        x.w.lstHTTP->clear();
+        QTemporaryDir dest;
+        x.w.opt.DestDir = dest.path() + QLatin1Char('/');
+        QCOMPARE(x.list(gSubject), 1);
+        x.w.opt.SaveFTP = 0;
+        x.w.downloader->DownloadRows(1);
+        QCOMPARE(x.w.lstHTTP->count(), 0);
+        x.w.opt.SaveHTTP = 1;
+        x.w.downloader->DownloadRows(1);
+        QCOMPARE(x.w.lstHTTP->texts(), QStringList{"http://subject.h5.test/list"});
     }
 
     void webAddressesInSelectedGroups()
@@ -277,7 +293,7 @@ private slots:
         const int i2 = groupIndex(x.w, gWeb2);
         const int i3 = groupIndex(x.w, gWeb3);
         const int iMail = groupIndex(x.w, gMail);
-        QVERIFY(i2 >= 0 && i3 >= 0 && iMail >= 0);
+        QVERIFY2(i2 >= 0 && i3 >= 0 && iMail >= 0, qPrintable(x.w.status(1) + " / " + x.w.status(2) + " / " + QString::number(x.w.lstGroups->count()) + " " + x.state()));
         x.w.lstGroups->setSelected(i3, true);
         x.w.lstGroups->setSelected(i2, true);
         x.w.lstGroups->setSelected(iMail, true);

@@ -214,6 +214,26 @@ private slots:
         QCOMPARE(x.p.texts().size(), 1);
     }
 
+    void refusedWhileAnotherRunWorks()
+    {
+        Window x;
+        x.w.lstFavorites->addMany({QStringLiteral("alt.a (news.example.test)")});
+        x.w.lstHTTP->add(QStringLiteral("kept"));
+        // a download is running: the harvest waits its turn
+        x.w.S.DownloadBusy = true;
+        x.w.action(QStringLiteral("menuWebF"))->trigger();
+        QCOMPARE(x.w.status(2), QStringLiteral("Please wait until current transaction is finished"));
+        QVERIFY(x.p.asked.isEmpty());
+        QCOMPARE(x.w.lstHTTP->texts(), QStringList{"kept"});
+        x.w.S.DownloadBusy = false;
+        // another batch run holds the lists
+        x.w.S.QuietMode = true;
+        x.w.action(QStringLiteral("menuEmailF"))->trigger();
+        QVERIFY(x.p.asked.isEmpty());
+        QCOMPARE(x.w.lstHTTP->texts(), QStringList{"kept"});
+        QVERIFY(x.w.S.QuietMode);
+    }
+
     void mustSelectItemsFirst()
     {
         Window x;
