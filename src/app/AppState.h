@@ -36,7 +36,5 @@ struct AppState {
     bool IsYenc = false;
     bool DownloadBusy = false;
     bool ScanMode = false;
-
-    // the file chosen for the results of address harvesting and server checking
     QString OutputFileName;
 };

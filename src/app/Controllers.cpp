@@ -24,7 +24,7 @@ void frmMain::createControllers()
     downloader = new Downloader(*this);
     favorites = new Favorites(*this);
     poster = new Poster(*this);
+    harvester = new Harvester(*this);
     savedFiles = new SavedFiles(*this);
     viewer = new Viewer(*this);
-    harvester = new Harvester(*this);
 }
