@@ -7,6 +7,7 @@
 #include "messages/MessageList.h"
 #include "news/Session.h"
 #include "post/Poster.h"
+#include "servers/ServerChecker.h"
 #include "servers/ServerList.h"
 #include "viewer/Viewer.h"
 
@@ -25,4 +26,5 @@ void frmMain::createControllers()
     poster = new Poster(*this);
     savedFiles = new SavedFiles(*this);
     viewer = new Viewer(*this);
+    serverChecker = new ServerChecker(*this);
 }
