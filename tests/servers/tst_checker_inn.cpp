@@ -398,6 +398,30 @@ private slots:
         x.verifyRestored(favorites);
     }
 
+    void closingTheWindowKeepsTheFavorites()
+    {
+        SilentServer silent;
+        Window x;
+        x.setServers({silent.address(), good}, {0, 1});
+        QTimer closer;
+        QObject::connect(&closer, &QTimer::timeout, [&] {
+            if (!silent.held.isEmpty()) {
+                // the check list stands in the favourites list now
+                QCOMPARE(x.w.lstFavorites->count(), 2);
+                x.w.close();
+                closer.stop();
+            }
+        });
+        closer.start(5);
+        x.w.action("menuCheck")->trigger();
+        nd::waitUntil([&] { return x.w.shutdownDone(); });
+        // shutdown wrote the favourites, not the servers being checked
+        QCOMPARE(fileLines(x.w.opt.FavoritesFile), favorites);
+        QCOMPARE(x.w.lstFavorites->texts(), favorites);
+        QVERIFY(!x.w.S.QuietMode);
+        QCOMPARE(x.serverNames(), QStringList({silent.address(), good}));
+    }
+
     void aNormalConnectMarksTheServer()
     {
         Window x;
