@@ -8,6 +8,7 @@
 #include "messages/MessageList.h"
 #include "news/Session.h"
 #include "post/Poster.h"
+#include "servers/ServerChecker.h"
 #include "servers/ServerList.h"
 #include "viewer/Viewer.h"
 
@@ -27,4 +28,5 @@ void frmMain::createControllers()
     harvester = new Harvester(*this);
     savedFiles = new SavedFiles(*this);
     viewer = new Viewer(*this);
+    serverChecker = new ServerChecker(*this);
 }
