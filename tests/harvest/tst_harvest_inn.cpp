@@ -19,6 +19,7 @@
 #include <QAction>
 #include <QDateTime>
 #include <QDir>
+#include <QElapsedTimer>
 #include <QFile>
 #include <QGroupBox>
 #include <QItemSelectionModel>
@@ -478,6 +479,7 @@ private slots:
         bool stopped = false;
         bool wasScanning = false;
         bool wasQuiet = false;
+        QElapsedTimer sinceStop;
         QTimer poll;
         poll.setInterval(10);
         QObject::connect(&poll, &QTimer::timeout, [&] {
@@ -486,6 +488,7 @@ private slots:
                 wasQuiet = x.w.S.QuietMode;
                 stopped = true;
                 QVERIFY(x.w.action(QStringLiteral("menuStop"))->isEnabled());
+                sinceStop.start();
                 x.w.action(QStringLiteral("menuStop"))->trigger();
             }
         });
@@ -493,6 +496,8 @@ private slots:
         x.w.action(QStringLiteral("menuWebF"))->trigger();
         poll.stop();
         QVERIFY(stopped);
+        // reported, not judged: the closing steps include a disconnect
+        qInfo("favourites run ended %lld ms after Stop", sinceStop.elapsed());
         QVERIFY(wasScanning);
         QVERIFY(wasQuiet);
         // the first favourite was cut short, the second never visited
@@ -517,11 +522,13 @@ private slots:
         QVERIFY(x.connect(inn::portOpen()));
         QCOMPARE(x.list(gMany), 25);
         bool stopped = false;
+        QElapsedTimer sinceStop;
         QTimer poll;
         poll.setInterval(5);
         QObject::connect(&poll, &QTimer::timeout, [&] {
             if (!stopped && x.w.lstHTTP->count() >= 1) {
                 stopped = true;
+                sinceStop.start();
                 x.w.StopOperation();
             }
         });
@@ -529,6 +536,7 @@ private slots:
         x.w.action(QStringLiteral("menuWebC"))->trigger();
         poll.stop();
         QVERIFY(stopped);
+        qInfo("group run ended %lld ms after Stop", sinceStop.elapsed());
         QVERIFY(x.w.lstHTTP->count() < 25);
         x.verifyRestored("menuWebC");
         QCOMPARE(x.state(), Connected);
