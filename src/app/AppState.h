@@ -36,4 +36,5 @@ struct AppState {
     bool IsYenc = false;
     bool DownloadBusy = false;
     bool ScanMode = false;
+    QString OutputFileName;
 };

@@ -3,10 +3,12 @@
 #include "download/SavedFiles.h"
 #include "groups/Favorites.h"
 #include "groups/GroupList.h"
+#include "harvest/Harvester.h"
 #include "messages/GridController.h"
 #include "messages/MessageList.h"
 #include "news/Session.h"
 #include "post/Poster.h"
+#include "servers/ServerChecker.h"
 #include "servers/ServerList.h"
 #include "viewer/Viewer.h"
 
@@ -23,6 +25,8 @@ void frmMain::createControllers()
     downloader = new Downloader(*this);
     favorites = new Favorites(*this);
     poster = new Poster(*this);
+    harvester = new Harvester(*this);
     savedFiles = new SavedFiles(*this);
     viewer = new Viewer(*this);
+    serverChecker = new ServerChecker(*this);
 }

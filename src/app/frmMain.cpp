@@ -178,6 +178,9 @@ void frmMain::buildWidgets()
     lblGrp->setObjectName(QStringLiteral("lblGrp"));
     lblFav = new QLabel(this);
     lblFav->setObjectName(QStringLiteral("lblFav"));
+    // a long group name in the caption is cut off rather than widening the left column
+    for (QLabel *l : {lblGrp, lblFav})
+        l->setSizePolicy(QSizePolicy::Ignored, QSizePolicy::Preferred);
     lstGroupsView = makeListView(lstGroups, QStringLiteral("lstGroups"));
     lstFavoritesView = makeListView(lstFavorites, QStringLiteral("lstFavorites"));
     lstFilesView = makeListView(lstFiles, QStringLiteral("lstFiles"));

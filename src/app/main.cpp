@@ -3,6 +3,7 @@
 #include "ui/Prompter.h"
 
 #include <QApplication>
+#include <QDialog>
 #ifdef __GLIBC__
 #include <malloc.h>
 #endif
@@ -15,6 +16,7 @@
 
 namespace {
 int g_sigFd[2] = {-1, -1};
+bool g_terminating = false;
 
 void onTerminate(int)
 {
@@ -23,15 +25,31 @@ void onTerminate(int)
 }
 
 // SIGTERM and SIGINT close the main window the normal way, so options and geometry are kept.
-void closeOnTerminate(QWidget *window)
+// Open dialogs are cancelled first (a dialog would otherwise keep the program alive), and boxes
+// asked for afterwards take their default answers.
+void closeOnTerminate(QWidget *window, GuiPrompter *prompter)
 {
     if (::socketpair(AF_UNIX, SOCK_STREAM, 0, g_sigFd) != 0)
         return;
     auto *n = new QSocketNotifier(g_sigFd[1], QSocketNotifier::Read, window);
-    QObject::connect(n, &QSocketNotifier::activated, window, [window] {
+    QObject::connect(n, &QSocketNotifier::activated, window, [window, prompter] {
         char c;
         [[maybe_unused]] const ssize_t r = ::read(g_sigFd[1], &c, 1);
-        window->close();
+        g_terminating = true;
+        prompter->setClosing(true);
+        for (int i = 0; i < 32; ++i) {
+            QWidget *modal = QApplication::activeModalWidget();
+            if (!modal)
+                break;
+            if (auto *d = qobject_cast<QDialog *>(modal))
+                d->reject();
+            else
+                modal->close();
+            if (QApplication::activeModalWidget() == modal)
+                break;   // it will not go: leave the rest to the window's own close
+        }
+        if (window->isVisible())   // before start-up has shown it, there is nothing to keep yet
+            window->close();
     });
     struct sigaction sa {};
     sa.sa_handler = onTerminate;
@@ -83,8 +101,10 @@ int main(int argc, char **argv)
 
     GuiPrompter gui;
     frmMain w(&gui);
-    closeOnTerminate(&w);
+    closeOnTerminate(&w, &gui);
     w.startUp();
+    if (g_terminating)
+        return 0;   // told to end while the start-up dialogs were open
     w.show();
     return app.exec();
 }

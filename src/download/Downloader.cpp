@@ -6,6 +6,8 @@
 #include "download/FileNames.h"
 #include "download/PartFinder.h"
 #include "download/SavedFiles.h"
+#include "harvest/AddressRules.h"
+#include "harvest/Harvester.h"
 #include "messages/MessageGrid.h"
 #include "news/Session.h"
 #include "news/transport/NewsTransport.h"
@@ -230,8 +232,9 @@ void Downloader::NNTP_DownloadMessage(qint64 n)
             m.S.MessageText = textFromBytes(textPart);
         else
             m.S.MessageText = textFromBytes(MessageBytes);
-        // Web and FTP addresses of the text are harvested by the address scanner, which hooks in here
-        // once it is built.
+        if (m.harvester
+            && (m.S.ScanMode || harvest::worthScanning(m.S.MessageText, m.opt.SaveHTTP != 0, m.opt.SaveFTP != 0)))
+            m.harvester->FindWebAddresses(m.S.MessageText);
     }
 
     m.SetMenuState(4, false);
@@ -408,6 +411,8 @@ void Downloader::DownloadRows(int row)
         m.setStatus(2, QString());
 
         const QString subject = grid->cell(r, 2);
+        if (m.harvester && (m.opt.SaveHTTP != 0 || m.opt.SaveFTP != 0 || m.S.ScanMode))
+            m.harvester->FindWebAddresses(subject);
         const qint64 n = grid->cell(r, 0).trimmed().toLongLong();
         PartCount = 0;
         if (!m_rows || !m_rows->stillValid()) {

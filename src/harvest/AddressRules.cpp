@@ -34,7 +34,7 @@ static qsizetype firstHttp(const QString &upper)
 
 void findWebAddresses(const QString &textIn, const WebSwitches &sw,
                       const std::function<bool(const QString &)> &alreadyListed,
-                      const std::function<void(const QString &)> &add)
+                      const std::function<bool(const QString &)> &add)
 {
     QString text = textIn;
     for (;;) {
@@ -64,8 +64,17 @@ void findWebAddresses(const QString &textIn, const WebSwitches &sw,
         const bool keep = (up.contains(QLatin1String("FTP://")) && sw.saveFtp) || (isHttp(up) && sw.saveHttp);
         if (!keep)
             continue;
-        add(address);
+        if (!add(address))
+            return;
     }
+}
+
+bool worthScanning(const QString &text, bool saveHttp, bool saveFtp)
+{
+    if (saveHttp && (text.contains(QLatin1String("HTTP://"), Qt::CaseInsensitive)
+                     || text.contains(QLatin1String("HTTPS://"), Qt::CaseInsensitive)))
+        return true;
+    return saveFtp && text.contains(QLatin1String("FTP://"), Qt::CaseInsensitive);
 }
 
 static QByteArray escaped(const QString &s)

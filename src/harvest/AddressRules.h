@@ -15,10 +15,15 @@ struct WebSwitches {
 };
 
 // Walks one article text: every HTTP(S) address first, then the FTP ones. For each address that
-// is not listed yet (alreadyListed) and that the switches keep, calls add(address).
+// is not listed yet (alreadyListed) and that the switches keep, calls add(address); add returns
+// false to end the scan of the text (its file could not be written).
 void findWebAddresses(const QString &text, const WebSwitches &sw,
                       const std::function<bool(const QString &)> &alreadyListed,
-                      const std::function<void(const QString &)> &add);
+                      const std::function<bool(const QString &)> &add);
+
+// Whether a fetched article's text goes to the Web/FTP scan outside a scanning run: it names an
+// HTTP(S) address and HTTP addresses are kept, or an FTP address and FTP addresses are kept.
+bool worthScanning(const QString &text, bool saveHttp, bool saveFtp);
 
 // Cuts an address at the first space, CR, vertical tab, LF, "<", ">", ")" and double quote, then
 // trims it.

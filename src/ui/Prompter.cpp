@@ -31,6 +31,8 @@ static QString titleOr(const QString &title)
 Prompter::Answer GuiPrompter::message(const QString &text, Icon icon, Buttons buttons,
                                       const QString &title, std::optional<Answer> defaultAnswer)
 {
+    if (m_closing)
+        return defaultAnswer.value_or(firstAnswer(buttons));
     QMessageBox box(QApplication::activeWindow());
     box.setWindowTitle(titleOr(title));
     box.setText(text);
@@ -64,6 +66,8 @@ Prompter::Answer GuiPrompter::message(const QString &text, Icon icon, Buttons bu
 
 std::optional<QString> GuiPrompter::input(const QString &prompt, const QString &title, const QString &defaultText)
 {
+    if (m_closing)
+        return std::nullopt;
     bool ok = false;
     const QString s = QInputDialog::getText(QApplication::activeWindow(), titleOr(title), prompt,
                                             QLineEdit::Normal, defaultText, &ok);
@@ -74,16 +78,22 @@ std::optional<QString> GuiPrompter::input(const QString &prompt, const QString &
 
 QString GuiPrompter::openFileName(const QString &caption, const QString &dir, const QString &filter)
 {
+    if (m_closing)
+        return {};
     return QFileDialog::getOpenFileName(QApplication::activeWindow(), caption, dir, filter);
 }
 
 QString GuiPrompter::saveFileName(const QString &caption, const QString &dir, const QString &filter)
 {
+    if (m_closing)
+        return {};
     return QFileDialog::getSaveFileName(QApplication::activeWindow(), caption, dir, filter);
 }
 
 QString GuiPrompter::existingDirectory(const QString &caption, const QString &dir)
 {
+    if (m_closing)
+        return {};
     return QFileDialog::getExistingDirectory(QApplication::activeWindow(), caption, dir);
 }
 

@@ -41,6 +41,14 @@ public:
     QString openFileName(const QString &caption, const QString &dir, const QString &filter) override;
     QString saveFileName(const QString &caption, const QString &dir, const QString &filter) override;
     QString existingDirectory(const QString &caption, const QString &dir) override;
+
+    // Once the program is told to end (SIGTERM), boxes are no longer shown: each takes its
+    // default answer, input boxes and file dialogs are cancelled.
+    void setClosing(bool closing) { m_closing = closing; }
+    bool closing() const { return m_closing; }
+
+private:
+    bool m_closing = false;
 };
 
 // Batch runs: prints every box to standard error and takes its default answer; input boxes and

@@ -75,7 +75,7 @@ private slots:
         // commands not attached to anything stay disabled even when switched on
         w.SetMenuState(49, true);
         QVERIFY(!w.action(QStringLiteral("menuAuto"))->isEnabled());
-        QVERIFY(!w.action(QStringLiteral("menuGen"))->isEnabled());
+        QVERIFY(!w.action(QStringLiteral("menuScanE"))->isEnabled());
         // tool tips of the toolbar
         QCOMPARE(w.toolButton(QStringLiteral("Setup"))->toolTip(), QStringLiteral("Setup options"));
         QCOMPARE(w.toolButton(QStringLiteral("Links"))->toolTip(), QStringLiteral("Show links"));

@@ -6,6 +6,7 @@
 #include "app/frmMain.h"
 #include "download/Downloader.h"
 #include "messages/MessageGrid.h"
+#include "messages/MessageList.h"
 #include "news/Session.h"
 #include "news/transport/NewsTransport.h"
 #include "ui/ItemList.h"
@@ -100,6 +101,24 @@ class TestDownloadInn : public QObject {
         return true;
     }
 
+    // The program's own listing, as a double-click on the group gives it: newest first, from the server.
+    static bool listByProgram(Win &x, const QString &group)
+    {
+        NewsSession *s = x.w.session;
+        if (!s->transport() || s->transport()->StateText() != QLatin1String("Connected to NNTP Server"))
+            s->NNTP_Connect(false);
+        x.w.opt.NewMsgs = 0;
+        x.w.S.CurrentGroup = group;
+        x.w.messages->ListMessages(false);
+        return x.w.S.TransportError == 0 && x.w.grid->lastMessageRow() > 0;
+    }
+
+    // The right mouse button on the grid downloads the selected rows.
+    static void rightClick(Win &x)
+    {
+        QTest::mouseClick(x.w.MSHResults->viewport(), Qt::RightButton, {}, QPoint(5, 5));
+    }
+
     static int rowOf(Win &x, const QString &subjectPart)
     {
         for (int r = 1; r <= x.w.grid->lastMessageRow(); ++r)
@@ -174,14 +193,14 @@ void TestDownloadInn::initTestCase()
 void TestDownloadInn::selectedRowsThenDuplicates()
 {
     Win x;
-    QVERIFY(listGroup(x, GroupA));
+    QVERIFY(listByProgram(x, GroupA));
     const int uu = rowOf(x, QStringLiteral("uu.bin (07/12)"));
     const int photo = rowOf(x, QStringLiteral("Photo for you"));
     const int pic = rowOf(x, QStringLiteral("\"pic.png\""));
     const int text = rowOf(x, QStringLiteral("Just talking"));
     QVERIFY(uu && photo && pic && text);
     select(x, {uu, photo, pic, text});
-    x.w.action(QStringLiteral("menuDownload"))->trigger();
+    rightClick(x);
 
     compareAll(x, {m_files[1], m_files[2], m_files[3]});
     QCOMPARE(x.destFiles(), (QStringList{"photo.jpg", "pic.png", "uu.bin"}));
@@ -197,20 +216,20 @@ void TestDownloadInn::selectedRowsThenDuplicates()
 
     // the same rows again: the set's rows are taken
     select(x, {rowOf(x, QStringLiteral("uu.bin (01/12)"))});
-    x.w.action(QStringLiteral("menuDownload"))->trigger();
+    rightClick(x);
     QCOMPARE(x.w.status(1), QStringLiteral("Previously Downloaded"));
 
     // listed afresh, the files exist: "Duplicate File", nothing overwritten, nothing added
     const QDateTime before = QFileInfo(x.dest.path() + "/uu.bin").lastModified();
     QTest::qWait(1100);
-    QVERIFY(listGroup(x, GroupA));
+    QVERIFY(listByProgram(x, GroupA));
     select(x, {rowOf(x, QStringLiteral("uu.bin (03/12)"))});
-    x.w.action(QStringLiteral("menuDownload"))->trigger();
+    rightClick(x);
     QCOMPARE(x.w.status(2), QStringLiteral("Duplicate File"));
     QCOMPARE(QFileInfo(x.dest.path() + "/uu.bin").lastModified(), before);
     for (const QString &s : {QStringLiteral("Photo for you"), QStringLiteral("\"pic.png\"")}) {
         select(x, {rowOf(x, s)});
-        x.w.action(QStringLiteral("menuDownload"))->trigger();
+        rightClick(x);
         QCOMPARE(x.w.status(2), QStringLiteral("Duplicate File"));
     }
     QCOMPARE(x.destFiles(), (QStringList{"photo.jpg", "pic.png", "uu.bin"}));
@@ -220,15 +239,15 @@ void TestDownloadInn::selectedRowsThenDuplicates()
 void TestDownloadInn::downloadAllOfAGroup()
 {
     Win x;
-    QVERIFY(listGroup(x, GroupA));
-    x.w.action(QStringLiteral("menuDownloadAll"))->trigger();
+    QVERIFY(listByProgram(x, GroupA));
+    QTest::keyClick(x.w.MSHResults, Qt::Key_F2);
     compareAll(x, m_files);
     QCOMPARE(x.destFiles().size(), m_files.size());   // no temporary file left, nothing else written
     QCOMPARE(x.w.status(1), QStringLiteral("Finished Downloading"));
     QCOMPARE(x.w.lstFiles->count(), m_files.size());
 
     // Download All again on the same listing: every set row is taken, the single ones are duplicates
-    x.w.action(QStringLiteral("menuDownloadAll"))->trigger();
+    QTest::keyClick(x.w.MSHResults, Qt::Key_F2);
     QCOMPARE(x.destFiles().size(), m_files.size());
     QCOMPARE(x.w.lstFiles->count(), m_files.size());
     compareAll(x, m_files);

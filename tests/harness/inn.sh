@@ -5,6 +5,7 @@
 #   inn.sh stop DIR       stop everything started from DIR
 #   inn.sh start-reader DIR PORT NAME READ_PATTERN ACCESS [AUTH]
 #                         one more nnrpd reader (ACCESS: RPA or R; AUTH "user:password")
+#   inn.sh stop-reader DIR PORT   stop the reader listening on PORT (one started by start-reader)
 #   inn.sh newgroup DIR GROUP
 #   inn.sh post DIR PORT FILE   post an article file through a reader (NNTP POST)
 #
@@ -134,6 +135,13 @@ start)
 start-reader)
   R=$(cd "${1:?DIR}" && pwd); start_reader "$R" "${2:?PORT}" "${3:?NAME}" "${4:?PATTERN}" "${5:?ACCESS}" "${6:-}"
   ;;
+stop-reader)
+  R=$(cd "${1:?DIR}" && pwd); P=${2:?PORT}
+  grep -qx "$P" "$R/reader-ports" 2>/dev/null || exit 0
+  fuser -k -n tcp "$P" >/dev/null 2>&1 || true
+  for _ in $(seq 1 50); do (exec 3<>/dev/tcp/127.0.0.1/"$P") 2>/dev/null || exit 0; sleep 0.1; done
+  die "reader on $P did not stop"
+  ;;
 stop)
   R=${1:?DIR}
   [ -d "$R" ] || exit 0
@@ -183,6 +191,6 @@ print(line.decode('latin-1').strip())
 PY
   ;;
 *)
-  sed -n '2,14p' "$0"; exit 2
+  sed -n '2,15p' "$0"; exit 2
   ;;
 esac

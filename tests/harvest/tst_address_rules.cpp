@@ -8,7 +8,7 @@ static QStringList scan(const QString &text, WebSwitches sw = {}, QStringList li
 {
     QStringList found;
     findWebAddresses(text, sw, [&](const QString &a) { return listed.contains(a) || found.contains(a); },
-                     [&](const QString &a) { found << a; });
+                     [&](const QString &a) { found << a; return true; });
     return found;
 }
 
@@ -49,6 +49,17 @@ private slots:
                  QStringList{"http://c.example.org"});
     }
 
+    void fetchedTextsWorthScanning()
+    {
+        // outside a scanning run only texts naming a kept kind of address are scanned
+        QVERIFY(worthScanning("see HtTp://a.example.org", true, false));
+        QVERIFY(worthScanning("see https://a.example.org", true, false));
+        QVERIFY(!worthScanning("see https://a.example.org", false, true));
+        QVERIFY(worthScanning("get Ftp://f.example.org", false, true));
+        QVERIFY(!worthScanning("get ftp://f.example.org", true, false));
+        QVERIFY(!worthScanning("http:/ not an address, www.example.org", true, true));
+    }
+
     void pageLinesCannotBreakOut()
     {
         const QString evil = QStringLiteral("http://x.example.org/?a=1&b='2'");
@@ -58,6 +69,10 @@ private slots:
         QVERIFY(pageHoldsAddress("old\r\n" + line, evil));
         QVERIFY(!pageHoldsAddress("old\r\n" + line, QStringLiteral("http://y.example.org")));
         QCOMPARE(linkLine("http://a.b/c"), QByteArray("<a href = \"http://a.b/c\">http://a.b/c</a><br>\r\n"));
+        // quotes and angle brackets never survive the cut, and are escaped if they reach the page
+        const QStringList cut = scan("x http://q.example.org/a\"onmouseover=alert(1) <b>http://r.example.org/<i>");
+        QCOMPARE(cut, (QStringList{"http://q.example.org/a", "http://r.example.org/"}));
+        QCOMPARE(linkLine("http://x/\"><script>"), QByteArray("<a href = \"http://x/&quot;&gt;&lt;script&gt;\">http://x/&quot;&gt;&lt;script&gt;</a><br>\r\n"));
     }
 
     void emailRules()
