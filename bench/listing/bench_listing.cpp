@@ -506,6 +506,7 @@ int main(int argc, char **argv)
             QElapsedTimer clock;
             clock.start();
             probeStart();
+            w.S.StopRequested = false;   // as the Refresh Group List command does
             w.groups->LoadGroupList(false);
             const qint64 gap = probeEnd();
             if (qEnvironmentVariableIsSet("BENCH_DEBUG"))
@@ -522,6 +523,7 @@ int main(int argc, char **argv)
             w.StopOperation();
         });
         clock.start();
+        w.S.StopRequested = false;
         w.groups->LoadGroupList(false);
         std::printf("STOP group list: pressed at %d ms, LoadGroupList returned %.3f s later with %d items\n",
                     qMax(1, int(median(gl) * 500)), sinceStop.isValid() ? sinceStop.nsecsElapsed() / 1e9 : -1.0,

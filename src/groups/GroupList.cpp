@@ -20,8 +20,16 @@
 GroupList::GroupList(frmMain &main)
     : QObject(&main), m(main)
 {
-    m.wireCommand(QStringLiteral("menuGroup"), [this] { LoadGroupList(true); });
-    m.wireCommand(QStringLiteral("menuRefreshG"), [this] { LoadGroupList(false); });
+    // a Stop of an earlier run (a listing, say) must not end the list the user asks for now;
+    // batch runs that call LoadGroupList keep their own Stop
+    m.wireCommand(QStringLiteral("menuGroup"), [this] {
+        m.S.StopRequested = false;
+        LoadGroupList(true);
+    });
+    m.wireCommand(QStringLiteral("menuRefreshG"), [this] {
+        m.S.StopRequested = false;
+        LoadGroupList(false);
+    });
     connect(&m, &frmMain::groupListWanted, this, [this](bool useCache) { LoadGroupList(useCache); });
     connect(m.lstGroupsView, &QListView::doubleClicked, this, [this] { openSelectedGroup(); });
     m.lstGroupsView->installEventFilter(this);
@@ -88,7 +96,6 @@ void GroupList::openSelectedGroup()
 
 void GroupList::LoadGroupList(bool useCache)
 {
-    m.S.StopRequested = false;   // a Stop of an earlier run must not end this one
     m.S.TransactionDone = false;
     m.setBusy(true);
     m.lstGroupsView->setEnabled(false);
