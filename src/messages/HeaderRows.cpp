@@ -1,6 +1,9 @@
 #include "messages/HeaderRows.h"
 
+#include "messages/MessageGrid.h"
 #include "news/transport/NewsMessage.h"
+
+#include <cstring>
 
 namespace listing {
 
@@ -104,10 +107,6 @@ QStringList rowCells(qint64 number, const QList<NewsTransportHeader> &headers)
 } // namespace listing
 
 // ---------------------------------------------------------------- overview lines to rows
-
-#include "messages/MessageGrid.h"
-
-#include <cstring>
 
 namespace listing {
 
