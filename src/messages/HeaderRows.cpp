@@ -423,42 +423,21 @@ bool overviewToRow(const char *line, qsizetype size, const OverviewFormat &fmt, 
         row = MessageGrid::packRow(rowCells(a.Number, a.Message.Headers));
         return true;
     }
-    qint64 number = 0;
-    for (const char *q = p; q < numEnd; ++q) {
-        if (*q < '0' || *q > '9')
-            return false;
-        number = number * 10 + (*q - '0');
-    }
     // the value of each column: the last field that fills it
     const char *cell[8] = {};
     qsizetype len[8] = {};
     bool has[8] = {};
-    qsizetype field = 0;
-    p = tab ? tab + 1 : end;
-    const qsizetype fields = qMin(fmt.names.size(), columns.size());
-    while (tab && field < fields) {
-        tab = static_cast<const char *>(std::memchr(p, '\t', size_t(end - p)));
-        const char *fEnd = tab ? tab : end;
-        const char *v = p;
-        if (fmt.full.at(field)) {
-            const char *colon = static_cast<const char *>(std::memchr(v, ':', size_t(fEnd - v)));
-            if (colon) {
-                v = colon + 1;
-                while (v < fEnd && *v == ' ')
-                    ++v;
-            } else {
-                v = fEnd;
-            }
-        }
-        const int col = columns.at(field);
-        if (col >= 0 && (field < 7 || v < fEnd)) {
-            cell[col] = v;
-            len[col] = fEnd - v;
-            has[col] = true;
-        }
-        ++field;
-        p = tab ? tab + 1 : end;
-    }
+    qint64 number = 0;
+    if (!forEachOverviewField(line, size, fmt, qMin(fmt.names.size(), columns.size()), &number,
+                              [&](qsizetype field, const char *v, const char *fEnd) {
+                                  const int col = columns.at(field);
+                                  if (col >= 0) {
+                                      cell[col] = v;
+                                      len[col] = fEnd - v;
+                                      has[col] = true;
+                                  }
+                              }))
+        return false;
     if (path && !fmt.hasPath) {
         cell[4] = path;
         len[4] = pathSize;

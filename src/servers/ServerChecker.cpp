@@ -61,27 +61,33 @@ QString ServerChecker::groupCacheFile(const QString &server)
 
 // ------------------------------------------------------------------ commands
 
+// The three commands run over several servers: none starts while another run or a session is
+// going ("Please Disconnect First").
+bool ServerChecker::mayStart()
+{
+    return !m_running && !m.S.QuietMode && m.servers && !m.IsConnectedIdle(true);
+}
+
+// The commands that work on the selected servers first ask for a selection.
+bool ServerChecker::haveSelection()
+{
+    if (m.servers->lstServs->selectedCount() >= 1)
+        return true;
+    m.prompter().message(QStringLiteral("Please Select Item(s) First"), Prompter::Exclamation, Prompter::Ok, Title);
+    return false;
+}
+
 void ServerChecker::menuCheck()
 {
-    if (m_running || m.S.QuietMode || !m.servers)
-        return;
-    if (m.IsConnectedIdle(true))
-        return;
-    if (m.servers->lstServs->currentIndex() < 0)
+    if (!mayStart() || m.servers->lstServs->currentIndex() < 0)
         return;
     DoCheckServers(QString());
 }
 
 void ServerChecker::menuGen()
 {
-    if (m_running || m.S.QuietMode || !m.servers)
+    if (!mayStart() || !haveSelection())
         return;
-    if (m.IsConnectedIdle(true))
-        return;
-    if (m.servers->lstServs->selectedCount() < 1) {
-        m.prompter().message(QStringLiteral("Please Select Item(s) First"), Prompter::Exclamation, Prompter::Ok, Title);
-        return;
-    }
     const QString file = m.prompter().saveFileName(QStringLiteral("Generate List of Groups"), nd::appDir(),
                                                    QStringLiteral("Text (*.txt)"));
     if (file.isEmpty())
@@ -92,14 +98,8 @@ void ServerChecker::menuGen()
 
 void ServerChecker::menuScan()
 {
-    if (m_running || m.S.QuietMode || !m.servers)
+    if (!mayStart() || !haveSelection())
         return;
-    if (m.IsConnectedIdle(true))
-        return;
-    if (m.servers->lstServs->selectedCount() < 1) {
-        m.prompter().message(QStringLiteral("Please Select Item(s) First"), Prompter::Exclamation, Prompter::Ok, Title);
-        return;
-    }
     const auto answer = m.prompter().input(QStringLiteral("Input Group Name to Look for : "), Title);
     if (!answer || answer->trimmed().isEmpty())
         return;

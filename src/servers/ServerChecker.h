@@ -39,6 +39,8 @@ public:
 
 private:
     bool stopped() const;
+    bool mayStart();
+    bool haveSelection();
     void holdCommands();        // the busy command state of a run
     void visitServer(int &i);   // one server of the check list; advances i
     void finish();

@@ -161,43 +161,15 @@ OverviewFormat OverviewFormat::fromLines(const QList<QByteArray> &lines)
 bool parseOverviewLine(const char *line, qsizetype size, const OverviewFormat &fmt,
                        NewsTransportArticle &out)
 {
-    const char *p = line;
-    const char *end = line + size;
-    const char *tab = static_cast<const char *>(std::memchr(p, '\t', size_t(end - p)));
-    const char *numEnd = tab ? tab : end;
-    if (numEnd == p)
-        return false;
-    qint64 number = 0;
-    for (const char *q = p; q < numEnd; ++q) {
-        if (*q < '0' || *q > '9')
-            return false;
-        number = number * 10 + (*q - '0');
-    }
-    out.Number = number;
-    QList<NewsTransportHeader> &headers = out.Message.Headers;
-    headers.clear();
+    QList<NewsTransportHeader> headers;
     headers.reserve(fmt.names.size() + (fmt.hasPath ? 0 : 1));
-    qsizetype field = 0;
-    p = tab ? tab + 1 : end;
-    while (tab && field < fmt.names.size()) {
-        tab = static_cast<const char *>(std::memchr(p, '\t', size_t(end - p)));
-        const char *fEnd = tab ? tab : end;
-        const char *v = p;
-        if (fmt.full.at(field)) {
-            // "Name: value"; a server may also send an empty field
-            const char *colon = static_cast<const char *>(std::memchr(v, ':', size_t(fEnd - v)));
-            if (colon) {
-                v = colon + 1;
-                while (v < fEnd && *v == ' ')
-                    ++v;
-            } else {
-                v = fEnd;
-            }
-        }
-        if (field < 7 || v < fEnd)
-            headers.append(NewsTransportHeader{fmt.names.at(field), textFromBytes(v, fEnd - v)});
-        ++field;
-        p = tab ? tab + 1 : end;
-    }
+    qint64 number = 0;
+    if (!forEachOverviewField(line, size, fmt, fmt.names.size(), &number,
+                              [&](qsizetype field, const char *v, const char *fEnd) {
+                                  headers.append(NewsTransportHeader{fmt.names.at(field), textFromBytes(v, fEnd - v)});
+                              }))
+        return false;
+    out.Number = number;
+    out.Message.Headers = std::move(headers);
     return true;
 }

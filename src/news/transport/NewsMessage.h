@@ -3,6 +3,7 @@
 #pragma once
 
 #include <QByteArray>
+#include <cstring>
 #include <QList>
 #include <QString>
 
@@ -93,3 +94,49 @@ struct OverviewFormat {
 };
 bool parseOverviewLine(const char *line, qsizetype size, const OverviewFormat &fmt,
                        NewsTransportArticle &out);
+
+// Splits one overview row: reads the article number into *number, then calls
+// onField(index, begin, end) with the value of each of the first maxFields fields
+// ("Name: " taken off full fields). Empty fields past the seventh are passed over.
+// False when the row does not start with an article number.
+template <class OnField>
+bool forEachOverviewField(const char *line, qsizetype size, const OverviewFormat &fmt, qsizetype maxFields,
+                          qint64 *number, OnField &&onField)
+{
+    const char *p = line;
+    const char *end = line + size;
+    const char *tab = static_cast<const char *>(std::memchr(p, '\t', size_t(end - p)));
+    const char *numEnd = tab ? tab : end;
+    if (numEnd == p)
+        return false;
+    qint64 n = 0;
+    for (const char *q = p; q < numEnd; ++q) {
+        if (*q < '0' || *q > '9')
+            return false;
+        n = n * 10 + (*q - '0');
+    }
+    *number = n;
+    qsizetype field = 0;
+    p = tab ? tab + 1 : end;
+    while (tab && field < maxFields) {
+        tab = static_cast<const char *>(std::memchr(p, '\t', size_t(end - p)));
+        const char *fEnd = tab ? tab : end;
+        const char *v = p;
+        if (fmt.full.at(field)) {
+            // "Name: value"; a server may also send an empty field
+            const char *colon = static_cast<const char *>(std::memchr(v, ':', size_t(fEnd - v)));
+            if (colon) {
+                v = colon + 1;
+                while (v < fEnd && *v == ' ')
+                    ++v;
+            } else {
+                v = fEnd;
+            }
+        }
+        if (field < 7 || v < fEnd)
+            onField(field, v, fEnd);
+        ++field;
+        p = tab ? tab + 1 : end;
+    }
+    return true;
+}
