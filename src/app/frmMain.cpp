@@ -15,6 +15,7 @@
 #include <QDir>
 #include <QFileInfo>
 #include <QGroupBox>
+#include <QScrollBar>
 #include <QHeaderView>
 #include <QLabel>
 #include <QListView>
@@ -95,6 +96,22 @@ QIcon appIcon()
     return icon;
 }
 
+} // namespace
+
+namespace {
+// The message grid selects whole rows: moving to a row scrolls it into view vertically but
+// leaves the horizontal position alone, so clicking a long subject does not push the date
+// column out of sight.
+class RowGridView : public QTableView {
+public:
+    using QTableView::QTableView;
+    void scrollTo(const QModelIndex &index, ScrollHint hint = EnsureVisible) override
+    {
+        const int x = horizontalScrollBar()->value();
+        QTableView::scrollTo(index, hint);
+        horizontalScrollBar()->setValue(x);
+    }
+};
 } // namespace
 
 frmMain::frmMain(Prompter *prompter, Options options)
@@ -187,7 +204,7 @@ void frmMain::buildWidgets()
     lstHTTPView = makeListView(lstHTTP, QStringLiteral("lstHTTP"));
 
     grid = new MessageGrid(this);
-    MSHResults = new QTableView(this);
+    MSHResults = new RowGridView(this);
     MSHResults->setObjectName(QStringLiteral("MSHResults"));
     MSHResults->setModel(grid);
     MSHResults->setSelectionBehavior(QAbstractItemView::SelectRows);

@@ -12,6 +12,7 @@
 #include <QLabel>
 #include <QMenuBar>
 #include <QProgressBar>
+#include <QScrollBar>
 #include <QSystemTrayIcon>
 #include <QTableView>
 #include <QTimer>
@@ -222,6 +223,33 @@ private slots:
         QCOMPARE(p.asked[0].text, QStringLiteral("Please Disconnect First"));
         QCOMPARE(p.asked[0].title, QStringLiteral("Newsdredge!"));
         QCOMPARE(p.asked[0].icon, Prompter::Exclamation);
+    }
+
+    void clickingALongSubjectKeepsTheDateInSight()
+    {
+        ScriptedPrompter p;
+        frmMain w(&p, quiet());
+        w.show();
+        QVERIFY(QTest::qWaitForWindowExposed(&w));
+        w.grid->ResizeGrid();
+        w.grid->SetRows(4);
+        const QString longSubject = QString(400, QLatin1Char('s'));
+        for (int r = 1; r <= 2; ++r)
+            w.grid->setRowCells(r, {QString::number(r), QStringLiteral("11/23/2026"), longSubject,
+                                    QStringLiteral("a@b.example")});
+        w.MSHResults->setColumnWidth(2, 3000);
+        QCoreApplication::processEvents();
+        QScrollBar *h = w.MSHResults->horizontalScrollBar();
+        QVERIFY(h->maximum() > 0);
+        h->setValue(0);
+        const QRect subject = w.MSHResults->visualRect(w.grid->index(1, 2));
+        QTest::mouseClick(w.MSHResults->viewport(), Qt::LeftButton, {}, subject.center());
+        QCOMPARE(w.MSHResults->currentIndex().row(), 1);
+        QCOMPARE(h->value(), 0);
+        // moving down by keyboard still works and the column stays in place
+        QTest::keyClick(w.MSHResults, Qt::Key_Up);
+        QCOMPARE(w.MSHResults->currentIndex().row(), 0);
+        QCOMPARE(h->value(), 0);
     }
 
     void trayHidesOnlyWhenAsked()
