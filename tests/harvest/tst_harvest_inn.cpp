@@ -13,6 +13,7 @@
 #include "news/Session.h"
 #include "servers/ServerList.h"
 #include "support/InnEnv.h"
+#include "support/TextFile.h"
 #include "ui/ItemList.h"
 #include "ui/Prompter.h"
 
@@ -64,14 +65,7 @@ bool postText(const QString &group, const QString &from, const QString &subject,
 
 QStringList fileLines(const QString &path)
 {
-    QFile f(path);
-    if (!f.open(QIODevice::ReadOnly))
-        return {};
-    QStringList out;
-    for (const QByteArray &l : f.readAll().split('\n'))
-        if (!l.isEmpty())
-            out << QString::fromUtf8(l).trimmed();
-    return out;
+    return testfile::lines(path);
 }
 
 QByteArray readAll(const QString &path)

@@ -8,6 +8,7 @@
 #include "servers/ServerChecker.h"
 #include "servers/ServerList.h"
 #include "support/InnEnv.h"
+#include "support/TextFile.h"
 #include "ui/ItemList.h"
 #include "ui/Prompter.h"
 
@@ -48,14 +49,7 @@ bool portOpen(int port)
 
 QStringList fileLines(const QString &path)
 {
-    QFile f(path);
-    if (!f.open(QIODevice::ReadOnly))
-        return {};
-    QStringList out;
-    for (const QByteArray &l : f.readAll().split('\n'))
-        if (!l.isEmpty())
-            out << QString::fromUtf8(l.endsWith('\r') ? l.chopped(1) : l);
-    return out;
+    return testfile::lines(path);
 }
 
 // Accepts connections and never says a word: a server that hangs.

@@ -1,0 +1,20 @@
+#pragma once
+// The non-empty lines of a text file (CR LF or LF), as the program wrote them.
+#include <QFile>
+#include <QStringList>
+
+namespace testfile {
+
+inline QStringList lines(const QString &path)
+{
+    QFile f(path);
+    if (!f.open(QIODevice::ReadOnly))
+        return {};
+    QStringList out;
+    for (const QByteArray &l : f.readAll().split('\n'))
+        if (!l.isEmpty() && l != "\r")
+            out << QString::fromUtf8(l.endsWith('\r') ? l.chopped(1) : l);
+    return out;
+}
+
+} // namespace testfile
