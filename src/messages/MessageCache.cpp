@@ -2,9 +2,9 @@
 
 #include "app/Paths.h"
 #include "messages/MessageGrid.h"
+#include "ui/BlockFile.h"
 
 #include <QFile>
-#include <QSaveFile>
 
 namespace listing {
 
@@ -15,35 +15,29 @@ QString messageCacheFile(const QString &serverTag, const QString &group)
 
 bool writeMessageCache(const QString &path, const MessageGrid &grid)
 {
-    QSaveFile f(path);
-    if (!f.open(QIODevice::WriteOnly))
+    BlockFile f(path, 4 << 20);
+    if (!f.isOpen())
         return false;
-    QByteArray out;
     const int rows = grid.Rows();
     for (int r = 1; r < rows; ++r) {
         const QByteArray packed = grid.packedRow(r);
         // the first eight cells, each followed by 0x7F
         int cells = 0;
-        qsizetype i = 0;
-        for (; i < packed.size() && cells < 8; ++i) {
-            if (packed[i] == MessageGrid::Sep) {
-                ++cells;
-                out += MessageGrid::Sep;
-            } else {
-                out += packed[i];
-            }
+        qsizetype start = 0;
+        while (cells < 8 && start < packed.size()) {
+            const qsizetype sep = packed.indexOf(MessageGrid::Sep, start);
+            const qsizetype end = sep < 0 ? packed.size() : sep;
+            f.append(packed.constData() + start, end - start);
+            if (sep < 0)
+                break;
+            f.append(MessageGrid::Sep);
+            ++cells;
+            start = sep + 1;
         }
         for (; cells < 8; ++cells)
-            out += MessageGrid::Sep;
-        out += '\n';
-        if (out.size() > (4 << 20)) {
-            if (f.write(out) != out.size())
-                return false;
-            out.clear();
-        }
+            f.append(MessageGrid::Sep);
+        f.endLine();
     }
-    if (f.write(out) != out.size())
-        return false;
     return f.commit();
 }
 

@@ -1,8 +1,8 @@
 #include "messages/RowBuilder.h"
+#include "ui/BlockFile.h"
 
 #include "messages/HeaderRows.h"
 
-#include <QSaveFile>
 #include <chrono>
 #include <cstring>
 
@@ -90,22 +90,13 @@ qint64 RowBuilder::rowsBuilt() const
 
 void RowBuilder::run()
 {
-    QSaveFile cache(m_cachePath);
-    bool cacheOk = cache.open(QIODevice::WriteOnly);
-    QByteArray block;   // cache lines waiting to be written
-    block.reserve(4 << 20);
+    BlockFile cache(m_cachePath, 4 << 20);
     QVector<QByteArray> all;   // every row built, for the final order (shares the rows' bytes)
     std::vector<MessageGrid::SortKey> keys;
     OverviewFormat lastFmt;
     QList<qint8> columns;
     bool haveColumns = false;
     qint64 built = 0;
-
-    auto flush = [&] {
-        if (cacheOk && !block.isEmpty())
-            cacheOk = cache.write(block) == block.size();
-        block.resize(0);
-    };
 
     for (;;) {
         std::vector<Batch> work;
@@ -140,10 +131,8 @@ void RowBuilder::run()
                 if (!listing::overviewToRow(line, sizes[0], lastFmt, columns, sizes[1] ? path : nullptr, sizes[1], row))
                     continue;
                 // the cache line: the eight cells, each followed by 0x7F (the empty mark ends the row)
-                block += row;
-                block += '\n';
-                if (block.size() >= (4 << 20))
-                    flush();
+                cache.append(row);
+                cache.endLine();
                 keys.push_back(MessageGrid::sortKey(row, 6, 7, Qt::CaseInsensitive, quint32(all.size())));
                 all.append(row);
                 rows.append(std::move(row));
@@ -166,12 +155,11 @@ void RowBuilder::run()
         // the end: the cache file and the order
         bool written = false;
         if (keep) {
-            block += QByteArray(8, MessageGrid::Sep);   // the grid's empty last row
-            block += '\n';
-            flush();
-            written = cacheOk && cache.commit();
+            cache.append(QByteArray(8, MessageGrid::Sep));   // the grid's empty last row
+            cache.endLine();
+            written = cache.commit();
         } else {
-            cache.cancelWriting();
+            cache.cancel();
         }
         MessageGrid::sortKeys(keys, all, 6, false, 7, Qt::CaseInsensitive);
         all.clear();
@@ -189,5 +177,5 @@ void RowBuilder::run()
         break;
     }
     if (!m_done)
-        cache.cancelWriting();
+        cache.cancel();
 }

@@ -1,4 +1,5 @@
 #include "ui/ItemList.h"
+#include "ui/BlockFile.h"
 
 #include <QBrush>
 #include <QColor>
@@ -158,34 +159,22 @@ void ItemList::clearSelection()
 
 int ItemList::find(const QString &text, int start) const
 {
-    for (int i = qMax(0, start); i < count(); ++i)
-        if (m_items[i].text == text)
-            return i;
-    return -1;
+    return findText(start, [&](const QString &t) { return t == text; });
 }
 
 int ItemList::findGroup(const QString &groupName, int start) const
 {
-    for (int i = qMax(0, start); i < count(); ++i)
-        if (bareGroupName(m_items[i].text) == groupName)
-            return i;
-    return -1;
+    return findText(start, [&](const QString &t) { return bareGroupName(t) == groupName; });
 }
 
 int ItemList::findGroupOnServer(const QString &groupName, const QString &server, int start) const
 {
-    for (int i = qMax(0, start); i < count(); ++i)
-        if (bareGroupName(m_items[i].text) == groupName && serverOfFavorite(m_items[i].text) == server)
-            return i;
-    return -1;
+    return findText(start, [&](const QString &t) { return bareGroupName(t) == groupName && serverOfFavorite(t) == server; });
 }
 
 int ItemList::findServer(const QString &serverName, int start) const
 {
-    for (int i = qMax(0, start); i < count(); ++i)
-        if (serverNameOf(m_items[i].text) == serverName)
-            return i;
-    return -1;
+    return findText(start, [&](const QString &t) { return serverNameOf(t) == serverName; });
 }
 
 static QString stripLineBreaks(QString s)
@@ -198,21 +187,13 @@ static QString stripLineBreaks(QString s)
 
 bool ItemList::save(const QString &path) const
 {
-    QSaveFile f(path);
-    if (!f.open(QIODevice::WriteOnly))
+    BlockFile f(path, 1 << 20);
+    if (!f.isOpen())
         return false;
-    QByteArray out;
     for (const Item &it : m_items) {
-        out += stripLineBreaks(it.text).toUtf8();
-        out += '\n';
-        if (out.size() > (1 << 20)) {
-            if (f.write(out) != out.size())
-                return false;
-            out.clear();
-        }
+        f.append(stripLineBreaks(it.text).toUtf8());
+        f.endLine();
     }
-    if (f.write(out) != out.size())
-        return false;
     return f.commit();
 }
 

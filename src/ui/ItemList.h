@@ -79,6 +79,16 @@ private:
         QString second;
         QIcon icon;
     };
+    // the first item from start on whose text matches, or -1
+    template <class Match>
+    int findText(int start, Match &&matches) const
+    {
+        for (int i = qMax(0, start); i < count(); ++i)
+            if (matches(m_items[i].text))
+                return i;
+        return -1;
+    }
+
     QVector<Item> m_items;
     QItemSelectionModel m_selection;
 };
