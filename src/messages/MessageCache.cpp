@@ -64,42 +64,13 @@ QByteArray cacheLineToRow(const QByteArray &line)
     return row;
 }
 
-MessageCacheReader::MessageCacheReader(const QString &path)
-    : m_file(path)
-{
-    m_open = m_file.open(QIODevice::ReadOnly);
-}
-
 void MessageCacheReader::next(QVector<QByteArray> &rows, qint64 blockBytes)
 {
-    if (!m_open)
-        return;
-    if (!m_eof) {
-        // keep the unfinished line, add the next block
-        m_buf.remove(0, m_pos);
-        m_pos = 0;
-        const QByteArray more = m_file.read(blockBytes);
-        if (more.isEmpty())
-            m_eof = true;
-        m_buf += more;
-    }
-    const QByteArray &all = m_buf;
-    qsizetype start = m_pos;
-    while (start < all.size()) {
-        qsizetype end = all.indexOf('\n', start);
-        if (end < 0) {
-            if (!m_eof)
-                break;   // the rest comes with the next block
-            end = all.size();
-        }
-        qsizetype stop = end;
-        if (stop > start && all[stop - 1] == '\r')
-            --stop;
-        if (stop > start && all[start] != MessageGrid::Sep)
-            rows.append(cacheLineToRow(all.mid(start, stop - start)));
-        start = end + 1;
-    }
-    m_pos = qMin(start, all.size());
+    // empty lines and lines that begin with 0x7F hold no message
+    m_lines.next([&rows](const char *line, qsizetype size) {
+        if (size > 0 && line[0] != MessageGrid::Sep)
+            rows.append(cacheLineToRow(QByteArray(line, size)));
+    }, blockBytes);
 }
 
 bool readMessageCache(const QString &path, QVector<QByteArray> &rows)

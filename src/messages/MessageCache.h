@@ -1,6 +1,7 @@
 #pragma once
+#include "ui/LineReader.h"
+
 #include <QByteArray>
-#include <QFile>
 #include <QString>
 #include <QVector>
 
@@ -19,16 +20,13 @@ bool readMessageCache(const QString &path, QVector<QByteArray> &rows);
 // Reads the file a block at a time, so that a long file can be read between yields.
 class MessageCacheReader {
 public:
-    explicit MessageCacheReader(const QString &path);
-    bool isOpen() const { return m_open; }
-    bool atEnd() const { return !m_open || (m_eof && m_pos >= m_buf.size()); }
+    explicit MessageCacheReader(const QString &path) : m_lines(path) {}
+    bool isOpen() const { return m_lines.isOpen(); }
+    bool atEnd() const { return m_lines.atEnd(); }
     // Appends the message lines of the next block (about blockBytes) as packed rows.
     void next(QVector<QByteArray> &rows, qint64 blockBytes = 4 << 20);
 private:
-    QFile m_file;
-    QByteArray m_buf;
-    qsizetype m_pos = 0;
-    bool m_open = false, m_eof = false;
+    LineReader m_lines;
 };
 // One cache line of packed cells (8 cells each followed by 0x7F) -> packed row of 9 cells.
 QByteArray cacheLineToRow(const QByteArray &line);

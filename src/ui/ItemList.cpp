@@ -1,5 +1,6 @@
 #include "ui/ItemList.h"
 #include "ui/BlockFile.h"
+#include "ui/LineReader.h"
 
 #include <QBrush>
 #include <QColor>
@@ -199,23 +200,11 @@ bool ItemList::save(const QString &path) const
 
 static QStringList readLines(const QString &path, bool *ok)
 {
-    QFile f(path);
-    *ok = f.open(QIODevice::ReadOnly);
-    if (!*ok)
-        return {};
-    const QByteArray all = f.readAll();
+    LineReader reader(path);
+    *ok = reader.isOpen();
     QStringList lines;
-    qsizetype start = 0;
-    while (start < all.size()) {
-        qsizetype end = all.indexOf('\n', start);
-        if (end < 0)
-            end = all.size();
-        qsizetype stop = end;
-        if (stop > start && all[stop - 1] == '\r')
-            --stop;
-        lines << QString::fromUtf8(all.constData() + start, stop - start);
-        start = end + 1;
-    }
+    while (!reader.atEnd())
+        reader.next([&lines](const char *line, qsizetype size) { lines << QString::fromUtf8(line, size); }, 1 << 20);
     return lines;
 }
 
