@@ -1,6 +1,7 @@
 #include "app/Batch.h"
 
 #include "app/Paths.h"
+#include "app/Signals.h"
 #include "app/frmMain.h"
 #include "groups/GroupList.h"
 #include "messages/MessageList.h"
@@ -13,14 +14,10 @@
 #include "ui/Prompter.h"
 
 #include <QDateTime>
-#include <QSocketNotifier>
 #include <QDir>
 #include <QFileInfo>
 #include <QLocale>
-#include <csignal>
 #include <cstdio>
-#include <sys/socket.h>
-#include <unistd.h>
 
 namespace nd {
 
@@ -51,29 +48,9 @@ int usage(const QString &why)
 
 // Ctrl+C or a termination request stops the run the way the Stop command does: the set being
 // fetched is dropped together with its temporary file.
-int g_stopFd[2] = {-1, -1};
-void onStopSignal(int)
-{
-    const char c = 1;
-    [[maybe_unused]] const ssize_t r = ::write(g_stopFd[0], &c, 1);
-}
-
 void stopOnSignals(frmMain &w)
 {
-    if (::socketpair(AF_UNIX, SOCK_STREAM, 0, g_stopFd) != 0)
-        return;
-    auto *n = new QSocketNotifier(g_stopFd[1], QSocketNotifier::Read, &w);
-    QObject::connect(n, &QSocketNotifier::activated, &w, [&w] {
-        char c;
-        [[maybe_unused]] const ssize_t r = ::read(g_stopFd[1], &c, 1);
-        w.StopOperation();
-    });
-    struct sigaction sa {};
-    sa.sa_handler = onStopSignal;
-    sigemptyset(&sa.sa_mask);
-    sa.sa_flags = SA_RESTART;
-    sigaction(SIGTERM, &sa, nullptr);
-    sigaction(SIGINT, &sa, nullptr);
+    nd::onTerminationSignal(&w, [&w] { w.StopOperation(); });
 }
 
 struct Args {

@@ -1,4 +1,5 @@
 #include "app/Batch.h"
+#include "app/Signals.h"
 #include "app/frmMain.h"
 #include "ui/Prompter.h"
 
@@ -7,34 +8,18 @@
 #ifdef __GLIBC__
 #include <malloc.h>
 #endif
-#include <QSocketNotifier>
-#include <csignal>
 #include <cstdio>
 #include <cstring>
-#include <sys/socket.h>
-#include <unistd.h>
 
 namespace {
-int g_sigFd[2] = {-1, -1};
 bool g_terminating = false;
-
-void onTerminate(int)
-{
-    const char c = 1;
-    [[maybe_unused]] const ssize_t n = ::write(g_sigFd[0], &c, 1);
-}
 
 // SIGTERM and SIGINT close the main window the normal way, so options and geometry are kept.
 // Open dialogs are cancelled first (a dialog would otherwise keep the program alive), and boxes
 // asked for afterwards take their default answers.
 void closeOnTerminate(QWidget *window, GuiPrompter *prompter)
 {
-    if (::socketpair(AF_UNIX, SOCK_STREAM, 0, g_sigFd) != 0)
-        return;
-    auto *n = new QSocketNotifier(g_sigFd[1], QSocketNotifier::Read, window);
-    QObject::connect(n, &QSocketNotifier::activated, window, [window, prompter] {
-        char c;
-        [[maybe_unused]] const ssize_t r = ::read(g_sigFd[1], &c, 1);
+    nd::onTerminationSignal(window, [window, prompter] {
         g_terminating = true;
         prompter->setClosing(true);
         for (int i = 0; i < 32; ++i) {
@@ -51,12 +36,6 @@ void closeOnTerminate(QWidget *window, GuiPrompter *prompter)
         if (window->isVisible())   // before start-up has shown it, there is nothing to keep yet
             window->close();
     });
-    struct sigaction sa {};
-    sa.sa_handler = onTerminate;
-    sigemptyset(&sa.sa_mask);
-    sa.sa_flags = SA_RESTART;
-    sigaction(SIGTERM, &sa, nullptr);
-    sigaction(SIGINT, &sa, nullptr);
 }
 } // namespace
 
