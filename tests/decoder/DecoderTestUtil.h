@@ -9,6 +9,7 @@
 #include <QString>
 
 #include "download/decoder/Crc32.h"
+#include "support/TextFile.h"
 
 namespace testutil {
 
@@ -110,17 +111,8 @@ inline QByteArray randomBytes(qint64 n, quint32 seed)
     return b;
 }
 
-inline bool writeFile(const QString &path, const QByteArray &data)
-{
-    QFile f(path);
-    return f.open(QIODevice::WriteOnly) && f.write(data) == data.size();
-}
-
-inline QByteArray readFile(const QString &path)
-{
-    QFile f(path);
-    return f.open(QIODevice::ReadOnly) ? f.readAll() : QByteArray();
-}
+using testfile::readFile;
+using testfile::writeFile;
 
 inline QByteArray lf(QByteArray text)
 {

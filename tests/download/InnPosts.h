@@ -2,6 +2,7 @@
 // Posts made with real posting tools on the test INN server: nyuu (yEnc), uuencode + inews,
 // mpack (MIME base64). Used by the end-to-end download tests.
 #include "support/InnEnv.h"
+#include "support/TextFile.h"
 
 #include <QBuffer>
 #include <QDir>
@@ -44,17 +45,8 @@ inline QByteArray randomBytes(int size, quint32 seed)
     return b;
 }
 
-inline bool writeFile(const QString &path, const QByteArray &bytes)
-{
-    QFile f(path);
-    return f.open(QIODevice::WriteOnly) && f.write(bytes) == bytes.size();
-}
-
-inline QByteArray readFile(const QString &path)
-{
-    QFile f(path);
-    return f.open(QIODevice::ReadOnly) ? f.readAll() : QByteArray();
-}
+using testfile::readFile;
+using testfile::writeFile;
 
 inline bool run(const QString &program, const QStringList &args, const QString &workDir,
                 const QProcessEnvironment &env = QProcessEnvironment::systemEnvironment(), QByteArray *out = nullptr)
