@@ -354,6 +354,17 @@ void Downloader::addSavedFile(const QString &path)
     emit fileSaved(path);
 }
 
+// While rows download: Stop on; Setup, Groups, Download, Download All and View off
+// (left alone during a multi-server run, which holds the menus itself).
+void Downloader::runningCommands(bool running)
+{
+    if (m.S.QuietMode)
+        return;
+    for (int code : {1, 3, 7, 8, 9})
+        m.SetMenuState(code, !running);
+    m.SetMenuState(4, running);
+}
+
 void Downloader::DownloadRows(int row)
 {
     if (m.S.DownloadBusy) {
@@ -364,14 +375,7 @@ void Downloader::DownloadRows(int row)
     m.S.DownloadBusy = true;
     m.S.IsMimeAttachment = false;
     m.S.IsUuencoded = false;
-    if (!m.S.QuietMode) {
-        m.SetMenuState(1, false);
-        m.SetMenuState(3, false);
-        m.SetMenuState(4, true);
-        m.SetMenuState(7, false);
-        m.SetMenuState(8, false);
-        m.SetMenuState(9, false);
-    }
+    runningCommands(true);
     setFavoritesEnabled(false);
 
     MessageGrid *grid = m.grid;
@@ -473,14 +477,7 @@ void Downloader::DownloadRows(int row)
     m.S.TempFileName.clear();   // no set is being joined any more
 
     m.setBusy(false);
-    if (!m.S.QuietMode) {
-        m.SetMenuState(1, true);
-        m.SetMenuState(3, true);
-        m.SetMenuState(4, false);
-        m.SetMenuState(7, true);
-        m.SetMenuState(8, true);
-        m.SetMenuState(9, true);
-    }
+    runningCommands(false);
     m.progBar->setValue(m.progBar->minimum());
     setFavoritesEnabled(true);
     m.S.DownloadBusy = false;

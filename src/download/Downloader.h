@@ -49,6 +49,7 @@ signals:
     void fileSaved(const QString &path);
 
 private:
+    void runningCommands(bool running);
     class GridRows;
     void buildMessage(const NewsTransportMessage &msg, QByteArray &text, QByteArray &textPart);
     bool decodeSet(const QString &name);
