@@ -1,6 +1,7 @@
 #include "messages/HeaderRows.h"
 
 #include "messages/MessageGrid.h"
+#include "messages/RowArena.h"
 #include "news/transport/NewsMessage.h"
 
 #include <cstring>
@@ -405,23 +406,36 @@ void formatDateBytes(const char *date, qsizetype size, QByteArray &display, QByt
     sort = f.second.toUtf8();
 }
 
-bool overviewToRow(const char *line, qsizetype size, const OverviewFormat &fmt, const QList<qint8> &columns,
-                   const char *path, qsizetype pathSize, QByteArray &row)
+// The fast path of overviewToRow: the row's bytes go where place(total) says. Returns the row's
+// start (null when the line has no article number) and its size; sortCell and refCell are set to
+// columns 6 and 7 as written. Lines the fast path does not take are built by the general way
+// into general.
+template <class Place>
+static char *buildRow(const char *line, qsizetype size, const OverviewFormat &fmt, const QList<qint8> &columns,
+                      const char *path, qsizetype pathSize, Place &&place, qsizetype &rowSize,
+                      QByteArrayView *sortCell, QByteArrayView *refCell)
 {
     const char *p = line;
     const char *end = line + size;
     const char *tab = static_cast<const char *>(std::memchr(p, '\t', size_t(end - p)));
     const char *numEnd = tab ? tab : end;
     if (numEnd == p)
-        return false;
+        return nullptr;
     if (numEnd - p > 18) {   // not an article number of this world: the general way decides
         NewsTransportArticle a;
         if (!parseOverviewLine(line, size, fmt, a))
-            return false;
+            return nullptr;
         if (path && !fmt.hasPath)
             a.Message.Headers.append(NewsTransportHeader{QStringLiteral("Path"), textFromBytes(path, pathSize)});
-        row = MessageGrid::packRow(rowCells(a.Number, a.Message.Headers));
-        return true;
+        const QByteArray row = MessageGrid::packRow(rowCells(a.Number, a.Message.Headers));
+        char *d = place(row.size());
+        std::memcpy(d, row.constData(), size_t(row.size()));
+        rowSize = row.size();
+        if (sortCell)
+            *sortCell = MessageGrid::cellView(QByteArray::fromRawData(d, row.size()), 6);
+        if (refCell)
+            *refCell = MessageGrid::cellView(QByteArray::fromRawData(d, row.size()), 7);
+        return d;
     }
     // the value of each column: the last field that fills it
     const char *cell[8] = {};
@@ -437,7 +451,7 @@ bool overviewToRow(const char *line, qsizetype size, const OverviewFormat &fmt, 
                                       has[col] = true;
                                   }
                               }))
-        return false;
+        return nullptr;
     if (path && !fmt.hasPath) {
         cell[4] = path;
         len[4] = pathSize;
@@ -478,8 +492,8 @@ bool overviewToRow(const char *line, qsizetype size, const OverviewFormat &fmt, 
         number /= 10;
     } while (number > 0);
     const qsizetype total = nd + displayLen + len[2] + len[3] + len[4] + len[5] + sortLen + len[7] + 8;
-    row = QByteArray(total, Qt::Uninitialized);
-    char *d = row.data();
+    char *const row = place(total);
+    char *d = row;
     std::memcpy(d, num + sizeof num - nd, size_t(nd));
     d += nd;
     *d++ = MessageGrid::Sep;
@@ -489,10 +503,44 @@ bool overviewToRow(const char *line, qsizetype size, const OverviewFormat &fmt, 
         d = putCell(d, cell[c], len[c]);
         *d++ = MessageGrid::Sep;
     }
+    if (sortCell)
+        *sortCell = QByteArrayView(d, sortLen);
     d = putCell(d, sort, sortLen);
     *d++ = MessageGrid::Sep;
+    if (refCell)
+        *refCell = QByteArrayView(d, len[7]);
     d = putCell(d, cell[7], len[7]);
     *d++ = MessageGrid::Sep;   // then the empty download mark
+    rowSize = total;
+    return row;
+}
+
+bool overviewToRow(const char *line, qsizetype size, const OverviewFormat &fmt, const QList<qint8> &columns,
+                   const char *path, qsizetype pathSize, QByteArray &row)
+{
+    qsizetype n = 0;
+    return buildRow(line, size, fmt, columns, path, pathSize,
+                    [&](qsizetype total) {
+                        row = QByteArray(total, Qt::Uninitialized);
+                        return row.data();
+                    },
+                    n, nullptr, nullptr) != nullptr;
+}
+
+bool overviewToArena(const char *line, qsizetype size, const OverviewFormat &fmt, const QList<qint8> &columns,
+                     const char *path, qsizetype pathSize, RowArena &arena, ArenaRow &out)
+{
+    qsizetype n = 0;
+    char *row = buildRow(line, size, fmt, columns, path, pathSize,
+                         [&](qsizetype total) {
+                             char *d = arena.alloc(total + 1);
+                             d[total] = '\n';   // the row is its own cache line
+                             return d;
+                         },
+                         n, &out.sortCell, &out.refCell);
+    if (!row)
+        return false;
+    out.row = QByteArray::fromRawData(row, n);
     return true;
 }
 

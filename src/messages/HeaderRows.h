@@ -1,4 +1,6 @@
 #pragma once
+#include <QByteArray>
+#include <QByteArrayView>
 #include <QList>
 #include <QPair>
 #include <QString>
@@ -22,6 +24,7 @@ QStringList rowCells(qint64 number, const QList<NewsTransportHeader> &headers);
 } // namespace listing
 
 struct OverviewFormat;
+class RowArena;
 
 namespace listing {
 
@@ -34,6 +37,14 @@ QList<qint8> overviewColumns(const OverviewFormat &fmt);
 // or null). False when the line has no article number.
 bool overviewToRow(const char *line, qsizetype size, const OverviewFormat &fmt, const QList<qint8> &columns,
                    const char *path, qsizetype pathSize, QByteArray &row);
+// The same row written into an arena, followed by a line end (so the arena's bytes are the
+// rows' cache lines): row refers to it in place; sortCell and refCell are its columns 6 and 7.
+struct ArenaRow {
+    QByteArray row;
+    QByteArrayView sortCell, refCell;
+};
+bool overviewToArena(const char *line, qsizetype size, const OverviewFormat &fmt, const QList<qint8> &columns,
+                     const char *path, qsizetype pathSize, RowArena &arena, ArenaRow &out);
 // The date rule and both forms on bytes: fills display and sort (UTF-8).
 void formatDateBytes(const char *date, qsizetype size, QByteArray &display, QByteArray &sort);
 

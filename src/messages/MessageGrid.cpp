@@ -1,4 +1,5 @@
 #include "messages/MessageGrid.h"
+#include "messages/RowArena.h"
 
 #include <algorithm>
 #include <cstring>
@@ -43,7 +44,7 @@ QByteArray MessageGrid::cellBytes(const QByteArray &row, int col)
     qsizetype end = row.indexOf(Sep, start);
     if (end < 0)
         end = row.size();
-    return row.mid(start, end - start);
+    return QByteArray(row.constData() + start, end - start);   // never a reference into an arena
 }
 
 QString MessageGrid::cell(int row, int col) const
@@ -128,10 +129,10 @@ void MessageGrid::appendRows(QVector<QByteArray> &&packedRows)
         return;
     const int n = int(m_rows.size());
     beginInsertRows(QModelIndex(), n, n + int(packedRows.size()) - 1);
-    if (m_rows.isEmpty())
+    if (m_rows.isEmpty() && m_rows.capacity() < packedRows.size())
         m_rows = std::move(packedRows);
     else
-        m_rows.append(packedRows);
+        m_rows.append(std::move(packedRows));
     endInsertRows();
 }
 
@@ -139,7 +140,14 @@ QByteArray MessageGrid::packedRow(int row) const
 {
     if (row < 1 || row > int(m_rows.size()))
         return QByteArray();
-    return m_rows[row - 1];
+    const QByteArray &r = m_rows[row - 1];
+    return QByteArray(r.constData(), r.size());
+}
+
+void MessageGrid::keepArena(std::shared_ptr<const RowArena> arena)
+{
+    if (arena && std::find(m_arenas.begin(), m_arenas.end(), arena) == m_arenas.end())
+        m_arenas.push_back(std::move(arena));
 }
 
 void MessageGrid::ResizeGrid()
@@ -148,6 +156,7 @@ void MessageGrid::ResizeGrid()
     m_rows.clear();
     m_rows.squeeze();
     m_rows.append(QByteArray(Cols - 1, Sep));
+    m_arenas.clear();
     endResetModel();
 }
 
@@ -215,11 +224,6 @@ const Fold &fold()
     return f;
 }
 
-int compareCells(QByteArrayView a, QByteArrayView b, Qt::CaseSensitivity cs)
-{
-    return a.compare(b, cs);
-}
-
 } // namespace
 
 namespace {
@@ -278,6 +282,14 @@ MessageGrid::SortKey MessageGrid::sortKey(const QByteArray &row, int col, int se
     return k;
 }
 
+quint16 MessageGrid::cellKey(QByteArrayView cell, Qt::CaseSensitivity cs, quint64 &key)
+{
+    key = 0;
+    if (cs == Qt::CaseInsensitive && !fold().usable)
+        return 0xFFFF;
+    return packKey<1>(cell, cs, &key);
+}
+
 void MessageGrid::sortKeys(std::vector<SortKey> &keys, const QVector<QByteArray> &rows, int col, bool ascending,
                            int secondCol, Qt::CaseSensitivity cs)
 {
@@ -298,21 +310,21 @@ void MessageGrid::sortKeys(std::vector<SortKey> &keys, const QVector<QByteArray>
     });
 }
 
-bool MessageGrid::applyOrder(const std::vector<SortKey> &order)
+bool MessageGrid::applyOrder(const std::vector<quint32> &order)
 {
     if (order.size() != size_t(m_rows.size()))
         return false;
     std::vector<char> seen(order.size(), 0);
-    for (const SortKey &k : order) {
-        if (k.idx >= order.size() || seen[k.idx])
+    for (const quint32 k : order) {
+        if (k >= order.size() || seen[k])
             return false;
-        seen[k.idx] = 1;
+        seen[k] = 1;
     }
     emit layoutAboutToBeChanged({}, QAbstractItemModel::VerticalSortHint);
     QVector<QByteArray> sorted;
     sorted.reserve(m_rows.size());
-    for (const SortKey &k : order)
-        sorted.append(std::move(m_rows[k.idx]));
+    for (const quint32 k : order)
+        sorted.append(std::move(m_rows[k]));
     m_rows = std::move(sorted);
     const QModelIndexList from = persistentIndexList();
     QModelIndexList to;
@@ -321,6 +333,31 @@ bool MessageGrid::applyOrder(const std::vector<SortKey> &order)
     changePersistentIndexList(from, to);
     emit layoutChanged({}, QAbstractItemModel::VerticalSortHint);
     return true;
+}
+
+bool MessageGrid::replaceRowsInOrder(QVector<QByteArray> &&sorted)
+{
+    if (sorted.size() != m_rows.size())
+        return false;
+    emit layoutAboutToBeChanged({}, QAbstractItemModel::VerticalSortHint);
+    m_rows.swap(sorted);
+    sorted = QVector<QByteArray>();
+    const QModelIndexList from = persistentIndexList();
+    QModelIndexList to;
+    for (int i = 0; i < from.size(); ++i)
+        to << QModelIndex();
+    changePersistentIndexList(from, to);
+    emit layoutChanged({}, QAbstractItemModel::VerticalSortHint);
+    return true;
+}
+
+void MessageGrid::reserveRows(qsizetype rows)
+{
+    const qsizetype want = m_rows.size() + rows;
+    if (want <= m_rows.capacity())
+        return;
+    m_rows.reserve(want);
+    adviseHugePages(m_rows.constData() + m_rows.size(), (m_rows.capacity() - m_rows.size()) * qsizetype(sizeof(QByteArray)));
 }
 
 void MessageGrid::sortRows(int col, bool ascending, int secondCol, Qt::CaseSensitivity cs)
@@ -332,7 +369,10 @@ void MessageGrid::sortRows(int col, bool ascending, int secondCol, Qt::CaseSensi
     for (int i = 0; i < int(m_rows.size()); ++i)
         keys.push_back(sortKey(m_rows[i], col, secondCol, cs, quint32(i)));
     sortKeys(keys, m_rows, col, ascending, secondCol, cs);
-    applyOrder(keys);
+    std::vector<quint32> order(keys.size());
+    for (size_t i = 0; i < keys.size(); ++i)
+        order[i] = keys[i].idx;
+    applyOrder(order);
 }
 
 int MessageGrid::rowCount(const QModelIndex &parent) const

@@ -3,14 +3,19 @@
 #include <QByteArray>
 #include <QStringList>
 #include <QVector>
+#include <memory>
 #include <vector>
+
+class RowArena;
 
 // The message grid MSHResults. Rows keep the classic numbering: row 0 is the heading row,
 // message rows start at 1. Nine columns: 0 article number, 1 date, 2 subject, 3 sender,
 // 4 Path, 5 Message-ID, 6 sortable date, 7 References, 8 download mark (hidden).
 //
 // Each row is stored compactly as one UTF-8 byte string with the cells separated by 0x7F,
-// so a million rows cost little more than their text.
+// so a million rows cost little more than their text. Rows of a listing refer in place to the
+// text in the arena that built them (kept alive here until the grid is reset); a changed row
+// gets a string of its own.
 class MessageGrid : public QAbstractTableModel {
     Q_OBJECT
 public:
@@ -29,7 +34,9 @@ public:
     void appendRow(const QStringList &cells);      // appended after the last row
     void appendRows(const QVector<QByteArray> &packedRows);  // bulk, packed as packRow() makes them
     void appendRows(QVector<QByteArray> &&packedRows);
-    QByteArray packedRow(int row) const;           // the row's cells joined by 0x7F (no trailing separator)
+    QByteArray packedRow(int row) const;           // the row's cells joined by 0x7F (a copy of its own)
+    // Keeps the memory that rows appended in place refer to until the next ResizeGrid.
+    void keepArena(std::shared_ptr<const RowArena> arena);
     static QByteArray packRow(const QStringList &cells);
 
     // Resets to the heading row and one empty row.
@@ -49,11 +56,19 @@ public:
         quint16 lenA, lenB;   // 0xFFFF: longer than the key holds
     };
     static SortKey sortKey(const QByteArray &packedRow, int col, int secondCol, Qt::CaseSensitivity cs, quint32 idx);
+    // The 8-byte key of one cell as SortKey::b holds it; returns its length (0xFFFF: longer).
+    static quint16 cellKey(QByteArrayView cell, Qt::CaseSensitivity cs, quint64 &key);
+    static int compareCells(QByteArrayView a, QByteArrayView b, Qt::CaseSensitivity cs) { return a.compare(b, cs); }
     static void sortKeys(std::vector<SortKey> &keys, const QVector<QByteArray> &rows, int col, bool ascending,
                          int secondCol, Qt::CaseSensitivity cs);
     // Puts rows 1..n in the given order (indexes of the current rows 1..n, from 0). False, and
     // nothing changed, when the order does not fit.
-    bool applyOrder(const std::vector<SortKey> &order);
+    bool applyOrder(const std::vector<quint32> &order);
+    // Puts rows 1..n in the order of sorted, which holds the same rows (as the builder of a
+    // listing gives them back in order). False, and nothing changed, when the count differs.
+    bool replaceRowsInOrder(QVector<QByteArray> &&sorted);
+    // Room for rows more rows without moving the others.
+    void reserveRows(qsizetype rows);
     // One cell of a packed row.
     static QByteArrayView cellView(const QByteArray &packedRow, int col);
     static QByteArray cellOf(const QByteArray &packedRow, int col) { return cellBytes(packedRow, col); }
@@ -69,4 +84,5 @@ public:
 private:
     static QByteArray cellBytes(const QByteArray &row, int col);
     QVector<QByteArray> m_rows;   // grid rows 1..n
+    std::vector<std::shared_ptr<const RowArena>> m_arenas;
 };

@@ -40,36 +40,36 @@ QString MessageList::cacheFile() const
 void MessageList::fetchRows(NewsTransport &t, const QString &cache)
 {
     constexpr qint64 kMaxBacklog = 8 << 20;
-    // Rows are built on a thread of their own while the answer streams in; the grid takes them
-    // in bulk a few times a second. The requested range bounds what is listed.
+    // Rows are built on a thread of their own while the answer streams in, and come to the grid
+    // at the end, in the listing's order; meanwhile the status bar and the progress bar count
+    // them. The requested range bounds what is listed.
     const double span = m.S.LastArticle - m.S.FirstArticle + 1;
     const qint64 maxRows = span + 1 >= 9e18 ? std::numeric_limits<qint64>::max() : qint64(span + 1);
     m_builtCache = false;
-    m_order = {};
+    m_presorted = false;
     QPointer<NewsTransport> tp(&t);
     RowBuilder builder(qMax<qint64>(0, maxRows), cache);
     builder.setWake([] { QMetaObject::invokeMethod(qApp, [] {}, Qt::QueuedConnection); });
     auto drainTransport = [&] {
-        if (tp)
-            builder.feed(tp->TakeOverviewRecords(), tp->OverviewFormatInUse());
-    };
-    auto drainRows = [&] {
-        QVector<QByteArray> rows = builder.takeRows();
-        if (rows.isEmpty())
+        if (!tp)
             return;
+        for (QByteArray &b : builder.takeSpentBlocks())
+            tp->ReturnOverviewBlock(std::move(b));
+        builder.feed(tp->TakeOverviewRecords(), tp->OverviewFormatInUse());
+    };
+    qint64 shownCount = 0;
+    auto showCount = [&] {
+        const qint64 built = builder.rowsBuilt();
+        if (built == shownCount)
+            return;
+        shownCount = built;
         m.S.SecondsTick = 0;
-        m.S.CurrentRow += int(rows.size());
-        // the grid keeps one empty row at the end while rows are added
-        m.grid->SetRows(m.grid->Rows() - 1);
-        m.grid->appendRows(std::move(rows));
-        m.grid->SetRows(m.grid->Rows() + 1);
-        m.progBar->setValue(qMin(m.S.CurrentRow, m.progBar->maximum()));
-        m.MSHResults->setUpdatesEnabled(true);
-        m.MSHResults->setUpdatesEnabled(false);
+        m.progBar->setValue(int(qMin<qint64>(built, m.progBar->maximum())));
+        if (built >= 100)
+            m.setStatus(2, QStringLiteral("~%1 So Far").arg(built / 100 * 100));
     };
     t.SetRawOverview(true);
     t.FetchHeaders(qint64(m.S.FirstArticle), qint64(m.S.LastArticle));
-    m.MSHResults->setUpdatesEnabled(false);
     QElapsedTimer slice, shown;
     slice.start();
     shown.start();
@@ -89,7 +89,7 @@ void MessageList::fetchRows(NewsTransport &t, const QString &cache)
                 tp->SetReadPaused(false);
         }
         if (shown.elapsed() >= 250) {
-            drainRows();
+            showCount();
             shown.restart();
         }
         return m.S.TransportError != 0 || m.S.StopRequested || m.S.TransactionDone;
@@ -108,13 +108,19 @@ void MessageList::fetchRows(NewsTransport &t, const QString &cache)
     builder.finish(ok);
     nd::waitUntil([&] { return builder.done(); });
     if (ok) {
-        drainRows();
+        showCount();
+        QVector<QByteArray> rows = builder.takeSortedRows();
+        m.S.CurrentRow += int(rows.size());
+        // the rows, in order, and the empty row that ends the grid
+        m.grid->keepArena(builder.arena());
+        m.grid->SetRows(1);
+        m.grid->appendRows(std::move(rows));
+        m.grid->SetRows(m.grid->Rows() + 1);
         m_builtCache = builder.cacheWritten();
-        m_order = builder.takeOrder();
+        m_presorted = true;
     } else {
         m.grid->ResizeGrid();
     }
-    m.MSHResults->setUpdatesEnabled(true);
 }
 
 bool MessageList::ListMessages(bool useCache)
@@ -224,13 +230,14 @@ bool MessageList::ListMessages(bool useCache)
                     if (m.grid->Rows() > 2)
                         m.grid->SetRows(m.grid->Rows() - 1);
                     if (m.grid->Rows() > 1) {
-                        m.MSHResults->setUpdatesEnabled(false);
-                        if (!m.grid->applyOrder(m_order))
+                        // the builder gave the rows in this order already
+                        if (!m_presorted) {
+                            m.MSHResults->setUpdatesEnabled(false);
                             m.grid->sortRows(6, false, 7, Qt::CaseInsensitive);
-                        m.MSHResults->setUpdatesEnabled(true);
+                            m.MSHResults->setUpdatesEnabled(true);
+                        }
                         m.MSHResults->selectRow(0);
                     }
-                    m_order = {};
                     if (m.groups)
                         m.groups->updateGroupMarkerNFavs(m.S.CurrentGroup, m.grid->lastMessageRow());
                     m.setStatus(1, QStringLiteral("Double-click Message to View"));

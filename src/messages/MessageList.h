@@ -24,6 +24,6 @@ private:
     void fetchRows(NewsTransport &t, const QString &cache);
     frmMain &m;
     bool m_builtCache = false;
-    std::vector<MessageGrid::SortKey> m_order;
+    bool m_presorted = false;   // the last fetch gave its rows in the listing's order
     bool m_listing = false;
 };

@@ -1,13 +1,16 @@
 #include "messages/RowBuilder.h"
-#include "ui/BlockFile.h"
 
 #include "messages/HeaderRows.h"
+#include "messages/RowArena.h"
 
+#include <QSaveFile>
+
+#include <algorithm>
 #include <chrono>
 #include <cstring>
 
 RowBuilder::RowBuilder(qint64 maxRows, const QString &cachePath)
-    : m_maxRows(maxRows), m_cachePath(cachePath)
+    : m_arena(std::make_shared<RowArena>()), m_maxRows(maxRows), m_cachePath(cachePath)
 {
     m_thread = std::thread([this] { run(); });
 }
@@ -22,24 +25,21 @@ RowBuilder::~RowBuilder()
     m_thread.join();
 }
 
-void RowBuilder::feed(QByteArray records, const OverviewFormat &fmt)
+void RowBuilder::feed(QList<QByteArray> blocks, const OverviewFormat &fmt)
 {
-    if (records.isEmpty())
-        return;
+    bool any = false;
     {
         std::lock_guard<std::mutex> g(m_mx);
-        m_pending += records.size();
-        m_queue.push_back(Batch{std::move(records), fmt});
+        for (QByteArray &b : blocks) {
+            if (b.isEmpty())
+                continue;
+            m_pending += b.size();
+            m_queue.push_back(Batch{std::move(b), fmt});
+            any = true;
+        }
     }
-    m_cv.notify_all();
-}
-
-QVector<QByteArray> RowBuilder::takeRows()
-{
-    std::lock_guard<std::mutex> g(m_mx);
-    QVector<QByteArray> out = std::move(m_ready);
-    m_ready = QVector<QByteArray>();
-    return out;
+    if (any)
+        m_cv.notify_all();
 }
 
 void RowBuilder::finish(bool keepCache)
@@ -58,10 +58,18 @@ bool RowBuilder::done() const
     return m_done;
 }
 
-std::vector<MessageGrid::SortKey> RowBuilder::takeOrder()
+QVector<QByteArray> RowBuilder::takeSortedRows()
 {
     std::lock_guard<std::mutex> g(m_mx);
-    return std::move(m_order);
+    return std::move(m_sorted);
+}
+
+QList<QByteArray> RowBuilder::takeSpentBlocks()
+{
+    std::lock_guard<std::mutex> g(m_mx);
+    QList<QByteArray> out = std::move(m_spent);
+    m_spent = QList<QByteArray>();
+    return out;
 }
 
 bool RowBuilder::cacheWritten() const
@@ -90,9 +98,24 @@ qint64 RowBuilder::rowsBuilt() const
 
 void RowBuilder::run()
 {
-    BlockFile cache(m_cachePath, 4 << 20);
-    QVector<QByteArray> all;   // every row built, for the final order (shares the rows' bytes)
-    std::vector<MessageGrid::SortKey> keys;
+    QSaveFile cache(m_cachePath);
+    bool cacheOk = cache.open(QIODevice::WriteOnly);
+    qsizetype chunksWritten = 0;
+    // the arena's chunks are the cache file's lines: each full chunk goes to disk as it is
+    auto writeChunks = [&](qsizetype upTo) {
+        for (; chunksWritten < upTo; ++chunksWritten) {
+            const RowArena::Chunk &c = m_arena->chunk(chunksWritten);
+            if (cacheOk && c.used > 0)
+                cacheOk = cache.write(c.data, c.used) == c.used;
+        }
+    };
+    // every row built, for the final order (refers to the arena); room for the rows asked for
+    const qsizetype expected = qsizetype(qMin<qint64>(m_maxRows, 4 << 20));
+    QVector<QByteArray> all;
+    all.reserve(expected);
+    adviseHugePages(all.constData(), expected * qsizetype(sizeof(QByteArray)));
+    listing::ListingOrder order;
+    order.reserve(expected);
     OverviewFormat lastFmt;
     QList<qint8> columns;
     bool haveColumns = false;
@@ -116,9 +139,9 @@ void RowBuilder::run()
                 columns = listing::overviewColumns(lastFmt);
                 haveColumns = true;
             }
-            QVector<QByteArray> rows;
             const char *p = b.records.constData();
             const char *end = p + b.records.size();
+            listing::ArenaRow r;
             while (p + 8 <= end && built < m_maxRows) {
                 quint32 sizes[2];
                 std::memcpy(sizes, p, sizeof sizes);
@@ -127,24 +150,20 @@ void RowBuilder::run()
                 p = path + sizes[1];
                 if (p > end)
                     break;
-                QByteArray row;
-                if (!listing::overviewToRow(line, sizes[0], lastFmt, columns, sizes[1] ? path : nullptr, sizes[1], row))
+                if (!listing::overviewToArena(line, sizes[0], lastFmt, columns, sizes[1] ? path : nullptr, sizes[1], *m_arena, r))
                     continue;
-                // the cache line: the eight cells, each followed by 0x7F (the empty mark ends the row)
-                cache.append(row);
-                cache.endLine();
-                keys.push_back(MessageGrid::sortKey(row, 6, 7, Qt::CaseInsensitive, quint32(all.size())));
-                all.append(row);
-                rows.append(std::move(row));
+                order.add(r.sortCell, r.refCell);
+                all.append(r.row);
                 ++built;
             }
             const qint64 consumed = b.records.size();
-            b.records = QByteArray();
+            writeChunks(m_arena->chunkCount() - 1);
             {
                 std::lock_guard<std::mutex> g(m_mx);
-                m_ready.append(std::move(rows));
                 m_built = built;
                 m_pending -= consumed;
+                if (m_spent.size() < 16)
+                    m_spent.append(std::move(b.records));
             }
             m_progress.notify_all();
         }
@@ -155,17 +174,24 @@ void RowBuilder::run()
         // the end: the cache file and the order
         bool written = false;
         if (keep) {
-            cache.append(QByteArray(8, MessageGrid::Sep));   // the grid's empty last row
-            cache.endLine();
-            written = cache.commit();
+            writeChunks(m_arena->chunkCount());
+            static const char emptyRow[] = "\x7f\x7f\x7f\x7f\x7f\x7f\x7f\x7f\n";   // the grid's empty last row
+            if (cacheOk)
+                cacheOk = cache.write(emptyRow, 9) == 9;
+            written = cacheOk && cache.commit();
         } else {
-            cache.cancel();
+            cache.cancelWriting();
         }
-        MessageGrid::sortKeys(keys, all, 6, false, 7, Qt::CaseInsensitive);
-        all.clear();
+        const std::vector<quint32> idx = order.order(all);
+        QVector<QByteArray> sorted;
+        sorted.reserve(all.size());
+        adviseHugePages(sorted.constData(), all.size() * qsizetype(sizeof(QByteArray)));
+        for (const quint32 i : idx)
+            sorted.append(all[i]);
+        all = QVector<QByteArray>();
         {
             std::lock_guard<std::mutex> g(m_mx);
-            m_order = std::move(keys);
+            m_sorted = std::move(sorted);
             m_cacheWritten = written;
             m_done = true;
         }
@@ -177,5 +203,156 @@ void RowBuilder::run()
         break;
     }
     if (!m_done)
-        cache.cancel();
+        cache.cancelWriting();
 }
+
+// ---------------------------------------------------------------- the listing's order
+
+namespace listing {
+
+template <class T>
+static void reserveHuge(std::vector<T> &v, qsizetype n)
+{
+    if (size_t(n) <= v.capacity())
+        return;
+    v.reserve(size_t(n));
+    adviseHugePages(v.data() + v.size(), qsizetype((v.capacity() - v.size()) * sizeof(T)));
+}
+
+
+namespace {
+
+// "yyyy/mm/dd hh:mm:ss" as the number yyyymmddhhmmss: among texts of this one form the
+// numbers order exactly as the texts do. False for any other text.
+bool dateNumber(QByteArrayView v, quint64 &n)
+{
+    if (v.size() != 19)
+        return false;
+    static const char shape[] = "dddd/dd/dd dd:dd:dd";
+    n = 0;
+    for (int i = 0; i < 19; ++i) {
+        const char c = v[i];
+        if (shape[i] == 'd') {
+            if (c < '0' || c > '9')
+                return false;
+            n = n * 10 + quint64(c - '0');
+        } else if (c != shape[i]) {
+            return false;
+        }
+    }
+    return true;
+}
+
+struct Item {
+    quint64 key;
+    quint64 ref;      // the References' key, for ties
+    quint32 idx;
+    quint16 refLen;
+};
+
+// Stable LSD radix sort by the low 48 bits of key, 12 bits a pass; passes in which every key
+// has the same digit are skipped.
+void radixSort(std::vector<Item> &items)
+{
+    std::vector<Item> tmp;
+    reserveHuge(tmp, qsizetype(items.size()));
+    tmp.resize(items.size());
+    constexpr int Bits = 12, Buckets = 1 << Bits;
+    std::vector<quint32> count(Buckets);
+    for (int shift = 0; shift < 48; shift += Bits) {
+        std::fill(count.begin(), count.end(), 0);
+        for (const Item &it : items)
+            ++count[(it.key >> shift) & (Buckets - 1)];
+        if (count[(items.front().key >> shift) & (Buckets - 1)] == items.size())
+            continue;
+        quint32 sum = 0;
+        for (quint32 &c : count) {
+            const quint32 n = c;
+            c = sum;
+            sum += n;
+        }
+        for (const Item &it : items)
+            tmp[count[(it.key >> shift) & (Buckets - 1)]++] = it;
+        items.swap(tmp);
+    }
+}
+
+} // namespace
+
+void ListingOrder::reserve(qsizetype n)
+{
+    reserveHuge(m_dates, n);
+    reserveHuge(m_refKeys, n);
+    reserveHuge(m_refLens, n);
+}
+
+void ListingOrder::add(QByteArrayView sortCell, QByteArrayView refCell)
+{
+    if (m_allDates) {
+        quint64 n = 0;
+        if (dateNumber(sortCell, n)) {
+            m_dates.push_back(n);
+        } else {
+            m_allDates = false;
+            m_dates = {};
+        }
+    }
+    quint64 k = 0;
+    m_refLens.push_back(MessageGrid::cellKey(refCell, Qt::CaseInsensitive, k));
+    m_refKeys.push_back(k);
+}
+
+std::vector<quint32> ListingOrder::order(const QVector<QByteArray> &rows)
+{
+    const size_t n = size_t(rows.size());
+    std::vector<quint32> out(n);
+    if (n == 0)
+        return out;
+    if (!m_allDates || m_dates.size() != n || m_refKeys.size() != n) {
+        // the general way
+        std::vector<MessageGrid::SortKey> keys;
+        keys.reserve(n);
+        for (size_t i = 0; i < n; ++i)
+            keys.push_back(MessageGrid::sortKey(rows[qsizetype(i)], 6, 7, Qt::CaseInsensitive, quint32(i)));
+        MessageGrid::sortKeys(keys, rows, 6, false, 7, Qt::CaseInsensitive);
+        for (size_t i = 0; i < n; ++i)
+            out[i] = keys[i].idx;
+        return out;
+    }
+    // newest first: ascending by the complement, which a stable sort keeps in row order on ties
+    constexpr quint64 Top = (quint64(1) << 48) - 1;   // above every yyyymmddhhmmss
+    std::vector<Item> items;
+    reserveHuge(items, qsizetype(n));
+    for (size_t i = 0; i < n; ++i)
+        items.push_back(Item{Top - m_dates[i], m_refKeys[i], quint32(i), m_refLens[i]});
+    m_dates = {};
+    m_refKeys = {};
+    m_refLens = {};
+    radixSort(items);
+    // equal dates: descending by the References, stable
+    auto refGreater = [&](const Item &x, const Item &y) {
+        if (x.ref != y.ref)
+            return x.ref > y.ref;
+        if (x.refLen != 0xFFFF && y.refLen != 0xFFFF)
+            return x.refLen > y.refLen;
+        return MessageGrid::compareCells(MessageGrid::cellView(rows[x.idx], 7), MessageGrid::cellView(rows[y.idx], 7),
+                                         Qt::CaseInsensitive) > 0;
+    };
+    for (size_t i = 0; i < n;) {
+        size_t j = i + 1;
+        bool differ = false;
+        while (j < n && items[j].key == items[i].key) {
+            if (items[j].ref != items[i].ref || items[j].refLen != items[i].refLen || items[j].refLen == 0xFFFF)
+                differ = true;
+            ++j;
+        }
+        if (differ)
+            std::stable_sort(items.begin() + qptrdiff(i), items.begin() + qptrdiff(j), refGreater);
+        i = j;
+    }
+    for (size_t i = 0; i < n; ++i)
+        out[i] = items[i].idx;
+    return out;
+}
+
+} // namespace listing

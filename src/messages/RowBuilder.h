@@ -1,5 +1,6 @@
 #pragma once
 #include "messages/MessageGrid.h"
+#include "messages/RowArena.h"
 #include "news/transport/NewsMessage.h"
 
 #include <QByteArray>
@@ -7,14 +8,37 @@
 #include <QVector>
 #include <condition_variable>
 #include <functional>
+#include <memory>
 #include <mutex>
 #include <thread>
 #include <vector>
 
+namespace listing {
+
+// What the listing's order (descending by column 6, then by column 7, ignoring case, stable)
+// needs of each row, gathered while the rows are built. When every sortable date has the one
+// form "yyyy/mm/dd hh:mm:ss" (the usual case), the order is a radix sort of the dates as numbers
+// with the References breaking ties; otherwise it is the general key sort of the grid.
+class ListingOrder {
+public:
+    void add(QByteArrayView sortCell, QByteArrayView refCell);
+    // rows: the rows added, in order of adding. Gives indexes into them.
+    std::vector<quint32> order(const QVector<QByteArray> &rows);
+    void reserve(qsizetype n);
+
+private:
+    std::vector<quint64> m_dates;   // while every date has the one form
+    std::vector<quint64> m_refKeys;
+    std::vector<quint16> m_refLens;
+    bool m_allDates = true;
+};
+
+} // namespace listing
+
 // Builds grid rows from the transport's raw overview records on a thread of its own while the
-// answer is still being read: each record becomes one packed row, its cache line goes to the
-// group's cache file in large blocks, and its sort key is kept, so that once the answer has
-// ended only the order of the rows is left to compute.
+// answer is still being read: each record becomes one packed row in an arena (followed by a line
+// end, so the arena's chunks are the group's cache file as it goes to disk), and what the order
+// needs of it is kept, so that once the answer has ended only the order is left to compute.
 class RowBuilder {
 public:
     // maxRows: rows beyond it are dropped (the requested range bounds a listing).
@@ -22,16 +46,19 @@ public:
     ~RowBuilder();   // stops and joins the thread; an unfinished cache file is dropped
 
     // Any thread except the builder's. Records as NewsTransport::TakeOverviewRecords gives them.
-    void feed(QByteArray records, const OverviewFormat &fmt);
-    // Rows built since the last call, in record order.
-    QVector<QByteArray> takeRows();
+    void feed(QList<QByteArray> blocks, const OverviewFormat &fmt);
+    // The memory the rows live in: whoever keeps rows keeps this too.
+    std::shared_ptr<const RowArena> arena() const { return m_arena; }
+    // Spent record blocks, for the reader to fill again.
+    QList<QByteArray> takeSpentBlocks();
     // No more input. keepCache: the cache file gets its empty last line and replaces the old
     // one; otherwise it is dropped. Then the listing's order is computed.
     void finish(bool keepCache);
     bool done() const;
-    // After done(): the listing's order of all rows built (descending by column 6, then 7,
-    // ignoring case, stable), and whether the cache file was written.
-    std::vector<MessageGrid::SortKey> takeOrder();
+    // After done(): all rows built in the listing's order (descending by column 6, then 7,
+    // ignoring case, stable; they refer to arena() in place), and whether the cache file was
+    // written.
+    QVector<QByteArray> takeSortedRows();
     bool cacheWritten() const;
     qint64 rowsBuilt() const;
     // Bytes of records fed and not yet built. waitBelow blocks the caller until they are at
@@ -53,8 +80,9 @@ private:
     qint64 m_pending = 0;
     std::vector<Batch> m_queue;
     bool m_finish = false, m_keepCache = false, m_done = false, m_quit = false, m_cacheWritten = false;
-    QVector<QByteArray> m_ready;           // built, not yet taken
-    std::vector<MessageGrid::SortKey> m_order;
+    QVector<QByteArray> m_sorted;
+    QList<QByteArray> m_spent;
+    std::shared_ptr<RowArena> m_arena;
     qint64 m_built = 0;
     const qint64 m_maxRows;
     const QString m_cachePath;

@@ -4,6 +4,7 @@
 #include "messages/HeaderRows.h"
 #include "messages/MessageCache.h"
 #include "messages/MessageGrid.h"
+#include "messages/RowBuilder.h"
 #include "news/transport/NewsMessage.h"
 #include "ui/ItemList.h"
 #include "ui/Prompter.h"
@@ -266,6 +267,43 @@ private slots:
         QCOMPARE(p.texts(), QStringList{"Not Found"});
         QVERIFY(!gc->FindText("only.in.path", true));
         QVERIFY(!gc->FindText("only-in-id", true));
+    }
+
+    // The listing's own order (numeric dates, References on ties) against the grid's sort:
+    // many equal dates, References that differ only in case, past the key's eight bytes or in
+    // length, and one row that is not a date, which makes the general sort take over.
+    void listingOrderIsTheGridsSort_data()
+    {
+        QTest::addColumn<bool>("oneUndated");
+        QTest::newRow("every row dated") << false;
+        QTest::newRow("one row without a date") << true;
+    }
+    void listingOrderIsTheGridsSort()
+    {
+        QFETCH(bool, oneUndated);
+        std::mt19937 rnd(7);
+        const QStringList refs = {"", "", "<a@x>", "<A@X>", "<a@x> <b@x>", "<parent.1234567@example.org>",
+                                  "<parent.1234567@example.org> <c@y>", "<PARENT.1234567@example.org>", "<b>"};
+        QVector<QByteArray> rows;
+        listing::ListingOrder order;
+        for (int i = 0; i < 5000; ++i) {
+            const int d = int(rnd() % 40);
+            QString date = QStringLiteral("20%1/0%2/1%3 12:0%4:00").arg(24 + d % 3).arg(1 + d % 9).arg(d % 10).arg(d % 7);
+            if (oneUndated && i == 2500)
+                date = QStringLiteral("<undated@example.org>");
+            const QStringList cells = {QString::number(i), QString(), QString(), QString(), QString(), QString(),
+                                       date, refs[int(rnd() % refs.size())], QString()};
+            rows.append(MessageGrid::packRow(cells));
+            order.add(MessageGrid::cellView(rows.last(), 6), MessageGrid::cellView(rows.last(), 7));
+        }
+        const std::vector<quint32> got = order.order(rows);
+        MessageGrid grid;
+        grid.SetRows(1);
+        grid.appendRows(rows);
+        grid.sortRows(6, false, 7, Qt::CaseInsensitive);
+        QCOMPARE(int(got.size()), int(rows.size()));
+        for (int r = 0; r < rows.size(); ++r)
+            QCOMPARE(rows[int(got[size_t(r)])], grid.packedRow(r + 1));
     }
 };
 

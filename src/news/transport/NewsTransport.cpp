@@ -17,6 +17,7 @@ const QString kDisconnecting = QStringLiteral("Disconnecting from NNTP Server");
 // No real NNTP line comes near this; a peer that sends more without a line
 // end is not speaking NNTP.
 constexpr qsizetype kMaxLine = 16 * 1024 * 1024;
+constexpr qsizetype kRecordBlock = 1 << 20;   // raw overview records are handed over in blocks of this size
 
 qint32 statusCode(const QByteArray &line)
 {
@@ -722,13 +723,27 @@ void NewsTransport::SetRawOverview(bool on)
 {
     m_rawOverview = on;
     m_records = QByteArray();
+    m_recordBlocks.clear();
+    if (!on)
+        m_spareBlocks.clear();
 }
 
-QByteArray NewsTransport::TakeOverviewRecords()
+QList<QByteArray> NewsTransport::TakeOverviewRecords()
 {
-    QByteArray out = std::move(m_records);
-    m_records = QByteArray();
+    QList<QByteArray> out = std::move(m_recordBlocks);
+    m_recordBlocks = QList<QByteArray>();
+    if (!m_records.isEmpty()) {
+        out.append(std::move(m_records));
+        m_records = QByteArray();
+    }
     return out;
+}
+
+void NewsTransport::ReturnOverviewBlock(QByteArray block)
+{
+    block.resize(0);   // keeps its memory when nobody else holds it
+    if (m_spareBlocks.size() < 16 && block.capacity() >= kRecordBlock)
+        m_spareBlocks.append(std::move(block));
 }
 
 void NewsTransport::appendRecord(const char *data, qsizetype size)
@@ -746,10 +761,20 @@ void NewsTransport::appendRecord(const char *data, qsizetype size)
         }
     }
     const quint32 sizes[2] = {quint32(size), quint32(path.size())};
-    const qsizetype at = m_records.size();
     const qsizetype need = qsizetype(sizeof sizes) + size + path.size();
-    if (m_records.capacity() - at < need)
-        m_records.reserve(qMax<qsizetype>(2 * at, 1 << 20) + need);
+    if (m_records.capacity() - m_records.size() < need) {
+        // a new block, from the spent ones when there are any
+        if (!m_records.isEmpty())
+            m_recordBlocks.append(std::move(m_records));
+        if (!m_spareBlocks.isEmpty() && m_spareBlocks.last().capacity() >= need) {
+            m_records = std::move(m_spareBlocks.last());
+            m_spareBlocks.removeLast();
+        } else {
+            m_records = QByteArray();
+            m_records.reserve(qMax<qsizetype>(kRecordBlock, need));
+        }
+    }
+    const qsizetype at = m_records.size();
     m_records.resize(at + need);
     char *d = m_records.data() + at;
     std::memcpy(d, sizes, sizeof sizes);

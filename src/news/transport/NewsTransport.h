@@ -99,7 +99,10 @@ public:
     // (quint32 each, native order), then the line (dot-unstuffed, no CR LF), then that Path
     // (UTF-8; empty when the format carries Path or none came). Switching it on drops old records.
     void SetRawOverview(bool on);
-    QByteArray TakeOverviewRecords();
+    // The records come in blocks of about 1 MiB (a record never spans two blocks).
+    QList<QByteArray> TakeOverviewRecords();
+    // Gives a spent block back: the next records are written into its memory (no fresh pages).
+    void ReturnOverviewBlock(QByteArray block);
     // While paused nothing more is read from the server (the socket's buffer fills and TCP holds
     // the rest back) and the time-out does not run; for a reader that cannot keep up.
     void SetReadPaused(bool paused);
@@ -214,7 +217,9 @@ private:
     QHash<qint64, QString> m_paths;
     bool m_rawOverview = false;
     bool m_readPaused = false;
-    QByteArray m_records;
+    QByteArray m_records;             // the block being filled
+    QList<QByteArray> m_recordBlocks; // full blocks, not yet taken
+    QList<QByteArray> m_spareBlocks;
 
     // FetchArticles
     QByteArray m_articleRaw;

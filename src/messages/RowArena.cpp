@@ -1,0 +1,121 @@
+#include "messages/RowArena.h"
+
+#include <mutex>
+#include <new>
+#include <sys/mman.h>
+#include <vector>
+
+namespace {
+constexpr qsizetype kHugePage = qsizetype(2) << 20;
+
+// Chunks of arenas that are gone, kept for the next listing: memory the process has touched
+// once costs no page faults (and no zeroing) when it is written again. The kernel may take the
+// pages back at any time (MADV_FREE); then they simply fault in afresh.
+struct ChunkPool {
+    std::mutex mx;
+    std::vector<std::pair<char *, qsizetype>> chunks;
+    qsizetype bytes = 0;
+    static constexpr qsizetype Limit = qsizetype(512) << 20;
+};
+
+ChunkPool &pool()
+{
+    static ChunkPool *p = new ChunkPool;   // outlives every arena, also at exit
+    return *p;
+}
+} // namespace
+
+void adviseHugePages(const void *p, qsizetype bytes)
+{
+#ifdef MADV_HUGEPAGE
+    const quintptr b = (quintptr(p) + kHugePage - 1) & ~quintptr(kHugePage - 1);
+    const quintptr e = (quintptr(p) + quintptr(bytes)) & ~quintptr(kHugePage - 1);
+    if (e > b)
+        ::madvise(reinterpret_cast<void *>(b), size_t(e - b), MADV_HUGEPAGE);
+#else
+    Q_UNUSED(p);
+    Q_UNUSED(bytes);
+#endif
+}
+
+RowArena::RowArena(qsizetype chunkBytes)
+    : m_chunkBytes((qMax(chunkBytes, kHugePage) + kHugePage - 1) / kHugePage * kHugePage)
+{
+}
+
+RowArena::~RowArena()
+{
+    for (const Chunk &c : m_chunks)
+        freeChunk(c.data, c.capacity);
+}
+
+char *RowArena::allocChunk(qsizetype bytes)
+{
+    {
+        ChunkPool &p = pool();
+        std::lock_guard<std::mutex> g(p.mx);
+        for (size_t i = 0; i < p.chunks.size(); ++i)
+            if (p.chunks[i].second == bytes) {
+                char *c = p.chunks[i].first;
+                p.chunks.erase(p.chunks.begin() + qptrdiff(i));
+                p.bytes -= bytes;
+                return c;
+            }
+    }
+    // map a huge page more than needed, so the chunk can start on a huge-page boundary
+    const size_t span = size_t(bytes + kHugePage);
+    void *m = ::mmap(nullptr, span, PROT_READ | PROT_WRITE, MAP_PRIVATE | MAP_ANONYMOUS, -1, 0);
+    if (m == MAP_FAILED)
+        throw std::bad_alloc();
+    char *base = static_cast<char *>(m);
+    char *aligned = reinterpret_cast<char *>((quintptr(base) + kHugePage - 1) & ~quintptr(kHugePage - 1));
+    if (aligned > base)
+        ::munmap(base, size_t(aligned - base));
+    char *end = base + span;
+    if (end > aligned + bytes)
+        ::munmap(aligned + bytes, size_t(end - (aligned + bytes)));
+#ifdef MADV_HUGEPAGE
+    ::madvise(aligned, size_t(bytes), MADV_HUGEPAGE);
+#endif
+    return aligned;
+}
+
+void RowArena::freeChunk(char *p, qsizetype bytes)
+{
+    ChunkPool &pl = pool();
+    {
+        std::lock_guard<std::mutex> g(pl.mx);
+        if (pl.bytes + bytes <= ChunkPool::Limit) {
+#ifdef MADV_FREE
+            ::madvise(p, size_t(bytes), MADV_FREE);
+#endif
+            pl.chunks.emplace_back(p, bytes);
+            pl.bytes += bytes;
+            return;
+        }
+    }
+    ::munmap(p, size_t(bytes));
+}
+
+char *RowArena::alloc(qsizetype n)
+{
+    if (!m_chunks.empty()) {
+        Chunk &c = m_chunks.back();
+        if (c.capacity - c.used >= n) {
+            char *p = c.data + c.used;
+            c.used += n;
+            return p;
+        }
+    }
+    const qsizetype bytes = n <= m_chunkBytes ? m_chunkBytes : (n + kHugePage - 1) / kHugePage * kHugePage;
+    m_chunks.push_back(Chunk{allocChunk(bytes), bytes, n});
+    return m_chunks.back().data;
+}
+
+qsizetype RowArena::bytesUsed() const
+{
+    qsizetype n = 0;
+    for (const Chunk &c : m_chunks)
+        n += c.used;
+    return n;
+}

@@ -1,0 +1,42 @@
+#pragma once
+#include <QtGlobal>
+#include <vector>
+
+// Append-only memory for the text of many grid rows. Memory comes in large chunks that never
+// move, so a row, once written, can be referred to in place (QByteArray::fromRawData) for as
+// long as the arena lives. Chunks ask the kernel for huge pages: a listing of a million rows
+// then costs a few hundred page faults instead of a hundred thousand.
+//
+// One writer at a time; what has been written may be read from other threads once it was
+// handed over under a lock.
+// Asks for huge pages for the whole 2 MiB pages inside [p, p + bytes) that nothing has touched
+// yet (large arrays of rows fault in a few hundred pages instead of thousands).
+void adviseHugePages(const void *p, qsizetype bytes);
+
+class RowArena {
+public:
+    explicit RowArena(qsizetype chunkBytes = 8 << 20);
+    ~RowArena();
+    RowArena(const RowArena &) = delete;
+    RowArena &operator=(const RowArena &) = delete;
+
+    // n contiguous bytes; a new chunk is started when the current one cannot hold them.
+    char *alloc(qsizetype n);
+    // Gives back the last n bytes of the latest alloc (when less was written than asked for).
+    void unuse(qsizetype n) { m_chunks.back().used -= n; }
+
+    struct Chunk {
+        char *data;
+        qsizetype capacity;
+        qsizetype used;
+    };
+    qsizetype chunkCount() const { return qsizetype(m_chunks.size()); }
+    const Chunk &chunk(qsizetype i) const { return m_chunks[size_t(i)]; }
+    qsizetype bytesUsed() const;
+
+private:
+    static char *allocChunk(qsizetype bytes);
+    static void freeChunk(char *p, qsizetype bytes);
+    qsizetype m_chunkBytes;
+    std::vector<Chunk> m_chunks;
+};
