@@ -1,4 +1,5 @@
 #include "app/Paths.h"
+#include "messages/MessageCache.h"
 
 #include <QDir>
 #include <QFile>
@@ -37,6 +38,7 @@ QString cacheDir()
 
 void cleanAppTempFiles()
 {
+    listing::waitForCacheWrites();   // a listing's cache still being written would come back
     QDir dir(appDir());
     const QStringList names = dir.entryList({QStringLiteral("*.tmp")}, QDir::Files | QDir::Hidden);
     for (const QString &n : names)

@@ -4,7 +4,11 @@
 #include "messages/MessageGrid.h"
 #include "ui/BlockFile.h"
 
+#include "messages/RowArena.h"
+
 #include <QFile>
+#include <QSaveFile>
+#include <list>
 
 namespace listing {
 
@@ -39,6 +43,147 @@ bool writeMessageCache(const QString &path, const MessageGrid &grid)
         f.endLine();
     }
     return f.commit();
+}
+
+namespace {
+
+// The writes not yet waited for.
+struct Running {
+    std::mutex mx;
+    std::list<std::shared_ptr<CacheWriter>> writers;
+    ~Running()
+    {
+        // at exit: every file is finished (or dropped) before the program ends
+        for (auto &w : writers)
+            w->wait();
+    }
+};
+
+Running &running()
+{
+    static Running r;
+    return r;
+}
+
+} // namespace
+
+CacheWriter::CacheWriter(const QString &path, std::shared_ptr<const RowArena> arena)
+    : m_path(path), m_arena(std::move(arena))
+{
+}
+
+std::shared_ptr<CacheWriter> CacheWriter::start(const QString &path, std::shared_ptr<const RowArena> arena)
+{
+    // an earlier write of the same file ends first, so the newer one replaces it
+    waitForCacheWrites(path);
+    std::shared_ptr<CacheWriter> w(new CacheWriter(path, std::move(arena)));
+    w->m_thread = std::thread([p = w.get()] { p->run(); });
+    Running &r = running();
+    std::list<std::shared_ptr<CacheWriter>> ended;   // joined outside the lock
+    std::lock_guard<std::mutex> g(r.mx);
+    for (auto it = r.writers.begin(); it != r.writers.end();) {
+        if ((*it)->done())
+            ended.splice(ended.end(), r.writers, it++);
+        else
+            ++it;
+    }
+    r.writers.push_back(w);
+    return w;
+}
+
+CacheWriter::~CacheWriter()
+{
+    finish(false);
+    if (m_thread.joinable())
+        m_thread.join();
+}
+
+void CacheWriter::add(const char *data, qsizetype size)
+{
+    if (size <= 0)
+        return;
+    {
+        std::lock_guard<std::mutex> g(m_mx);
+        m_pieces.emplace_back(data, size);
+    }
+    m_cv.notify_all();
+}
+
+void CacheWriter::finish(bool keep)
+{
+    {
+        std::lock_guard<std::mutex> g(m_mx);
+        if (m_finish)
+            return;
+        m_finish = true;
+        m_keep = keep;
+    }
+    m_cv.notify_all();
+}
+
+bool CacheWriter::done()
+{
+    std::lock_guard<std::mutex> g(m_mx);
+    return m_done;
+}
+
+bool CacheWriter::wait()
+{
+    std::unique_lock<std::mutex> g(m_mx);
+    m_cv.wait(g, [&] { return m_done; });
+    return m_written;
+}
+
+void CacheWriter::run()
+{
+    QSaveFile file(m_path);
+    bool ok = file.open(QIODevice::WriteOnly);
+    for (;;) {
+        std::vector<std::pair<const char *, qsizetype>> pieces;
+        bool finishing = false, keep = false;
+        {
+            std::unique_lock<std::mutex> g(m_mx);
+            m_cv.wait(g, [&] { return m_finish || !m_pieces.empty(); });
+            pieces.swap(m_pieces);
+            finishing = m_finish;
+            keep = m_keep;
+        }
+        // once it is known that the file is dropped, nothing more is written
+        if (!(finishing && !keep))
+            for (const auto &p : pieces)
+                if (ok)
+                    ok = file.write(p.first, p.second) == p.second;
+        if (!finishing)
+            continue;
+        const bool written = keep && ok && file.commit();
+        if (!written)
+            file.cancelWriting();
+        std::lock_guard<std::mutex> g(m_mx);
+        m_written = written;
+        m_done = true;
+        m_arena.reset();
+        m_cv.notify_all();
+        return;
+    }
+}
+
+void waitForCacheWrites(const QString &path)
+{
+    Running &r = running();
+    std::list<std::shared_ptr<CacheWriter>> waitFor;
+    {
+        std::lock_guard<std::mutex> g(r.mx);
+        for (auto it = r.writers.begin(); it != r.writers.end();) {
+            if (path.isEmpty() || (*it)->path() == path) {
+                waitFor.push_back(std::move(*it));
+                it = r.writers.erase(it);
+            } else {
+                ++it;
+            }
+        }
+    }
+    for (auto &w : waitFor)
+        w->wait();
 }
 
 QByteArray cacheLineToRow(const QByteArray &line)

@@ -141,6 +141,8 @@ bool MessageList::ListMessages(bool useCache)
 
     const QString cache = cacheFile();
     NewsSession *s = m.session;
+    if (useCache)
+        listing::waitForCacheWrites(cache);   // an earlier listing of the group may still be writing it
     if (useCache && QFile::exists(cache)) {
         // read a block at a time, yielding between blocks, so a long list neither freezes the
         // window nor ignores Stop (what was read so far is listed)

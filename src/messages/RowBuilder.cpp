@@ -1,9 +1,9 @@
 #include "messages/RowBuilder.h"
 
 #include "messages/HeaderRows.h"
+#include "messages/MessageCache.h"
 #include "messages/RowArena.h"
 
-#include <QSaveFile>
 
 #include <algorithm>
 #include <chrono>
@@ -12,6 +12,7 @@
 RowBuilder::RowBuilder(qint64 maxRows, const QString &cachePath)
     : m_arena(std::make_shared<RowArena>()), m_maxRows(maxRows), m_cachePath(cachePath)
 {
+    m_writer = listing::CacheWriter::start(cachePath, m_arena);
     m_thread = std::thread([this] { run(); });
 }
 
@@ -98,15 +99,12 @@ qint64 RowBuilder::rowsBuilt() const
 
 void RowBuilder::run()
 {
-    QSaveFile cache(m_cachePath);
-    bool cacheOk = cache.open(QIODevice::WriteOnly);
     qsizetype chunksWritten = 0;
-    // the arena's chunks are the cache file's lines: each full chunk goes to disk as it is
+    // the arena's chunks are the cache file's lines: each full chunk goes to the writer
     auto writeChunks = [&](qsizetype upTo) {
         for (; chunksWritten < upTo; ++chunksWritten) {
             const RowArena::Chunk &c = m_arena->chunk(chunksWritten);
-            if (cacheOk && c.used > 0)
-                cacheOk = cache.write(c.data, c.used) == c.used;
+            m_writer->add(c.data, c.used);
         }
     };
     // every row built, for the final order (refers to the arena); room for the rows asked for
@@ -172,16 +170,12 @@ void RowBuilder::run()
         if (!finishing)
             continue;
         // the end: the cache file and the order
-        bool written = false;
         if (keep) {
             writeChunks(m_arena->chunkCount());
             static const char emptyRow[] = "\x7f\x7f\x7f\x7f\x7f\x7f\x7f\x7f\n";   // the grid's empty last row
-            if (cacheOk)
-                cacheOk = cache.write(emptyRow, 9) == 9;
-            written = cacheOk && cache.commit();
-        } else {
-            cache.cancelWriting();
+            m_writer->add(emptyRow, 9);
         }
+        m_writer->finish(keep);
         const std::vector<quint32> idx = order.order(all);
         QVector<QByteArray> sorted;
         sorted.reserve(all.size());
@@ -192,7 +186,7 @@ void RowBuilder::run()
         {
             std::lock_guard<std::mutex> g(m_mx);
             m_sorted = std::move(sorted);
-            m_cacheWritten = written;
+            m_cacheWritten = keep;
             m_done = true;
         }
         m_progress.notify_all();
@@ -203,7 +197,7 @@ void RowBuilder::run()
         break;
     }
     if (!m_done)
-        cache.cancelWriting();
+        m_writer->finish(false);
 }
 
 // ---------------------------------------------------------------- the listing's order

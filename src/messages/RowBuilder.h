@@ -15,6 +15,8 @@
 
 namespace listing {
 
+class CacheWriter;
+
 // What the listing's order (descending by column 6, then by column 7, ignoring case, stable)
 // needs of each row, gathered while the rows are built. When every sortable date has the one
 // form "yyyy/mm/dd hh:mm:ss" (the usual case), the order is a radix sort of the dates as numbers
@@ -56,8 +58,8 @@ public:
     void finish(bool keepCache);
     bool done() const;
     // After done(): all rows built in the listing's order (descending by column 6, then 7,
-    // ignoring case, stable; they refer to arena() in place), and whether the cache file was
-    // written.
+    // ignoring case, stable; they refer to arena() in place), and whether the cache file is
+    // being written (it ends in the background: listing::waitForCacheWrites).
     QVector<QByteArray> takeSortedRows();
     bool cacheWritten() const;
     qint64 rowsBuilt() const;
@@ -82,6 +84,7 @@ private:
     bool m_finish = false, m_keepCache = false, m_done = false, m_quit = false, m_cacheWritten = false;
     QVector<QByteArray> m_sorted;
     QList<QByteArray> m_spent;
+    std::shared_ptr<listing::CacheWriter> m_writer;
     std::shared_ptr<RowArena> m_arena;
     qint64 m_built = 0;
     const qint64 m_maxRows;

@@ -1,4 +1,5 @@
 #include "news/Session.h"
+#include "messages/MessageCache.h"
 
 #include "app/Constants.h"
 #include "app/Paths.h"
@@ -265,6 +266,7 @@ void NewsSession::deleteServerMessageCaches(const QString &server)
 {
     if (server.isEmpty())
         return;
+    listing::waitForCacheWrites();   // none may come back after the delete
     QDir dir(nd::appDir());
     const QStringList files = dir.entryList({ServerFileTag(server) + QStringLiteral("-*.tmp")}, QDir::Files);
     for (const QString &f : files)

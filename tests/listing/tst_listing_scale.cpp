@@ -2,6 +2,7 @@
 // those of the general way (also with the Path fetched apart), a failure lists nothing.
 #include "app/frmMain.h"
 #include "messages/HeaderRows.h"
+#include "messages/MessageCache.h"
 #include "messages/MessageGrid.h"
 #include "messages/MessageList.h"
 #include "news/Session.h"
@@ -109,6 +110,7 @@ class TstListingScale : public QObject {
         }
         QStringList cacheLines() const
         {
+            listing::waitForCacheWrites();
             QFile f(w.messages->cacheFile());
             if (!f.open(QIODevice::ReadOnly))
                 return {};
@@ -212,6 +214,7 @@ private slots:
         QVERIFY(x.w.S.TransportError != 0);
         QCOMPARE(x.w.grid->lastMessageRow(), 0);
         QCOMPARE(x.w.grid->Rows(), 2);
+        listing::waitForCacheWrites();
         QVERIFY(!QFile::exists(x.w.messages->cacheFile()));
     }
 };
