@@ -165,15 +165,48 @@ char *putCell(char *d, const char *p, qsizetype n)
     return d + n;
 }
 
-// A field as the transport's text would be stored: UTF-8 when valid, else read as Latin-1.
-// ASCII stays where it is; anything else is converted into keep.
-void textCell(const char *&p, qsizetype &n, QByteArray &keep)
+// Whether the bytes are all ASCII, and whether one of them is 0x7F, in one pass.
+bool asciiScan(const char *p, qsizetype n, bool &hasSep)
 {
-    if (n <= 0 || asciiOnly(p, n))
+    constexpr quint64 ones = 0x0101010101010101ULL, highs = 0x8080808080808080ULL, seps = 0x7F7F7F7F7F7F7F7FULL;
+    quint64 acc = 0, sep = 0;
+    qsizetype i = 0;
+    for (; i + 8 <= n; i += 8) {
+        quint64 w;
+        std::memcpy(&w, p + i, 8);
+        acc |= w;
+        const quint64 x = w ^ seps;   // a zero byte where w holds 0x7F
+        sep |= (x - ones) & ~x & highs;
+    }
+    for (; i < n; ++i) {
+        acc |= static_cast<unsigned char>(p[i]);
+        sep |= p[i] == MessageGrid::Sep;
+    }
+    hasSep = sep != 0;
+    return (acc & highs) == 0;
+}
+
+// A field as the transport's text would be stored: UTF-8 when valid, else read as Latin-1.
+// ASCII stays where it is; anything else is converted into keep. hasSep: whether it holds 0x7F.
+void textCell(const char *&p, qsizetype &n, QByteArray &keep, bool &hasSep)
+{
+    hasSep = false;
+    if (n <= 0 || asciiScan(p, n, hasSep))
         return;
     keep = textFromBytes(p, n).toUtf8();
     p = keep.constData();
     n = keep.size();
+    hasSep = std::memchr(p, MessageGrid::Sep, size_t(n)) != nullptr;
+}
+
+// putCell for a cell whose 0x7F bytes are known to be there or not.
+char *putCellKnown(char *d, const char *p, qsizetype n, bool hasSep)
+{
+    if (hasSep)
+        return putCell(d, p, n);
+    if (n > 0)
+        std::memcpy(d, p, size_t(n));
+    return d + n;
 }
 
 char *putNumber(char *d, int v, int width)
@@ -479,8 +512,9 @@ static char *buildRow(const char *line, qsizetype size, const OverviewFormat &fm
         }
     }
     QByteArray keep[6];
+    bool sep[8] = {};
     for (int c : {2, 3, 4, 5, 7})
-        textCell(cell[c], len[c], keep[c == 7 ? 1 : c]);
+        textCell(cell[c], len[c], keep[c == 7 ? 1 : c], sep[c]);
     if (sortLen == 0) {   // no date: the Message-ID sorts in its place
         sort = cell[5];
         sortLen = len[5];
@@ -500,16 +534,16 @@ static char *buildRow(const char *line, qsizetype size, const OverviewFormat &fm
     d = putCell(d, display, displayLen);
     *d++ = MessageGrid::Sep;
     for (int c = 2; c <= 5; ++c) {
-        d = putCell(d, cell[c], len[c]);
+        d = putCellKnown(d, cell[c], len[c], sep[c]);
         *d++ = MessageGrid::Sep;
     }
     if (sortCell)
         *sortCell = QByteArrayView(d, sortLen);
-    d = putCell(d, sort, sortLen);
+    d = sort == cell[5] ? putCellKnown(d, sort, sortLen, sep[5]) : putCell(d, sort, sortLen);
     *d++ = MessageGrid::Sep;
     if (refCell)
         *refCell = QByteArrayView(d, len[7]);
-    d = putCell(d, cell[7], len[7]);
+    d = putCellKnown(d, cell[7], len[7], sep[7]);
     *d++ = MessageGrid::Sep;   // then the empty download mark
     rowSize = total;
     return row;

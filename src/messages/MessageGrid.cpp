@@ -351,6 +351,14 @@ bool MessageGrid::replaceRowsInOrder(QVector<QByteArray> &&sorted)
     return true;
 }
 
+void MessageGrid::resetRows(QVector<QByteArray> &&packedRows)
+{
+    beginResetModel();
+    m_rows.swap(packedRows);
+    packedRows = QVector<QByteArray>();
+    endResetModel();
+}
+
 void MessageGrid::reserveRows(qsizetype rows)
 {
     const qsizetype want = m_rows.size() + rows;

@@ -109,13 +109,12 @@ void MessageList::fetchRows(NewsTransport &t, const QString &cache)
     nd::waitUntil([&] { return builder.done(); });
     if (ok) {
         showCount();
+        // the rows, in order, and the empty row that ends the grid (the builder left room for it)
         QVector<QByteArray> rows = builder.takeSortedRows();
         m.S.CurrentRow += int(rows.size());
-        // the rows, in order, and the empty row that ends the grid
+        rows.append(QByteArray(MessageGrid::Cols - 1, MessageGrid::Sep));
         m.grid->keepArena(builder.arena());
-        m.grid->SetRows(1);
-        m.grid->appendRows(std::move(rows));
-        m.grid->SetRows(m.grid->Rows() + 1);
+        m.grid->resetRows(std::move(rows));
         m_builtCache = builder.cacheWritten();
         m_presorted = true;
     } else {

@@ -49,18 +49,24 @@ RowArena::~RowArena()
         freeChunk(c.data, c.capacity);
 }
 
-char *RowArena::allocChunk(qsizetype bytes)
+std::pair<char *, qsizetype> RowArena::allocChunk(qsizetype bytes)
 {
+    bytes = (bytes + kHugePage - 1) / kHugePage * kHugePage;
     {
+        // the smallest kept chunk that holds it, unless it is far larger
         ChunkPool &p = pool();
         std::lock_guard<std::mutex> g(p.mx);
+        size_t best = p.chunks.size();
         for (size_t i = 0; i < p.chunks.size(); ++i)
-            if (p.chunks[i].second == bytes) {
-                char *c = p.chunks[i].first;
-                p.chunks.erase(p.chunks.begin() + qptrdiff(i));
-                p.bytes -= bytes;
-                return c;
-            }
+            if (p.chunks[i].second >= bytes && p.chunks[i].second <= 2 * bytes &&
+                (best == p.chunks.size() || p.chunks[i].second < p.chunks[best].second))
+                best = i;
+        if (best < p.chunks.size()) {
+            const auto c = p.chunks[best];
+            p.chunks.erase(p.chunks.begin() + qptrdiff(best));
+            p.bytes -= c.second;
+            return c;
+        }
     }
     // map a huge page more than needed, so the chunk can start on a huge-page boundary
     const size_t span = size_t(bytes + kHugePage);
@@ -77,7 +83,7 @@ char *RowArena::allocChunk(qsizetype bytes)
 #ifdef MADV_HUGEPAGE
     ::madvise(aligned, size_t(bytes), MADV_HUGEPAGE);
 #endif
-    return aligned;
+    return {aligned, bytes};
 }
 
 void RowArena::freeChunk(char *p, qsizetype bytes)
@@ -107,8 +113,8 @@ char *RowArena::alloc(qsizetype n)
             return p;
         }
     }
-    const qsizetype bytes = n <= m_chunkBytes ? m_chunkBytes : (n + kHugePage - 1) / kHugePage * kHugePage;
-    m_chunks.push_back(Chunk{allocChunk(bytes), bytes, n});
+    const auto c = allocChunk(qMax(n, m_chunkBytes));
+    m_chunks.push_back(Chunk{c.first, c.second, n});
     return m_chunks.back().data;
 }
 
@@ -118,4 +124,25 @@ qsizetype RowArena::bytesUsed() const
     for (const Chunk &c : m_chunks)
         n += c.used;
     return n;
+}
+
+ScratchBuffer::ScratchBuffer(qsizetype bytes)
+{
+    if (bytes > 0) {
+        const auto c = RowArena::allocChunk(bytes);
+        m_data = c.first;
+        m_size = c.second;
+    }
+}
+
+ScratchBuffer::~ScratchBuffer()
+{
+    if (m_data)
+        RowArena::freeChunk(m_data, m_size);
+}
+
+void ScratchBuffer::swap(ScratchBuffer &other) noexcept
+{
+    std::swap(m_data, other.m_data);
+    std::swap(m_size, other.m_size);
 }

@@ -1,5 +1,6 @@
 #pragma once
 #include <QtGlobal>
+#include <utility>
 #include <vector>
 
 // Append-only memory for the text of many grid rows. Memory comes in large chunks that never
@@ -34,9 +35,30 @@ public:
     const Chunk &chunk(qsizetype i) const { return m_chunks[size_t(i)]; }
     qsizetype bytesUsed() const;
 
-private:
-    static char *allocChunk(qsizetype bytes);
+    // Memory of the arenas' kind (huge pages, kept for reuse when let go): at least bytes.
+    static std::pair<char *, qsizetype> allocChunk(qsizetype bytes);
     static void freeChunk(char *p, qsizetype bytes);
+
+private:
     qsizetype m_chunkBytes;
     std::vector<Chunk> m_chunks;
+};
+
+// Working memory of a large sort, from the arenas' pool: nothing is zeroed, and a second listing
+// of the same size writes over pages the first one faulted in.
+class ScratchBuffer {
+public:
+    ScratchBuffer() = default;
+    explicit ScratchBuffer(qsizetype bytes);
+    ~ScratchBuffer();
+    ScratchBuffer(const ScratchBuffer &) = delete;
+    ScratchBuffer &operator=(const ScratchBuffer &) = delete;
+    void swap(ScratchBuffer &other) noexcept;
+    template <class T>
+    T *as() const { return reinterpret_cast<T *>(m_data); }
+    qsizetype size() const { return m_size; }
+
+private:
+    char *m_data = nullptr;
+    qsizetype m_size = 0;
 };

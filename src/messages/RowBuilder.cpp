@@ -178,7 +178,7 @@ void RowBuilder::run()
         m_writer->finish(keep);
         const std::vector<quint32> idx = order.order(all);
         QVector<QByteArray> sorted;
-        sorted.reserve(all.size());
+        sorted.reserve(all.size() + 1);   // and the grid's empty last row
         adviseHugePages(sorted.constData(), all.size() * qsizetype(sizeof(QByteArray)));
         for (const quint32 i : idx)
             sorted.append(all[i]);
@@ -204,17 +204,9 @@ void RowBuilder::run()
 
 namespace listing {
 
-template <class T>
-static void reserveHuge(std::vector<T> &v, qsizetype n)
-{
-    if (size_t(n) <= v.capacity())
-        return;
-    v.reserve(size_t(n));
-    adviseHugePages(v.data() + v.size(), qsizetype((v.capacity() - v.size()) * sizeof(T)));
-}
-
-
 namespace {
+
+constexpr quint64 Top = (quint64(1) << 48) - 1;   // above every yyyymmddhhmmss
 
 // "yyyy/mm/dd hh:mm:ss" as the number yyyymmddhhmmss: among texts of this one form the
 // numbers order exactly as the texts do. False for any other text.
@@ -237,63 +229,75 @@ bool dateNumber(QByteArrayView v, quint64 &n)
     return true;
 }
 
-struct Item {
-    quint64 key;
-    quint64 ref;      // the References' key, for ties
-    quint32 idx;
-    quint16 refLen;
-};
+using Item = ListingOrder::Item;
 
-// Stable LSD radix sort by the low 48 bits of key, 12 bits a pass; passes in which every key
-// has the same digit are skipped.
-void radixSort(std::vector<Item> &items)
+// Stable LSD radix sort of n items by key, 12 bits a pass, over the bits in which the keys
+// differ (the keys are made relative to the smallest first); passes in which every key has the
+// same digit are skipped. The result is in items or in tmp: the one returned.
+Item *radixSort(Item *items, Item *tmp, size_t n)
 {
-    std::vector<Item> tmp;
-    reserveHuge(tmp, qsizetype(items.size()));
-    tmp.resize(items.size());
+    quint64 lo = items[0].key, hi = items[0].key;
+    for (size_t i = 1; i < n; ++i) {
+        lo = std::min(lo, items[i].key);
+        hi = std::max(hi, items[i].key);
+    }
+    for (size_t i = 0; i < n; ++i)
+        items[i].key -= lo;
+    int bits = 0;
+    while (bits < 64 && ((hi - lo) >> bits) != 0)
+        ++bits;
     constexpr int Bits = 12, Buckets = 1 << Bits;
     std::vector<quint32> count(Buckets);
-    for (int shift = 0; shift < 48; shift += Bits) {
+    for (int shift = 0; shift < bits; shift += Bits) {
         std::fill(count.begin(), count.end(), 0);
-        for (const Item &it : items)
-            ++count[(it.key >> shift) & (Buckets - 1)];
-        if (count[(items.front().key >> shift) & (Buckets - 1)] == items.size())
+        for (size_t i = 0; i < n; ++i)
+            ++count[(items[i].key >> shift) & (Buckets - 1)];
+        if (count[(items[0].key >> shift) & (Buckets - 1)] == n)
             continue;
         quint32 sum = 0;
         for (quint32 &c : count) {
-            const quint32 n = c;
+            const quint32 k = c;
             c = sum;
-            sum += n;
+            sum += k;
         }
-        for (const Item &it : items)
-            tmp[count[(it.key >> shift) & (Buckets - 1)]++] = it;
-        items.swap(tmp);
+        for (size_t i = 0; i < n; ++i)
+            tmp[count[(items[i].key >> shift) & (Buckets - 1)]++] = items[i];
+        std::swap(items, tmp);
     }
+    return items;
 }
 
 } // namespace
 
 void ListingOrder::reserve(qsizetype n)
 {
-    reserveHuge(m_dates, n);
-    reserveHuge(m_refKeys, n);
-    reserveHuge(m_refLens, n);
+    if (!m_allDates || n * qsizetype(sizeof(Item)) <= m_items.size())
+        return;
+    ScratchBuffer bigger(n * qsizetype(sizeof(Item)));
+    if (m_count > 0)
+        std::memcpy(bigger.as<Item>(), m_items.as<Item>(), size_t(m_count) * sizeof(Item));
+    m_items.swap(bigger);
 }
 
 void ListingOrder::add(QByteArrayView sortCell, QByteArrayView refCell)
 {
-    if (m_allDates) {
-        quint64 n = 0;
-        if (dateNumber(sortCell, n)) {
-            m_dates.push_back(n);
-        } else {
-            m_allDates = false;
-            m_dates = {};
-        }
+    if (!m_allDates) {
+        ++m_count;
+        return;
     }
+    quint64 n = 0;
+    if (!dateNumber(sortCell, n)) {
+        m_allDates = false;   // the general sort decides; the items are not needed
+        ScratchBuffer().swap(m_items);
+        ++m_count;
+        return;
+    }
+    if ((m_count + 1) * qsizetype(sizeof(Item)) > m_items.size())
+        reserve(qMax<qsizetype>(m_count * 2, 1 << 16));
     quint64 k = 0;
-    m_refLens.push_back(MessageGrid::cellKey(refCell, Qt::CaseInsensitive, k));
-    m_refKeys.push_back(k);
+    const quint16 len = MessageGrid::cellKey(refCell, Qt::CaseInsensitive, k);
+    m_items.as<Item>()[m_count] = Item{Top - n, k, quint32(m_count), len};
+    ++m_count;
 }
 
 std::vector<quint32> ListingOrder::order(const QVector<QByteArray> &rows)
@@ -302,7 +306,7 @@ std::vector<quint32> ListingOrder::order(const QVector<QByteArray> &rows)
     std::vector<quint32> out(n);
     if (n == 0)
         return out;
-    if (!m_allDates || m_dates.size() != n || m_refKeys.size() != n) {
+    if (!m_allDates || size_t(m_count) != n) {
         // the general way
         std::vector<MessageGrid::SortKey> keys;
         keys.reserve(n);
@@ -314,15 +318,8 @@ std::vector<quint32> ListingOrder::order(const QVector<QByteArray> &rows)
         return out;
     }
     // newest first: ascending by the complement, which a stable sort keeps in row order on ties
-    constexpr quint64 Top = (quint64(1) << 48) - 1;   // above every yyyymmddhhmmss
-    std::vector<Item> items;
-    reserveHuge(items, qsizetype(n));
-    for (size_t i = 0; i < n; ++i)
-        items.push_back(Item{Top - m_dates[i], m_refKeys[i], quint32(i), m_refLens[i]});
-    m_dates = {};
-    m_refKeys = {};
-    m_refLens = {};
-    radixSort(items);
+    ScratchBuffer spare(qsizetype(n * sizeof(Item)));
+    Item *items = radixSort(m_items.as<Item>(), spare.as<Item>(), n);
     // equal dates: descending by the References, stable
     auto refGreater = [&](const Item &x, const Item &y) {
         if (x.ref != y.ref)
@@ -341,11 +338,14 @@ std::vector<quint32> ListingOrder::order(const QVector<QByteArray> &rows)
             ++j;
         }
         if (differ)
-            std::stable_sort(items.begin() + qptrdiff(i), items.begin() + qptrdiff(j), refGreater);
+            std::stable_sort(items + i, items + j, refGreater);
         i = j;
     }
     for (size_t i = 0; i < n; ++i)
         out[i] = items[i].idx;
+    ScratchBuffer().swap(m_items);
+    m_count = 0;
+    m_allDates = true;
     return out;
 }
 

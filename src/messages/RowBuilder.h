@@ -28,10 +28,16 @@ public:
     std::vector<quint32> order(const QVector<QByteArray> &rows);
     void reserve(qsizetype n);
 
+    struct Item {
+        quint64 key;      // descending date as an ascending number
+        quint64 ref;      // the References' key, for ties
+        quint32 idx;
+        quint16 refLen;
+    };
+
 private:
-    std::vector<quint64> m_dates;   // while every date has the one form
-    std::vector<quint64> m_refKeys;
-    std::vector<quint16> m_refLens;
+    ScratchBuffer m_items;   // one Item per row, while every date has the one form
+    qsizetype m_count = 0;
     bool m_allDates = true;
 };
 

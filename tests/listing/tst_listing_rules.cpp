@@ -132,7 +132,7 @@ private slots:
             "5 Dec 2020 10:00:00 extra", "  5   Dec   2020  ", "5\tDec 2020 10:00:00", "+5 Dec 2020 10:00", "05 Dec 0 1:02",
             "", " ", "Fri, 5 Dec 2020 10:00:00 PST8PDT", "5 D\xc3\xa9" "c 2020", "5 Dec 2020 10:00\x7f", "\xe9t\xe9 2020",
             "5 Dec 2020\xc2\xa0", "Wed, 05 Dec 1234567890 10:00:00", "5 Dec 20201 10:00:00", "5 Dec. 2020 1:2"};
-        const QList<QByteArray> texts = {"", "plain", "caf\xc3\xa9 au lait", "caf\xe9 latin", "del\x7fin", " spaced ",
+        const QList<QByteArray> texts = {"", "plain", "caf\xc3\xa9 au lait", "caf\xe9 latin", "del\x7fin", "a longer text with\x7f in it", " spaced ",
                                          "\xef\xbb\xbf" "bom", "\xc3", "a:b: c"};
         std::mt19937 rnd(7);
         auto pick = [&](const QList<QByteArray> &l) { return l.at(int(rnd() % l.size())); };
