@@ -8,7 +8,11 @@
 
 #include <QFile>
 #include <QSaveFile>
+#include <cerrno>
+#include <cstring>
+#include <fcntl.h>
 #include <list>
+#include <unistd.h>
 
 namespace listing {
 
@@ -216,6 +220,79 @@ void MessageCacheReader::next(QVector<QByteArray> &rows, qint64 blockBytes)
         if (size > 0 && line[0] != MessageGrid::Sep)
             rows.append(cacheLineToRow(QByteArray(line, size)));
     }, blockBytes);
+}
+
+ArenaCacheReader::ArenaCacheReader(const QString &path)
+    : m_arena(std::make_shared<RowArena>())
+{
+    m_fd = ::open(QFile::encodeName(path).constData(), O_RDONLY | O_CLOEXEC);
+}
+
+ArenaCacheReader::~ArenaCacheReader()
+{
+    if (m_fd >= 0)
+        ::close(m_fd);
+}
+
+void ArenaCacheReader::line(const char *p, qsizetype n, QVector<QByteArray> &rows)
+{
+    if (n > 0 && p[n - 1] == '\r')
+        --n;
+    // empty lines and lines that begin with 0x7F hold no message
+    if (n <= 0 || p[0] == MessageGrid::Sep)
+        return;
+    int seps = 0;
+    for (const char *q = p, *end = p + n; seps <= 8;) {
+        q = static_cast<const char *>(std::memchr(q, MessageGrid::Sep, size_t(end - q)));
+        if (!q)
+            break;
+        ++seps;
+        ++q;
+    }
+    if (seps == 8 && p[n - 1] == MessageGrid::Sep) {
+        rows.append(QByteArray::fromRawData(p, n));   // the row's own form: in place
+        return;
+    }
+    const QByteArray row = cacheLineToRow(QByteArray(p, n));
+    char *d = m_arena->alloc(row.size());
+    std::memcpy(d, row.constData(), size_t(row.size()));
+    rows.append(QByteArray::fromRawData(d, row.size()));
+}
+
+void ArenaCacheReader::next(QVector<QByteArray> &rows, qint64 blockBytes)
+{
+    if (atEnd())
+        return;
+    // the unfinished line goes in front of the next block, so that every line is whole in one place
+    char *d = m_arena->alloc(m_carrySize + blockBytes);
+    if (m_carrySize > 0)
+        std::memcpy(d, m_carry, size_t(m_carrySize));
+    qsizetype have = m_carrySize;
+    while (have < m_carrySize + blockBytes) {
+        const ssize_t got = ::read(m_fd, d + have, size_t(m_carrySize + blockBytes - have));
+        if (got < 0 && errno == EINTR)
+            continue;
+        if (got <= 0) {
+            m_eof = true;
+            break;
+        }
+        have += got;
+    }
+    m_arena->unuse(m_carrySize + blockBytes - have);
+    const char *p = d, *end = d + have;
+    for (;;) {
+        const char *nl = static_cast<const char *>(std::memchr(p, '\n', size_t(end - p)));
+        if (!nl)
+            break;
+        line(p, nl - p, rows);
+        p = nl + 1;
+    }
+    m_carry = p;
+    m_carrySize = end - p;
+    if (m_eof && m_carrySize > 0) {   // a last line without its end counts too
+        line(m_carry, m_carrySize, rows);
+        m_carrySize = 0;
+    }
 }
 
 bool readMessageCache(const QString &path, QVector<QByteArray> &rows)

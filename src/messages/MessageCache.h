@@ -65,6 +65,27 @@ private:
 // ended: before a cache file is read or deleted.
 void waitForCacheWrites(const QString &path = QString());
 
+// The same, reading the file straight into an arena: a line that already has the row's form
+// (eight cells, each followed by 0x7F) becomes a row in place, without a copy of its own.
+class ArenaCacheReader {
+public:
+    explicit ArenaCacheReader(const QString &path);
+    ~ArenaCacheReader();
+    bool isOpen() const { return m_fd >= 0; }
+    bool atEnd() const { return m_fd < 0 || m_eof; }
+    // Reads about blockBytes more and appends the message rows in it.
+    void next(QVector<QByteArray> &rows, qint64 blockBytes = 4 << 20);
+    // What the rows refer to: whoever keeps them keeps this.
+    std::shared_ptr<const RowArena> arena() const { return m_arena; }
+private:
+    void line(const char *p, qsizetype n, QVector<QByteArray> &rows);
+    int m_fd = -1;
+    bool m_eof = false;
+    std::shared_ptr<RowArena> m_arena;
+    const char *m_carry = nullptr;   // the unfinished last line of the block before
+    qsizetype m_carrySize = 0;
+};
+
 // One cache line of packed cells (8 cells each followed by 0x7F) -> packed row of 9 cells.
 QByteArray cacheLineToRow(const QByteArray &line);
 

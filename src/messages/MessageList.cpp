@@ -146,7 +146,7 @@ bool MessageList::ListMessages(bool useCache)
         // read a block at a time, yielding between blocks, so a long list neither freezes the
         // window nor ignores Stop (what was read so far is listed)
         QVector<QByteArray> rows;
-        listing::MessageCacheReader reader(cache);
+        listing::ArenaCacheReader reader(cache);
         QElapsedTimer slice;
         slice.start();
         while (!reader.atEnd() && !m.S.StopRequested) {
@@ -160,17 +160,18 @@ bool MessageList::ListMessages(bool useCache)
         }
         // rows with an empty display date at the top are dropped
         qsizetype skip = 0;
-        while (skip < rows.size() && MessageGrid::cellOf(rows[skip], 1).isEmpty())
+        while (skip < rows.size() && MessageGrid::cellView(rows[skip], 1).isEmpty())
             ++skip;
         if (skip == rows.size() && skip > 0)
             --skip;   // keep the last one, as the classic loop stops at three rows
         rows.remove(0, skip);
         const qsizetype listed = rows.size();
-        m.grid->SetRows(1);
-        m.grid->appendRows(std::move(rows));
-        m.grid->SetRows(m.grid->Rows() + 1);   // the empty row that ends a cache listing
-        if (m.grid->Rows() <= 2)
-            m.grid->SetRows(3);
+        // the rows and the empty row that ends a cache listing (two when there is at most one row)
+        rows.append(QByteArray(MessageGrid::Cols - 1, MessageGrid::Sep));
+        if (rows.size() < 2)
+            rows.append(QByteArray(MessageGrid::Cols - 1, MessageGrid::Sep));
+        m.grid->keepArena(reader.arena());
+        m.grid->resetRows(std::move(rows));
         if (listed >= 100)
             m.setStatus(2, QStringLiteral("~%1 So Far").arg(listed / 100 * 100));
     } else {

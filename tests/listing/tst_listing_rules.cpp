@@ -114,6 +114,24 @@ private slots:
                 r.next(parts, block);
             QCOMPARE(parts, whole);
         }
+        // the reader that keeps rows in place gives the same rows, also for lines of other
+        // forms (too few cells, too many, no 0x7F at the end) and blocks ending anywhere
+        text = "7\x7f" "d\x7fs\x7f" "f\x7fp\x7fid\x7fsort\x7fref\x7f\n" + text.left(text.size() - 5) +
+               "\n8\x7f" "a\x7f" "b\x7f" "c\x7f" "d\x7f" "e\x7f" "f\x7f" "g\x7fextra\x7fmore\x7f\n9\x7f" "d\x7fno end mark\n\n10\x7f";
+        QVERIFY(crlf.open(QIODevice::WriteOnly | QIODevice::Truncate));
+        crlf.write(text);
+        crlf.close();
+        whole.clear();
+        QVERIFY(readMessageCache(crlf.fileName(), whole));
+        QCOMPARE(whole.size(), 55);
+        for (int block : {1, 2, 3, 7, 64, 1 << 20}) {
+            ArenaCacheReader r(crlf.fileName());
+            QVERIFY(r.isOpen());
+            QVector<QByteArray> parts;
+            while (!r.atEnd())
+                r.next(parts, block);
+            QCOMPARE(parts, whole);
+        }
     }
 
     // Overview lines go straight to packed rows on the fast path; the cells must be exactly those
