@@ -7,6 +7,7 @@
 #include <QSslSocket>
 
 #include <cstring>
+#include <sys/socket.h>
 
 namespace {
 const QString kConnected = QStringLiteral("Connected to NNTP Server");
@@ -827,6 +828,21 @@ void NewsTransport::onReadyRead()
         m_buf.resize(old + avail);
         const qint64 got = m_socket->read(m_buf.data() + old, avail);
         m_buf.resize(old + qMax<qint64>(0, got));
+    }
+    // A long overview answer on a plain, direct connection: once Qt's buffers are empty, what
+    // the kernel holds is read straight into ours, which saves copying the answer through Qt's
+    // buffer. Nothing else reads the socket meanwhile (same thread), so the order is kept; an
+    // end of the connection is left for Qt to see.
+    if (m_rawOverview && m_step == Step::Over && m_inData && !m_address.tls && m_proxyHost.isEmpty() &&
+        m_socket->bytesAvailable() == 0) {
+        const qintptr fd = m_socket->socketDescriptor();
+        constexpr qsizetype kDirect = 1 << 20;
+        if (fd >= 0) {
+            const qsizetype old = m_buf.size();
+            m_buf.resize(old + kDirect);
+            const ssize_t got = ::recv(int(fd), m_buf.data() + old, size_t(kDirect), MSG_DONTWAIT);
+            m_buf.resize(old + (got > 0 ? qsizetype(got) : 0));
+        }
     }
     if (m_step != Step::None || m_op != Op::None || m_state == StateConnecting)
         armTimer();
