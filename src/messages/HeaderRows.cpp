@@ -497,12 +497,14 @@ static char *buildRow(const char *line, qsizetype size, const OverviewFormat &fm
     char stack[128];
     const char *display = db, *sort = sb;
     qsizetype displayLen = 0, sortLen = 0;
+    bool ownDate = false;   // both forms are digits and separators of our own: no 0x7F in them
     if (has[1]) {
         const char *cleaned = nullptr;
         qsizetype cn = 0;
         if (asciiOnly(cell[1], len[1]) && quickDateForms(cell[1], len[1], db, dl, sb, sl, &cleaned, &cn, stack, scratch)) {
             displayLen = dl;
             sortLen = sl;
+            ownDate = true;
         } else {
             formatDateBytes(cell[1], len[1], bigDisplay, bigSort);
             display = bigDisplay.constData();
@@ -531,7 +533,7 @@ static char *buildRow(const char *line, qsizetype size, const OverviewFormat &fm
     std::memcpy(d, num + sizeof num - nd, size_t(nd));
     d += nd;
     *d++ = MessageGrid::Sep;
-    d = putCell(d, display, displayLen);
+    d = ownDate ? putCellKnown(d, display, displayLen, false) : putCell(d, display, displayLen);
     *d++ = MessageGrid::Sep;
     for (int c = 2; c <= 5; ++c) {
         d = putCellKnown(d, cell[c], len[c], sep[c]);
@@ -539,7 +541,10 @@ static char *buildRow(const char *line, qsizetype size, const OverviewFormat &fm
     }
     if (sortCell)
         *sortCell = QByteArrayView(d, sortLen);
-    d = sort == cell[5] ? putCellKnown(d, sort, sortLen, sep[5]) : putCell(d, sort, sortLen);
+    if (ownDate)
+        d = putCellKnown(d, sort, sortLen, false);
+    else
+        d = sort == cell[5] ? putCellKnown(d, sort, sortLen, sep[5]) : putCell(d, sort, sortLen);
     *d++ = MessageGrid::Sep;
     if (refCell)
         *refCell = QByteArrayView(d, len[7]);
