@@ -30,3 +30,16 @@ void frmMain::createControllers()
     viewer = new Viewer(*this);
     serverChecker = new ServerChecker(*this);
 }
+
+// The areas watch this window's widgets through event filters that read the window; the widgets
+// still get events while they are destroyed, after the window has stopped being one.
+void frmMain::detachControllers()
+{
+    const QList<QObject *> areas = {session, servers, groups, messages, gridControl, downloader, favorites,
+                                    poster, harvester, savedFiles, viewer, serverChecker};
+    const QList<QWidget *> widgets = findChildren<QWidget *>();
+    for (QWidget *w : widgets)
+        for (QObject *a : areas)
+            if (a)
+                w->removeEventFilter(a);
+}

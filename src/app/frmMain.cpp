@@ -168,6 +168,7 @@ frmMain::frmMain(Prompter *prompter, Options options)
 frmMain::~frmMain()
 {
     nd::setWaitEndedHook(nullptr);
+    detachControllers();
 }
 
 // ------------------------------------------------------------------ layout

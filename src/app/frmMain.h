@@ -152,6 +152,7 @@ private:
     void buildWidgets();
     void buildMenus();
     void buildToolbar();
+    void detachControllers();
     void createControllers();   // app/Controllers.cpp
     void onTick();
     void shutdown();
