@@ -45,7 +45,8 @@ DecodeResult decodeMem(int format, const QByteArray &in, QByteArray *out)
 }
 
 const QList<yenc::Kernel> kAllKernels = {yenc::Kernel::Scalar, yenc::Kernel::Sse2,
-                                         yenc::Kernel::Ssse3, yenc::Kernel::Avx2};
+                                         yenc::Kernel::Ssse3, yenc::Kernel::Avx2,
+                                         yenc::Kernel::Avx512};
 
 } // namespace
 

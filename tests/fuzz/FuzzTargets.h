@@ -43,7 +43,8 @@ inline void checkKernels(const uint8_t *d, size_t n)
         std::vector<uint8_t> want(n), got(n);
         yenc::DecodeState s0;
         const size_t wn = yenc::decodeWith(yenc::Kernel::Scalar, d, n, want.data(), s0, dots);
-        for (yenc::Kernel k : {yenc::Kernel::Sse2, yenc::Kernel::Ssse3, yenc::Kernel::Avx2}) {
+        for (yenc::Kernel k : {yenc::Kernel::Sse2, yenc::Kernel::Ssse3, yenc::Kernel::Avx2,
+                                yenc::Kernel::Avx512}) {
             if (!yenc::kernelSupported(k))
                 continue;
             yenc::DecodeState s;
