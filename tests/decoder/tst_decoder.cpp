@@ -66,6 +66,10 @@ private slots:
     void yencOverlongPartStaysInItsRange();
     void yencLargePartAcrossSteps();
     void yencKeywordAtWindowEdge();
+    void yencRangesOnThreadsMatchOnePass_data();
+    void yencRangesOnThreadsMatchOnePass();
+    void yencRepairInNextRange();
+    void fileSplitAcrossThreads();
     void uuencodeForms_data();
     void uuencodeForms();
     void uuencodeTextBetweenParts();
@@ -428,6 +432,123 @@ void TestDecoder::emptyAndNoData()
     QVERIFY(!r.errorText.isEmpty());
     QVERIFY(r.outputPath.isEmpty());
     QCOMPARE(QDir(dir.path()).entryList(QDir::Files), QStringList{QStringLiteral("in.tmp")});
+}
+
+void TestDecoder::yencRangesOnThreadsMatchOnePass_data()
+{
+    // twelve parts of 5000 bytes; ranges of a few bytes up to several parts
+    const QByteArray data = randomBytes(60000, 31);
+    QList<QByteArray> p;
+    for (int k = 0; k < 12; ++k)
+        p << yencPart(data, "r.bin", k + 1, 12, k * 5000, (k + 1) * 5000);
+    auto join = [&](const QList<int> &order) {
+        QByteArray set = "Some words first\r\n\r\n";
+        for (int k : order)
+            set += p[k - 1] + "\r\n-- \r\ntext between parts\r\n";
+        return set;
+    };
+    QList<int> all;
+    for (int k = 1; k <= 12; ++k)
+        all << k;
+    QByteArray bad10 = p[9], bad3 = p[2];
+    bad10[bad10.indexOf("pcrc32=") + 7] = bad10[bad10.indexOf("pcrc32=") + 7] == '0' ? '1' : '0';
+    bad3[bad3.indexOf("\r\n=ypart") + 60] ^= 1;
+    QList<int> no9 = all;
+    no9.removeAll(9);
+
+    QTest::addColumn<QByteArray>("set");
+    QTest::addColumn<QByteArray>("want");    // the output, when it must be whole
+    QTest::addColumn<QStringList>("problems"); // how each problem begins
+    QTest::newRow("in order") << join(all) << data << QStringList();
+    QTest::newRow("shuffled") << join({7, 2, 12, 1, 9, 4, 11, 3, 5, 10, 6, 8}) << data << QStringList();
+    QTest::newRow("bad CRC late") << join({1, 2, 3, 4, 5, 6, 7, 8, 9}) + bad10 + join({11, 12}) << data
+                                  << QStringList{QStringLiteral("CRC error in part 10")};
+    QTest::newRow("part missing late") << join(no9) << QByteArray() << QStringList{QStringLiteral("part 9 missing")};
+    // a good part seen early must not be overwritten by a damaged copy in a later range
+    QTest::newRow("damaged copy after good") << join(all) + lf(bad3) << data << QStringList();
+    // a damaged part early, repaired by a copy in a later range: the later one must win
+    QTest::newRow("good copy after damaged") << join({1, 2}) + bad3 + join({4, 5, 6, 7, 8, 9, 10, 11, 12, 3}) << data
+                                             << QStringList();
+    // a copy of part 12 that claims part 9's place: one pass never writes it
+    QTest::newRow("copy in a missing place") << join(no9) + yencPart(data, "r.bin", 12, 12, 40000, 45000)
+                                             << QByteArray() << QStringList{QStringLiteral("part 9 missing")};
+    QTest::newRow("last part cut") << join({1, 2, 3, 4, 5, 6, 7, 8, 9, 10, 11}) + p[11].left(3000) << QByteArray()
+                                   << QStringList{QStringLiteral("part 12 truncated")};
+}
+
+void TestDecoder::yencRangesOnThreadsMatchOnePass()
+{
+    QFETCH(QByteArray, set);
+    QFETCH(QByteArray, want);
+    QFETCH(QStringList, problems);
+    QByteArray once;
+    const DecodeResult one = decodeMem(decoder::FormatYenc, set, &once);
+    QCOMPARE(one.problems.size(), problems.size());
+    for (int i = 0; i < problems.size(); ++i)
+        QVERIFY2(one.problems[i].startsWith(problems[i]), qPrintable(one.reason()));
+    if (!want.isEmpty())
+        QVERIFY(once == want);
+    for (int workers : {2, 3})
+        for (qint64 range : {1, 900, 5000, 13000, 40000}) {
+            MemorySink sink;
+            const DecodeResult r = decoder::decodeYenc(set.constData(), set.size(), sink, nullptr, workers, range);
+            const QString at = QStringLiteral("workers %1, ranges of %2").arg(workers).arg(range);
+            QVERIFY2(r.error == one.error, qPrintable(at));
+            QVERIFY2(r.problems == one.problems, qPrintable(at + QStringLiteral(": ") + r.reason()));
+            QVERIFY2(sink.data == once, qPrintable(at));
+            QCOMPARE(r.fileName, QStringLiteral("r.bin"));
+        }
+}
+
+void TestDecoder::yencRepairInNextRange()
+{
+    // A long range ending in a damaged part 3, and a short one starting with its
+    // good copy: the short one is written first, yet the good copy must win.
+    const QByteArray data = randomBytes(4 << 20, 35);
+    const int step = 128 << 10;
+    QList<QByteArray> p;
+    for (int k = 0; k < 32; ++k)
+        p << yencPart(data, "n.bin", k + 1, 32, k * step, (k + 1) * step);
+    QByteArray bad3 = p[2];
+    bad3[bad3.indexOf("\r\n=ypart") + 500] ^= 1;
+    QByteArray set;
+    for (int k = 0; k < 31; ++k)
+        if (k != 2)
+            set += p[k];
+    set += bad3;
+    const qint64 range = set.size();
+    set += p[2] + p[31];
+    MemorySink sink;
+    const DecodeResult r = decoder::decodeYenc(set.constData(), set.size(), sink, nullptr, 2, range);
+    QVERIFY2(r.error == 0, qPrintable(r.reason()));
+    QVERIFY(sink.data == data);
+}
+
+void TestDecoder::fileSplitAcrossThreads()
+{
+    // big enough for the file decoder to split it: a bad part in the second
+    // half, then repaired by a later copy
+    QTemporaryDir dir;
+    const qint64 mib = 1 << 20;
+    const QByteArray data = randomBytes(int(6 * mib + 5), 33);
+    QList<QByteArray> p;
+    for (int k = 0; k < 7; ++k)
+        p << yencPart(data, "six.bin", k + 1, 7, k * mib, std::min<qint64>(data.size(), (k + 1) * mib));
+    QByteArray bad5 = p[4];
+    bad5[bad5.indexOf("\r\n=ypart") + 100] ^= 1;
+    const QString in = dir.filePath(QStringLiteral("set.tmp")), out = dir.filePath(QStringLiteral("six.bin"));
+    QVERIFY(writeFile(in, p[0] + p[1] + p[2] + p[3] + bad5 + p[5] + p[6]));
+    decoder::FileDecodeResult r = decoder::decodeFile(in, out, 3, true);
+    QCOMPARE(r.error, int(decoder::ErrorDamaged));
+    QVERIFY2(r.errorText.startsWith(QStringLiteral("CRC error in part 5")), qPrintable(r.errorText));
+    const QByteArray damaged = readFile(out + QStringLiteral(".damaged"));
+    QVERIFY(damaged.left(int(4 * mib)) == data.left(int(4 * mib)));
+    QVERIFY(damaged.mid(int(5 * mib)) == data.mid(int(5 * mib)));
+
+    QVERIFY(writeFile(in, p[3] + p[0] + bad5 + p[1] + p[6] + p[2] + p[5] + p[4]));
+    r = decoder::decodeFile(in, out, 3, true);
+    QVERIFY2(r.error == 0, qPrintable(r.errorText));
+    QVERIFY(readFile(out) == data);
 }
 
 void TestDecoder::fileDamagedKeepsNameFree()

@@ -57,6 +57,22 @@ inline void checkKernels(const uint8_t *d, size_t n)
     }
 }
 
+// Decoding in ranges on two threads must give what one pass gives.
+inline void checkRanges(const uint8_t *d, size_t n)
+{
+    if (n == 0)
+        return;
+    const char *text = reinterpret_cast<const char *>(d);
+    decoder::MemorySink once(1 << 20), split(1 << 20);
+    const decoder::DecodeResult a = decoder::decodeYenc(text, qint64(n), once);
+    const decoder::DecodeResult b = decoder::decodeYenc(text, qint64(n), split, nullptr, 2, 1 + d[n - 1] % 97);
+    if (a.error != b.error)
+        abort();
+    // a write failure stops both, not necessarily at the same part
+    if (a.error != decoder::ErrorWrite && (a.problems != b.problems || once.data != split.data))
+        abort();
+}
+
 inline int fuzzYenc(const uint8_t *d, size_t n)
 {
     checkKernels(d, n);
@@ -64,6 +80,7 @@ inline int fuzzYenc(const uint8_t *d, size_t n)
     const decoder::DecodeResult r = decoder::decodeYenc(reinterpret_cast<const char *>(d), qint64(n), sink);
     if (r.error == decoder::NoError && !r.problems.isEmpty())
         abort(); // a fine result never carries problems
+    checkRanges(d, n);
     return 0;
 }
 
