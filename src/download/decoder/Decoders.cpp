@@ -360,9 +360,15 @@ public:
     {
     }
 
+    // Buffers a thread reuses from one pass to the next.
+    struct Scratch {
+        std::vector<char> window; // text read from the file
+        std::vector<char> own;    // decoded bytes, when the sink lends none
+    };
+
     // Headers starting in [pos, stop). False after a read or write failure,
     // which r then describes.
-    bool run(qint64 pos, qint64 stop, DecodeResult &r);
+    bool run(qint64 pos, qint64 stop, DecodeResult &r, Scratch &scratch);
 
     std::map<qint64, YPart> parts; // by part number
     std::vector<Seen> seen;        // only when recording
@@ -381,11 +387,15 @@ private:
     std::deque<uint32_t> crcSlots; // stable addresses for the sink
 };
 
-bool YencPass::run(qint64 pos, qint64 stop, DecodeResult &r)
+bool YencPass::run(qint64 pos, qint64 stop, DecodeResult &r, Scratch &scratch)
 {
-    std::vector<char> window(reader ? size_t(kWindow + 2) : 0);
-    // a sink shared by several passes does not lend its buffers: each pass has its own
-    std::vector<char> own(out.concurrent() ? size_t(kWindow + 64) : 0);
+    std::vector<char> &window = scratch.window;
+    if (reader)
+        window.resize(size_t(kWindow + 2));
+    // a sink shared by several passes does not lend its buffers: each thread has its own
+    std::vector<char> &own = scratch.own;
+    if (out.concurrent())
+        own.resize(size_t(kWindow + 64));
     const bool multi = file.multi;
     for (;;) {
         const qint64 yb = findLineStarting(d, pos, stop, "=ybegin");
@@ -617,8 +627,9 @@ DecodeResult decodeYenc(const char *d, qint64 len, OutputSink &out, InputReader 
         std::mutex thrownMutex;
         auto work = [&] {
             try {
+                YencPass::Scratch scratch;
                 for (size_t i; !failed && (i = next++) < n;) {
-                    done[i] = passes[i]->run(starts[i], i + 1 < n ? starts[i + 1] : len, results[i]);
+                    done[i] = passes[i]->run(starts[i], i + 1 < n ? starts[i + 1] : len, results[i], scratch);
                     if (!done[i])
                         failed = true;
                 }
@@ -657,7 +668,8 @@ DecodeResult decodeYenc(const char *d, qint64 len, OutputSink &out, InputReader 
     }
     if (passes.empty()) {
         passes.push_back(std::make_unique<YencPass>(d, len, out, reader, file, false));
-        if (!passes[0]->run(file.at, len, r))
+        YencPass::Scratch scratch;
+        if (!passes[0]->run(file.at, len, r, scratch))
             return r;
         if (!out.drain())
             return writeFailed(r, out);
