@@ -645,6 +645,25 @@ void TestDecoder::crcCombine()
         QCOMPARE(crc32::combine(crcOf(a), crcOf(b), uint64_t(b.size())), crcOf(all));
     }
     QCOMPARE(crcOf(QByteArray("123456789")), 0xCBF43926u); // the standard check value
+
+    // long buffers take the folding path: every length around its block sizes,
+    // continued from other CRCs and at odd addresses, against a bit-by-bit CRC
+    auto slow = [](uint32_t crc, const char *p, int n) {
+        crc = ~crc;
+        for (int i = 0; i < n; ++i) {
+            crc ^= uint8_t(p[i]);
+            for (int b = 0; b < 8; ++b)
+                crc = crc & 1 ? (crc >> 1) ^ 0xEDB88320u : crc >> 1;
+        }
+        return ~crc;
+    };
+    for (int n : {1023, 1024, 1025, 1087, 1088, 1279, 1280, 1281, 1343, 2047, 4096, 65536 + 77, 299990})
+        for (uint32_t init : {0u, 0xFFFFFFFFu, 0x1234ABCDu})
+            for (int off : {0, 3}) {
+                const uint32_t want = slow(init, all.constData() + off, n);
+                QVERIFY2(crc32::update(init, all.constData() + off, size_t(n)) == want,
+                         qPrintable(QStringLiteral("length %1, from %2").arg(n).arg(init, 0, 16)));
+            }
 }
 
 void TestDecoder::wizardCompletesOffThread()
