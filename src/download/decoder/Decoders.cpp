@@ -233,9 +233,11 @@ bool OutputSink::submit(qint64 offset, char *buffer, qint64 len, uint32_t *crc)
 
 char *OutputSink::acquire(qint64 size)
 {
-    if (qint64(m_scratch.size()) < size)
-        m_scratch.resize(size_t(size));
-    return m_scratch.data();
+    // one buffer per thread, so that sinks written from several threads can lend it
+    static thread_local std::vector<char> scratch;
+    if (qint64(scratch.size()) < size)
+        scratch.resize(size_t(size));
+    return scratch.data();
 }
 
 bool OutputSink::submit(qint64 offset, char *buffer, qint64 len)
@@ -340,9 +342,10 @@ YFile firstYencHeader(const char *d, qint64 len)
 }
 
 // One run over the headers that start in a range of the input, decoding each
-// part's text into the sink as it goes. Ranges start at "=ybegin" lines, so a
-// part never straddles two of them; several ranges can run at once and be
-// joined afterwards in input order.
+// part's text (which may run on past the range) into the sink as it goes. Every
+// "=ybegin" line is one a single pass would visit too (a part's text ends at
+// the first keyword line), so passes over consecutive ranges can run at once
+// and be joined afterwards in input order.
 class YencPass
 {
 public:
@@ -363,10 +366,9 @@ public:
     // Buffers a thread reuses from one pass to the next.
     struct Scratch {
         std::vector<char> window; // text read from the file
-        std::vector<char> own;    // decoded bytes, when the sink lends none
     };
 
-    // Headers starting in [pos, stop). False after a read or write failure,
+    // The headers starting in [pos, stop). False after a read or write failure,
     // which r then describes.
     bool run(qint64 pos, qint64 stop, DecodeResult &r, Scratch &scratch);
 
@@ -392,14 +394,11 @@ bool YencPass::run(qint64 pos, qint64 stop, DecodeResult &r, Scratch &scratch)
     std::vector<char> &window = scratch.window;
     if (reader)
         window.resize(size_t(kWindow + 2));
-    // a sink shared by several passes does not lend its buffers: each thread has its own
-    std::vector<char> &own = scratch.own;
-    if (out.concurrent())
-        own.resize(size_t(kWindow + 64));
     const bool multi = file.multi;
     for (;;) {
-        const qint64 yb = findLineStarting(d, pos, stop, "=ybegin");
-        if (yb < 0)
+        // a header starting before stop has its keyword before stop + 7
+        const qint64 yb = findLineStarting(d, pos, std::min(len, stop + 7), "=ybegin");
+        if (yb < 0 || yb >= stop)
             break;
         const qint64 ybEnd = lineEnd(d, yb, len);
         const QByteArray head = lineAt(d, yb, ybEnd);
@@ -469,7 +468,7 @@ bool YencPass::run(qint64 pos, qint64 stop, DecodeResult &r, Scratch &scratch)
                 const bool stop = k < look;
                 const qint64 seg = stop ? k + 1 : n;
                 if (wanted && placed) {
-                    char *buf = own.empty() ? out.acquire(seg) : own.data();
+                    char *buf = out.acquire(seg);
                     const qint64 got = qint64(yenc::decode(reinterpret_cast<const uint8_t *>(text), size_t(seg),
                                                            reinterpret_cast<uint8_t *>(buf), st));
                     // the CRC covers what is written: all of it, unless the part is too long
@@ -601,16 +600,13 @@ DecodeResult decodeYenc(const char *d, qint64 len, OutputSink &out, InputReader 
     }
     r.fileName = file.name;
 
-    // ranges of about rangeBytes, each starting at an "=ybegin" line
+    // ranges of rangeBytes from the first header on; each pass takes the headers
+    // that start in its range
     std::vector<qint64> starts{file.at};
     if (workers > 1 && rangeBytes > 0 && out.concurrent()) {
-        for (;;) {
-            const qint64 target = starts.back() + rangeBytes;
-            const qint64 s = target < len ? findLineStarting(d, target, len, "=ybegin") : -1;
-            if (s < 0)
-                break;
-            starts.push_back(s);
-        }
+        rangeBytes = std::max(rangeBytes, (len - file.at) / 4096 + 1); // a bounded number of passes
+        while (len - starts.back() > rangeBytes)
+            starts.push_back(starts.back() + rangeBytes);
     }
 
     std::vector<std::unique_ptr<YencPass>> passes;
@@ -1085,28 +1081,105 @@ bool pwriteAll(int fd, const char *p, qint64 left, qint64 off, QString *error)
     return true;
 }
 
-// Writes to the output file in the calling thread, for decoders that run on
-// several threads of their own (each writing right after decoding, while the
-// bytes are still in its cache).
-class DirectFileSink : public OutputSink
+// Written by the decoding threads themselves. File writes take the file's lock,
+// so only one can make progress at a time: a thread that submits a block while
+// no other is writing writes it, and whatever the others queue meanwhile; the
+// others go on decoding into further buffers of the pool. Blocks are written
+// in the order they were submitted.
+class SharedFileSink : public OutputSink
 {
 public:
-    explicit DirectFileSink(int fd) : m_fd(fd) {}
+    SharedFileSink(int fd, int threads) : m_fd(fd), m_pool(4 * threads) {}
+
     bool writeAt(qint64 offset, const char *data, qint64 len) override
     {
-        if (m_failed)
-            return false;
-        QString error;
-        if (pwriteAll(m_fd, data, len, offset, &error))
-            return true;
-        std::lock_guard<std::mutex> lock(m_mutex);
-        if (!m_failed.exchange(true))
-            m_error = error;
-        return false;
+        while (len > 0) {
+            const qint64 n = std::min<qint64>(len, kBuffer);
+            char *b = acquire(n);
+            memcpy(b, data, size_t(n));
+            if (!submit(offset, b, n))
+                return false;
+            offset += n;
+            data += n;
+            len -= n;
+        }
+        return true;
     }
-    bool drain() override { return !m_failed; }
+
+    char *acquire(qint64 size) override
+    {
+        if (size > kBuffer)
+            return OutputSink::acquire(size); // not expected: the decoders ask for less
+        std::unique_lock<std::mutex> lock(m_mutex);
+        if (m_free.empty() && m_made < m_pool) {
+            ++m_made;
+            m_owned.emplace_back(new char[size_t(kBuffer)]);
+            return m_owned.back().get();
+        }
+        m_cond.wait(lock, [this] { return !m_free.empty(); });
+        char *b = m_free.back();
+        m_free.pop_back();
+        return b;
+    }
+
+    bool submit(qint64 offset, char *buffer, qint64 len) override
+    {
+        return submit(offset, buffer, len, nullptr);
+    }
+
+    bool submit(qint64 offset, char *buffer, qint64 len, uint32_t *crc) override
+    {
+        if (crc && len > 0)
+            *crc = crc32::update(*crc, buffer, size_t(len)); // while the bytes are still in this cache
+        std::unique_lock<std::mutex> lock(m_mutex);
+        if (!ownsBuffer(buffer)) {
+            // an oversized block in a plain buffer: written here, after everything before it
+            m_cond.wait(lock, [this] { return m_queue.empty() && !m_writing; });
+            if (!m_failed && !pwriteAll(m_fd, buffer, len, offset, &m_error))
+                m_failed = true;
+            return !m_failed;
+        }
+        if (m_failed) {
+            m_free.push_back(buffer);
+            m_cond.notify_all();
+            return false;
+        }
+        m_queue.push_back({offset, buffer, len});
+        if (m_writing)
+            return true;
+        m_writing = true;
+        while (!m_queue.empty()) {
+            const Job job = m_queue.front();
+            m_queue.pop_front();
+            const bool skip = m_failed;
+            lock.unlock();
+            QString error;
+            if (!skip)
+                pwriteAll(m_fd, job.buffer, job.len, job.offset, &error);
+            lock.lock();
+            if (!error.isEmpty() && !m_failed) {
+                m_failed = true;
+                m_error = error;
+            }
+            m_free.push_back(job.buffer);
+            m_cond.notify_all();
+        }
+        m_writing = false;
+        m_cond.notify_all();
+        return !m_failed;
+    }
+
+    bool drain() override
+    {
+        std::unique_lock<std::mutex> lock(m_mutex);
+        m_cond.wait(lock, [this] { return m_queue.empty() && !m_writing; });
+        return !m_failed;
+    }
+
     bool concurrent() const override { return true; }
-    bool restart() override { return !m_failed && ::ftruncate(m_fd, 0) == 0; }
+
+    bool restart() override { return drain() && ::ftruncate(m_fd, 0) == 0; }
+
     QString errorString() const override
     {
         std::lock_guard<std::mutex> lock(m_mutex);
@@ -1114,9 +1187,31 @@ public:
     }
 
 private:
+    struct Job {
+        qint64 offset;
+        char *buffer;
+        qint64 len;
+    };
+    static constexpr qint64 kBuffer = kWindow + 64;
+
+    bool ownsBuffer(const char *b) const
+    {
+        for (const auto &o : m_owned)
+            if (o.get() == b)
+                return true;
+        return false;
+    }
+
     int m_fd;
-    std::atomic<bool> m_failed{false};
+    int m_pool;
     mutable std::mutex m_mutex;
+    std::condition_variable m_cond;
+    std::deque<Job> m_queue;
+    std::vector<char *> m_free;
+    std::vector<std::unique_ptr<char[]>> m_owned;
+    int m_made = 0;
+    bool m_writing = false;
+    bool m_failed = false;
     QString m_error;
 };
 
@@ -1360,9 +1455,10 @@ FileDecodeResult decodeFile(const QString &inputPath, const QString &outputPath,
     QString writeError;
     const int cores = int(std::thread::hardware_concurrency());
     if (format == FormatYenc && in.size() >= kSplitFrom && cores > 1) {
-        // big yEnc sets: ranges decoded on several threads, each writing its own
-        DirectFileSink sink(outFile.handle());
-        r = decodeYenc(in.data(), in.size(), sink, &in, std::min(cores, 4),
+        // big yEnc sets: ranges decoded on several threads, which also do the writing
+        const int workers = std::min(cores, 4);
+        SharedFileSink sink(outFile.handle(), workers);
+        r = decodeYenc(in.data(), in.size(), sink, &in, workers,
                        std::clamp<qint64>(in.size() / 64, 1 << 20, 16 << 20));
         written = sink.finish();
         writeError = sink.errorString();

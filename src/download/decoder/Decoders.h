@@ -37,7 +37,7 @@ public:
     virtual QString errorString() const = 0;
     // Decoding straight into the sink's memory: acquire() lends a buffer of at
     // least size bytes, submit() hands back its first len bytes (len may be 0)
-    // for offset. Only one buffer is lent at a time.
+    // for offset. Only one buffer is lent at a time to each thread.
     virtual char *acquire(qint64 size);
     virtual bool submit(qint64 offset, char *buffer, qint64 len);
     // The same, also continuing the CRC in *crc over the bytes (possibly later,
@@ -47,14 +47,11 @@ public:
     virtual bool drain() { return true; }
     // drain(), and no more writes after it.
     virtual bool finish() { return drain(); }
-    // True when writeAt() and the four-argument submit() (with a caller's own
-    // buffer) may be called from several threads at once.
+    // True when every call but finish() and restart() may come from several
+    // threads at once.
     virtual bool concurrent() const { return false; }
     // Forgets everything written so far: the output is empty again.
     virtual bool restart() { return false; }
-
-private:
-    std::vector<char> m_scratch;
 };
 
 // Collects the output in memory, refusing to grow beyond limit bytes.
