@@ -69,6 +69,7 @@ private slots:
     void yencRangesOnThreadsMatchOnePass_data();
     void yencRangesOnThreadsMatchOnePass();
     void yencRepairInNextRange();
+    void yencHeaderAfterLongTextFromFile();
     void fileSplitAcrossThreads();
     void uuencodeForms_data();
     void uuencodeForms();
@@ -472,6 +473,16 @@ void TestDecoder::yencRangesOnThreadsMatchOnePass_data()
     // a copy of part 12 that claims part 9's place: one pass never writes it
     QTest::newRow("copy in a missing place") << join(no9) + yencPart(data, "r.bin", 12, 12, 40000, 45000)
                                              << QByteArray() << QStringList{QStringLiteral("part 9 missing")};
+    // long text with keyword-like lines between parts, and a header line longer
+    // than the pieces the file path reads
+    QByteArray text;
+    for (int i = 0; i < 3000; ++i)
+        text += i % 97 == 0 ? QByteArray("=yxx not a keyword\r\n") : i % 389 == 0 ? QByteArray("=ybeginning\r\n")
+                                                                            : QByteArray("some text of a line here.\r\n").repeated(3);
+    QByteArray longHead = p[4];
+    longHead.insert(longHead.indexOf(" name="), " comment=" + QByteArray(70000, 'c'));
+    QTest::newRow("long text and header") << join({1, 2, 3, 4}) + text + longHead + text + join({6, 7, 8, 9, 10, 11, 12})
+                                          << data << QStringList();
     QTest::newRow("last part cut") << join({1, 2, 3, 4, 5, 6, 7, 8, 9, 10, 11}) + p[11].left(3000) << QByteArray()
                                    << QStringList{QStringLiteral("part 12 truncated")};
 }
@@ -488,10 +499,13 @@ void TestDecoder::yencRangesOnThreadsMatchOnePass()
         QVERIFY2(one.problems[i].startsWith(problems[i]), qPrintable(one.reason()));
     if (!want.isEmpty())
         QVERIFY(once == want);
+    MemoryReader reader(set);
     for (int workers : {2, 3})
         for (qint64 range : {1, 900, 5000, 13000, 40000}) {
+            // the file path reads the text instead of using the memory view
             MemorySink sink;
-            const DecodeResult r = decoder::decodeYenc(set.constData(), set.size(), sink, nullptr, workers, range);
+            const DecodeResult r = decoder::decodeYenc(set.constData(), set.size(), sink,
+                                                       workers == 3 ? &reader : nullptr, workers, range);
             const QString at = QStringLiteral("workers %1, ranges of %2").arg(workers).arg(range);
             QVERIFY2(r.error == one.error, qPrintable(at));
             QVERIFY2(r.problems == one.problems, qPrintable(at + QStringLiteral(": ") + r.reason()));
@@ -523,6 +537,22 @@ void TestDecoder::yencRepairInNextRange()
         MemorySink sink;
         const DecodeResult r = decoder::decodeYenc(set.constData(), set.size(), sink, nullptr, 2, range);
         QVERIFY2(r.error == 0, qPrintable(r.reason()));
+        QVERIFY(sink.data == data);
+    }
+}
+
+void TestDecoder::yencHeaderAfterLongTextFromFile()
+{
+    // Read from a file, the text after a part is searched in pieces of 64 KiB:
+    // the LF before the next "=ybegin" lands on every position around a piece's end.
+    const QByteArray data = randomBytes(3000, 37);
+    const QByteArray p1 = yencPart(data, "t.bin", 1, 2, 0, 1000), p2 = yencPart(data, "t.bin", 2, 2, 1000, 3000);
+    for (int gap = 65530; gap <= 65540; ++gap) {
+        const QByteArray set = p1 + QByteArray(gap - 2, 'x') + "\r\n" + p2;
+        MemoryReader reader(set);
+        MemorySink sink;
+        const DecodeResult r = decoder::decodeYenc(set.constData(), set.size(), sink, &reader);
+        QVERIFY2(r.error == 0, qPrintable(QStringLiteral("%1: %2").arg(gap).arg(r.reason())));
         QVERIFY(sink.data == data);
     }
 }

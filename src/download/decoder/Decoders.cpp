@@ -341,6 +341,122 @@ YFile firstYencHeader(const char *d, qint64 len)
     }
 }
 
+// The input as the header parsing sees it: straight from memory, or through
+// small reads when it is a file (touching the mapped pages costs a page fault
+// each time). Pointers stay valid until the next call.
+class Peek
+{
+public:
+    Peek(const char *d, qint64 len, InputReader *reader) : d(d), len(len), reader(reader) {}
+
+    // The bytes from pos on: *avail of them (at least min(want, len - pos)
+    // unless reading failed).
+    const char *at(qint64 pos, qint64 want, qint64 *avail)
+    {
+        pos = std::clamp<qint64>(pos, 0, len);
+        if (!reader) {
+            *avail = len - pos;
+            return d + pos;
+        }
+        const qint64 need = std::min(want, len - pos);
+        if (pos < m_from || pos + need > m_to) {
+            const qint64 n = std::min(len - pos, std::max<qint64>(need, 16 << 10));
+            if (qint64(m_buf.size()) < n)
+                m_buf.resize(size_t(n));
+            if (n > 0 && !reader->readAt(pos, m_buf.data(), n)) {
+                m_failed = true;
+                m_from = m_to = 0;
+                *avail = 0;
+                return m_buf.data();
+            }
+            m_from = pos;
+            m_to = pos + n;
+        }
+        *avail = m_to - pos;
+        return m_buf.data() + (pos - m_from);
+    }
+
+    bool startsWith(qint64 pos, const char *what)
+    {
+        const qint64 n = qint64(strlen(what));
+        qint64 avail = 0;
+        const char *p = at(pos, n, &avail);
+        return avail >= n && memcmp(p, what, size_t(n)) == 0;
+    }
+
+    // Where the line from pos ends (its LF, or the end of the input).
+    qint64 lineEnd(qint64 pos)
+    {
+        while (pos < len) {
+            qint64 avail = 0;
+            const char *p = at(pos, 64 << 10, &avail);
+            if (avail <= 0)
+                return len;
+            const void *lf = memchr(p, '\n', size_t(avail));
+            if (lf)
+                return pos + qint64(static_cast<const char *>(lf) - p);
+            pos += avail;
+        }
+        return len;
+    }
+
+    // The line [pos, end) without its CR, at most 1 MiB of it.
+    QByteArray line(qint64 pos, qint64 end)
+    {
+        qint64 e = end, avail = 0;
+        if (e > pos) {
+            const char *last = at(e - 1, 1, &avail);
+            if (avail > 0 && *last == '\r')
+                --e;
+        }
+        const qint64 n = std::min<qint64>(e - pos, 1 << 20);
+        if (n <= 0)
+            return {};
+        const char *p = at(pos, n, &avail);
+        return QByteArray(p, int(std::min(n, avail)));
+    }
+
+    // As findLineStarting() over [pos, limit).
+    qint64 findLineStarting(qint64 pos, qint64 limit, const char *what)
+    {
+        if (!reader)
+            return decoder::findLineStarting(d, pos, limit, what);
+        const qint64 n = qint64(strlen(what));
+        if (pos == 0 && n <= limit && startsWith(0, what))
+            return 0;
+        qint64 from = pos > 0 ? pos - 1 : 0;
+        while (from < limit) {
+            qint64 avail = 0;
+            const char *p = at(from, std::min<qint64>(limit - from, 64 << 10), &avail);
+            avail = std::min(avail, limit - from);
+            if (avail <= 0)
+                return -1;
+            const qint64 k = qint64(yenc::findKeywordLine(reinterpret_cast<const uint8_t *>(p), size_t(avail)));
+            if (k < avail) {
+                const qint64 start = from + k + 1;
+                if (start + n <= limit && startsWith(start, what))
+                    return start;
+                from = start;
+                continue;
+            }
+            if (from + avail >= limit)
+                return -1;
+            from += std::max<qint64>(avail - 2, 1); // "\n=y" may straddle the pieces
+        }
+        return -1;
+    }
+
+    bool failed() const { return m_failed; }
+
+private:
+    const char *d;
+    qint64 len;
+    InputReader *reader;
+    std::vector<char> m_buf;
+    qint64 m_from = 0, m_to = 0;
+    bool m_failed = false;
+};
+
 // One run over the headers that start in a range of the input, decoding each
 // part's text (which may run on past the range) into the sink as it goes. Every
 // "=ybegin" line is one a single pass would visit too (a part's text ends at
@@ -395,13 +511,21 @@ bool YencPass::run(qint64 pos, qint64 stop, DecodeResult &r, Scratch &scratch)
     if (reader)
         window.resize(size_t(kWindow + 2));
     const bool multi = file.multi;
+    Peek peek(d, len, reader);
+    auto readFailed = [&r] {
+        r.error = ErrorRead;
+        r.problems << QStringLiteral("cannot read the input");
+        return false;
+    };
     for (;;) {
         // a header starting before stop has its keyword before stop + 7
-        const qint64 yb = findLineStarting(d, pos, std::min(len, stop + 7), "=ybegin");
+        const qint64 yb = peek.findLineStarting(pos, std::min(len, stop + 7), "=ybegin");
+        if (peek.failed())
+            return readFailed();
         if (yb < 0 || yb >= stop)
             break;
-        const qint64 ybEnd = lineEnd(d, yb, len);
-        const QByteArray head = lineAt(d, yb, ybEnd);
+        const qint64 ybEnd = peek.lineEnd(yb);
+        const QByteArray head = peek.line(yb, ybEnd);
         pos = ybEnd < len ? ybEnd + 1 : len;
         if (head.size() > 7 && head[7] != ' ' && head[7] != '\t')
             continue; // some other "=ybeginXXX" word
@@ -419,9 +543,9 @@ bool YencPass::run(qint64 pos, qint64 stop, DecodeResult &r, Scratch &scratch)
         // the range the part covers
         qint64 begin = 1, end = size;
         if (multi) {
-            if (startsWith(d, pos, len, "=ypart")) {
-                const qint64 e = lineEnd(d, pos, len);
-                const QByteArray pl = lineAt(d, pos, e);
+            if (peek.startsWith(pos, "=ypart")) {
+                const qint64 e = peek.lineEnd(pos);
+                const QByteArray pl = peek.line(pos, e);
                 pos = e < len ? e + 1 : len;
                 if (!keywordNumber(pl, "begin", &begin) || !keywordNumber(pl, "end", &end))
                     begin = end = -1;
@@ -451,17 +575,14 @@ bool YencPass::run(qint64 pos, qint64 stop, DecodeResult &r, Scratch &scratch)
         uint32_t *partCrc = &crcSlots.emplace_back(0);
         yenc::DecodeState st;
         qint64 at = pos;
-        if (!startsWith(d, at, len, "=y")) {
+        if (!peek.startsWith(at, "=y")) {
             while (at < len) {
                 const qint64 n = std::min(kWindow, len - at);
                 const qint64 look = std::min(n + 2, len - at);
                 const char *text = d + at;
-                if (reader && wanted && placed) {
-                    if (!reader->readAt(at, window.data(), look)) {
-                        r.error = ErrorRead;
-                        r.problems << QStringLiteral("cannot read the input");
-                        return false;
-                    }
+                if (reader) {
+                    if (!reader->readAt(at, window.data(), look))
+                        return readFailed();
                     text = window.data();
                 }
                 const qint64 k = qint64(yenc::findKeywordLine(reinterpret_cast<const uint8_t *>(text), size_t(look)));
@@ -491,9 +612,9 @@ bool YencPass::run(qint64 pos, qint64 stop, DecodeResult &r, Scratch &scratch)
         bool havePcrc = false, haveCrc = false;
         uint32_t pcrc = 0, crc = 0;
         pos = dataEnd;
-        if (startsWith(d, dataEnd, len, "=yend")) {
-            const qint64 e = lineEnd(d, dataEnd, len);
-            const QByteArray tail = lineAt(d, dataEnd, e);
+        if (peek.startsWith(dataEnd, "=yend")) {
+            const qint64 e = peek.lineEnd(dataEnd);
+            const QByteArray tail = peek.line(dataEnd, e);
             pos = e < len ? e + 1 : len;
             havePcrc = keywordCrc(tail, "pcrc32", &pcrc);
             haveCrc = keywordCrc(tail, "crc32", &crc);
@@ -508,6 +629,8 @@ bool YencPass::run(qint64 pos, qint64 stop, DecodeResult &r, Scratch &scratch)
                 fileCrc = crc;
             }
         }
+        if (peek.failed())
+            return readFailed();
         YPart kept; // what this header leaves in the map
         bool keep = false;
         if (wanted && !placed) {
