@@ -33,7 +33,8 @@ int main(int argc, char **argv)
     }
     std::fclose(f);
 
-    for (yenc::Kernel k : {yenc::Kernel::Scalar, yenc::Kernel::Sse2, yenc::Kernel::Ssse3, yenc::Kernel::Avx2}) {
+    for (yenc::Kernel k : {yenc::Kernel::Scalar, yenc::Kernel::Sse2, yenc::Kernel::Ssse3, yenc::Kernel::Avx2,
+                            yenc::Kernel::Avx512}) {
         if (!yenc::kernelSupported(k))
             continue;
         size_t n = 0;

@@ -9,9 +9,27 @@
 #include <QString>
 
 #include "download/decoder/Crc32.h"
+#include "download/decoder/Decoders.h"
 #include "support/TextFile.h"
 
 namespace testutil {
+
+// Input "read from a file" that is really memory, for the decoders' file paths.
+class MemoryReader : public decoder::InputReader
+{
+public:
+    explicit MemoryReader(const QByteArray &b) : m_b(b) {}
+    bool readAt(qint64 offset, char *buf, qint64 len) override
+    {
+        if (offset < 0 || len < 0 || offset + len > m_b.size())
+            return false;
+        memcpy(buf, m_b.constData() + offset, size_t(len));
+        return true;
+    }
+
+private:
+    QByteArray m_b;
+};
 
 inline QByteArray hex8(uint32_t v)
 {

@@ -45,7 +45,8 @@ DecodeResult decodeMem(int format, const QByteArray &in, QByteArray *out)
 }
 
 const QList<yenc::Kernel> kAllKernels = {yenc::Kernel::Scalar, yenc::Kernel::Sse2,
-                                         yenc::Kernel::Ssse3, yenc::Kernel::Avx2};
+                                         yenc::Kernel::Ssse3, yenc::Kernel::Avx2,
+                                         yenc::Kernel::Avx512};
 
 } // namespace
 
@@ -65,6 +66,11 @@ private slots:
     void yencOverlongPartStaysInItsRange();
     void yencLargePartAcrossSteps();
     void yencKeywordAtWindowEdge();
+    void yencRangesOnThreadsMatchOnePass_data();
+    void yencRangesOnThreadsMatchOnePass();
+    void yencRepairInNextRange();
+    void yencHeaderAfterLongTextFromFile();
+    void fileSplitAcrossThreads();
     void uuencodeForms_data();
     void uuencodeForms();
     void uuencodeTextBetweenParts();
@@ -429,6 +435,166 @@ void TestDecoder::emptyAndNoData()
     QCOMPARE(QDir(dir.path()).entryList(QDir::Files), QStringList{QStringLiteral("in.tmp")});
 }
 
+void TestDecoder::yencRangesOnThreadsMatchOnePass_data()
+{
+    // twelve parts of 5000 bytes; ranges of a few bytes up to several parts
+    const QByteArray data = randomBytes(60000, 31);
+    QList<QByteArray> p;
+    for (int k = 0; k < 12; ++k)
+        p << yencPart(data, "r.bin", k + 1, 12, k * 5000, (k + 1) * 5000);
+    auto join = [&](const QList<int> &order) {
+        QByteArray set = "Some words first\r\n\r\n";
+        for (int k : order)
+            set += p[k - 1] + "\r\n-- \r\ntext between parts\r\n";
+        return set;
+    };
+    QList<int> all;
+    for (int k = 1; k <= 12; ++k)
+        all << k;
+    QByteArray bad10 = p[9], bad3 = p[2];
+    bad10[bad10.indexOf("pcrc32=") + 7] = bad10[bad10.indexOf("pcrc32=") + 7] == '0' ? '1' : '0';
+    bad3[bad3.indexOf("\r\n=ypart") + 60] ^= 1;
+    QList<int> no9 = all;
+    no9.removeAll(9);
+
+    QTest::addColumn<QByteArray>("set");
+    QTest::addColumn<QByteArray>("want");    // the output, when it must be whole
+    QTest::addColumn<QStringList>("problems"); // how each problem begins
+    QTest::newRow("in order") << join(all) << data << QStringList();
+    QTest::newRow("shuffled") << join({7, 2, 12, 1, 9, 4, 11, 3, 5, 10, 6, 8}) << data << QStringList();
+    QTest::newRow("bad CRC late") << join({1, 2, 3, 4, 5, 6, 7, 8, 9}) + bad10 + join({11, 12}) << data
+                                  << QStringList{QStringLiteral("CRC error in part 10")};
+    QTest::newRow("part missing late") << join(no9) << QByteArray() << QStringList{QStringLiteral("part 9 missing")};
+    // a good part seen early must not be overwritten by a damaged copy in a later range
+    QTest::newRow("damaged copy after good") << join(all) + lf(bad3) << data << QStringList();
+    // a damaged part early, repaired by a copy in a later range: the later one must win
+    QTest::newRow("good copy after damaged") << join({1, 2}) + bad3 + join({4, 5, 6, 7, 8, 9, 10, 11, 12, 3}) << data
+                                             << QStringList();
+    // a copy of part 12 that claims part 9's place: one pass never writes it
+    QTest::newRow("copy in a missing place") << join(no9) + yencPart(data, "r.bin", 12, 12, 40000, 45000)
+                                             << QByteArray() << QStringList{QStringLiteral("part 9 missing")};
+    // long text with keyword-like lines between parts, and a header line longer
+    // than the pieces the file path reads
+    QByteArray text;
+    for (int i = 0; i < 3000; ++i)
+        text += i % 97 == 0 ? QByteArray("=yxx not a keyword\r\n") : i % 389 == 0 ? QByteArray("=ybeginning\r\n")
+                                                                            : QByteArray("some text of a line here.\r\n").repeated(3);
+    QByteArray longHead = p[4];
+    longHead.insert(longHead.indexOf(" name="), " comment=" + QByteArray(70000, 'c'));
+    QTest::newRow("long text and header") << join({1, 2, 3, 4}) + text + longHead + text + join({6, 7, 8, 9, 10, 11, 12})
+                                          << data << QStringList();
+    QTest::newRow("last part cut") << join({1, 2, 3, 4, 5, 6, 7, 8, 9, 10, 11}) + p[11].left(3000) << QByteArray()
+                                   << QStringList{QStringLiteral("part 12 truncated")};
+}
+
+void TestDecoder::yencRangesOnThreadsMatchOnePass()
+{
+    QFETCH(QByteArray, set);
+    QFETCH(QByteArray, want);
+    QFETCH(QStringList, problems);
+    QByteArray once;
+    const DecodeResult one = decodeMem(decoder::FormatYenc, set, &once);
+    QCOMPARE(one.problems.size(), problems.size());
+    for (int i = 0; i < problems.size(); ++i)
+        QVERIFY2(one.problems[i].startsWith(problems[i]), qPrintable(one.reason()));
+    if (!want.isEmpty())
+        QVERIFY(once == want);
+    MemoryReader reader(set);
+    for (int workers : {2, 3})
+        for (qint64 range : {1, 900, 5000, 13000, 40000}) {
+            // the file path reads the text instead of using the memory view
+            MemorySink sink;
+            const DecodeResult r = decoder::decodeYenc(set.constData(), set.size(), sink,
+                                                       workers == 3 ? &reader : nullptr, workers, range);
+            const QString at = QStringLiteral("workers %1, ranges of %2").arg(workers).arg(range);
+            QVERIFY2(r.error == one.error, qPrintable(at));
+            QVERIFY2(r.problems == one.problems, qPrintable(at + QStringLiteral(": ") + r.reason()));
+            QVERIFY2(sink.data == once, qPrintable(at));
+            QCOMPARE(r.fileName, QStringLiteral("r.bin"));
+        }
+}
+
+void TestDecoder::yencRepairInNextRange()
+{
+    // A long range ending in a damaged part 3, and a short one starting with its
+    // good copy: the short one is written first, yet the good copy must win.
+    const QByteArray data = randomBytes(4 << 20, 35);
+    const int step = 128 << 10;
+    QList<QByteArray> p;
+    for (int k = 0; k < 32; ++k)
+        p << yencPart(data, "n.bin", k + 1, 32, k * step, (k + 1) * step);
+    QByteArray bad3 = p[2];
+    bad3[bad3.indexOf("\r\n=ypart") + 500] ^= 1;
+    QByteArray set;
+    for (int k = 0; k < 31; ++k)
+        if (k != 2)
+            set += p[k];
+    set += bad3;
+    const qint64 range = set.size();
+    set += p[2] + p[31];
+    // which thread gets which range is up to the scheduler: try a few times
+    for (int round = 0; round < 5; ++round) {
+        MemorySink sink;
+        const DecodeResult r = decoder::decodeYenc(set.constData(), set.size(), sink, nullptr, 2, range);
+        QVERIFY2(r.error == 0, qPrintable(r.reason()));
+        QVERIFY(sink.data == data);
+    }
+}
+
+void TestDecoder::yencHeaderAfterLongTextFromFile()
+{
+    // Read from a file, the text after a part is searched in pieces of 64 KiB:
+    // the LF before the next "=ybegin" lands on every position around a piece's end.
+    const QByteArray data = randomBytes(3000, 37);
+    const QByteArray p1 = yencPart(data, "t.bin", 1, 2, 0, 1000), p2 = yencPart(data, "t.bin", 2, 2, 1000, 3000);
+    for (int gap = 65530; gap <= 65540; ++gap) {
+        const QByteArray set = p1 + QByteArray(gap - 2, 'x') + "\r\n" + p2;
+        MemoryReader reader(set);
+        MemorySink sink;
+        const DecodeResult r = decoder::decodeYenc(set.constData(), set.size(), sink, &reader);
+        QVERIFY2(r.error == 0, qPrintable(QStringLiteral("%1: %2").arg(gap).arg(r.reason())));
+        QVERIFY(sink.data == data);
+    }
+}
+
+void TestDecoder::fileSplitAcrossThreads()
+{
+    // big enough for the file decoder to split it: a bad part in the second
+    // half, then repaired by a later copy
+    QTemporaryDir dir;
+    const qint64 mib = 1 << 20;
+    const QByteArray data = randomBytes(int(6 * mib + 5), 33);
+    QList<QByteArray> p;
+    for (int k = 0; k < 7; ++k)
+        p << yencPart(data, "six.bin", k + 1, 7, k * mib, std::min<qint64>(data.size(), (k + 1) * mib));
+    QByteArray bad5 = p[4];
+    bad5[bad5.indexOf("\r\n=ypart") + 100] ^= 1;
+    const QString in = dir.filePath(QStringLiteral("set.tmp")), out = dir.filePath(QStringLiteral("six.bin"));
+    QVERIFY(writeFile(in, p[0] + p[1] + p[2] + p[3] + bad5 + p[5] + p[6]));
+    decoder::FileDecodeResult r = decoder::decodeFile(in, out, 3, true);
+    QCOMPARE(r.error, int(decoder::ErrorDamaged));
+    QVERIFY2(r.errorText.startsWith(QStringLiteral("CRC error in part 5")), qPrintable(r.errorText));
+    const QByteArray damaged = readFile(out + QStringLiteral(".damaged"));
+    QVERIFY(damaged.left(int(4 * mib)) == data.left(int(4 * mib)));
+    QVERIFY(damaged.mid(int(5 * mib)) == data.mid(int(5 * mib)));
+
+    QVERIFY(writeFile(in, p[3] + p[0] + bad5 + p[1] + p[6] + p[2] + p[5] + p[4]));
+    r = decoder::decodeFile(in, out, 3, true);
+    QVERIFY2(r.error == 0, qPrintable(r.errorText));
+    QVERIFY(readFile(out) == data);
+
+    // part 2 missing, and a copy of part 7 claiming its place: decoded again in
+    // one pass, which never writes that copy, so the hole stays empty
+    QVERIFY(writeFile(in, p[6] + p[0] + p[2] + p[3] + p[4] + p[5]
+                              + yencPart(data, "six.bin", 7, 7, mib, 2 * mib)));
+    r = decoder::decodeFile(in, out, 3, true);
+    QCOMPARE(r.error, int(decoder::ErrorDamaged));
+    QVERIFY2(r.errorText.startsWith(QStringLiteral("part 2 missing")), qPrintable(r.errorText));
+    const QByteArray holed = readFile(out + QStringLiteral(".damaged"));
+    QVERIFY(holed.mid(int(mib), int(mib)) == QByteArray(int(mib), '\0'));
+    QVERIFY(holed.mid(int(2 * mib)) == data.mid(int(2 * mib)));
+}
+
 void TestDecoder::fileDamagedKeepsNameFree()
 {
     QTemporaryDir dir;
@@ -523,6 +689,25 @@ void TestDecoder::crcCombine()
         QCOMPARE(crc32::combine(crcOf(a), crcOf(b), uint64_t(b.size())), crcOf(all));
     }
     QCOMPARE(crcOf(QByteArray("123456789")), 0xCBF43926u); // the standard check value
+
+    // long buffers take the folding path: every length around its block sizes,
+    // continued from other CRCs and at odd addresses, against a bit-by-bit CRC
+    auto slow = [](uint32_t crc, const char *p, int n) {
+        crc = ~crc;
+        for (int i = 0; i < n; ++i) {
+            crc ^= uint8_t(p[i]);
+            for (int b = 0; b < 8; ++b)
+                crc = crc & 1 ? (crc >> 1) ^ 0xEDB88320u : crc >> 1;
+        }
+        return ~crc;
+    };
+    for (int n : {1023, 1024, 1025, 1087, 1088, 1279, 1280, 1281, 1343, 2047, 4096, 65536 + 77, 299990})
+        for (uint32_t init : {0u, 0xFFFFFFFFu, 0x1234ABCDu})
+            for (int off : {0, 3}) {
+                const uint32_t want = slow(init, all.constData() + off, n);
+                QVERIFY2(crc32::update(init, all.constData() + off, size_t(n)) == want,
+                         qPrintable(QStringLiteral("length %1, from %2").arg(n).arg(init, 0, 16)));
+            }
 }
 
 void TestDecoder::wizardCompletesOffThread()

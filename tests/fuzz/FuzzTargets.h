@@ -43,7 +43,8 @@ inline void checkKernels(const uint8_t *d, size_t n)
         std::vector<uint8_t> want(n), got(n);
         yenc::DecodeState s0;
         const size_t wn = yenc::decodeWith(yenc::Kernel::Scalar, d, n, want.data(), s0, dots);
-        for (yenc::Kernel k : {yenc::Kernel::Sse2, yenc::Kernel::Ssse3, yenc::Kernel::Avx2}) {
+        for (yenc::Kernel k : {yenc::Kernel::Sse2, yenc::Kernel::Ssse3, yenc::Kernel::Avx2,
+                                yenc::Kernel::Avx512}) {
             if (!yenc::kernelSupported(k))
                 continue;
             yenc::DecodeState s;
@@ -56,6 +57,42 @@ inline void checkKernels(const uint8_t *d, size_t n)
     }
 }
 
+// The input "read from a file", for the decoder's file path.
+class BufferReader : public decoder::InputReader
+{
+public:
+    BufferReader(const uint8_t *d, size_t n) : d(d), n(n) {}
+    bool readAt(qint64 offset, char *buf, qint64 len) override
+    {
+        if (offset < 0 || len < 0 || uint64_t(offset + len) > n)
+            abort();
+        memcpy(buf, d + offset, size_t(len));
+        return true;
+    }
+
+private:
+    const uint8_t *d;
+    size_t n;
+};
+
+// Decoding in ranges on two threads, reading the text as from a file, must
+// give what one pass over memory gives.
+inline void checkRanges(const uint8_t *d, size_t n)
+{
+    if (n == 0)
+        return;
+    const char *text = reinterpret_cast<const char *>(d);
+    decoder::MemorySink once(1 << 20), split(1 << 20);
+    const decoder::DecodeResult a = decoder::decodeYenc(text, qint64(n), once);
+    BufferReader reader(d, n);
+    const decoder::DecodeResult b = decoder::decodeYenc(text, qint64(n), split, &reader, 2, 1 + d[n - 1] % 97);
+    if (a.error != b.error)
+        abort();
+    // a write failure stops both, not necessarily at the same part
+    if (a.error != decoder::ErrorWrite && (a.problems != b.problems || once.data != split.data))
+        abort();
+}
+
 inline int fuzzYenc(const uint8_t *d, size_t n)
 {
     checkKernels(d, n);
@@ -63,6 +100,7 @@ inline int fuzzYenc(const uint8_t *d, size_t n)
     const decoder::DecodeResult r = decoder::decodeYenc(reinterpret_cast<const char *>(d), qint64(n), sink);
     if (r.error == decoder::NoError && !r.problems.isEmpty())
         abort(); // a fine result never carries problems
+    checkRanges(d, n);
     return 0;
 }
 

@@ -7,10 +7,12 @@
 #include <QFileInfo>
 
 #include <algorithm>
+#include <atomic>
 #include <cerrno>
 #include <condition_variable>
 #include <cstring>
 #include <deque>
+#include <exception>
 #include <map>
 #include <memory>
 #include <mutex>
@@ -27,6 +29,7 @@ namespace {
 constexpr qint64 kChunk = 4 << 20;      // bytes of plain text copied per step
 constexpr qint64 kWindow = 256 << 10;   // bytes of yEnc text searched and decoded per step
 constexpr qint64 kMaxNumber = qint64(1) << 50;
+constexpr qint64 kSplitFrom = 4 << 20;  // yEnc files from this size are decoded on several threads
 
 // ---- small text helpers over raw bytes -------------------------------------
 
@@ -51,18 +54,23 @@ bool startsWith(const char *d, qint64 pos, qint64 len, const char *what)
     return len - pos >= n && memcmp(d + pos, what, size_t(n)) == 0;
 }
 
-// Position of the first line starting with `what` at or after pos, or -1.
+// Position of the first line starting with the keyword `what` (which begins
+// with "=y", as "=ybegin" does) at or after pos, or -1. The keyword must lie
+// within [pos, len).
 qint64 findLineStarting(const char *d, qint64 pos, qint64 len, const char *what)
 {
-    const qint64 n = qint64(strlen(what));
-    while (pos < len) {
-        const void *hit = memmem(d + pos, size_t(len - pos), what, size_t(n));
-        if (!hit)
+    if (pos == 0 && startsWith(d, 0, len, what))
+        return 0;
+    // every candidate is an LF followed by "=y": the SIMD keyword search finds those
+    qint64 from = pos > 0 ? pos - 1 : 0;
+    while (from < len) {
+        const qint64 lf = from + qint64(yenc::findKeywordLine(reinterpret_cast<const uint8_t *>(d + from),
+                                                              size_t(len - from)));
+        if (lf >= len)
             return -1;
-        const qint64 at = qint64(static_cast<const char *>(hit) - d);
-        if (at == 0 || d[at - 1] == '\n')
-            return at;
-        pos = at + 1;
+        if (startsWith(d, lf + 1, len, what))
+            return lf + 1;
+        from = lf + 1;
     }
     return -1;
 }
@@ -225,9 +233,11 @@ bool OutputSink::submit(qint64 offset, char *buffer, qint64 len, uint32_t *crc)
 
 char *OutputSink::acquire(qint64 size)
 {
-    if (qint64(m_scratch.size()) < size)
-        m_scratch.resize(size_t(size));
-    return m_scratch.data();
+    // one buffer per thread, so that sinks written from several threads can lend it
+    static thread_local std::vector<char> scratch;
+    if (qint64(scratch.size()) < size)
+        scratch.resize(size_t(size));
+    return scratch.data();
 }
 
 bool OutputSink::submit(qint64 offset, char *buffer, qint64 len)
@@ -235,8 +245,22 @@ bool OutputSink::submit(qint64 offset, char *buffer, qint64 len)
     return len <= 0 || writeAt(offset, buffer, len);
 }
 
+QString MemorySink::errorString() const
+{
+    std::lock_guard<std::mutex> lock(m_mutex);
+    return m_error;
+}
+
+bool MemorySink::restart()
+{
+    std::lock_guard<std::mutex> lock(m_mutex);
+    data.clear();
+    return true;
+}
+
 bool MemorySink::writeAt(qint64 offset, const char *d, qint64 len)
 {
+    std::lock_guard<std::mutex> lock(m_mutex);
     if (offset < 0 || len < 0 || offset + len > m_limit) {
         m_error = QStringLiteral("output larger than %1 bytes").arg(m_limit);
         return false;
@@ -257,46 +281,251 @@ QString DecodeResult::reason() const
 
 // ---- yEnc ----------------------------------------------------------------------
 
-DecodeResult decodeYenc(const char *d, qint64 len, OutputSink &out, InputReader *reader)
-{
-    DecodeResult r;
-    std::vector<char> window(reader ? size_t(kWindow + 2) : 0);
-    struct Part {
-        qint64 begin = 0; // 0-based offset
-        qint64 size = 0;
-        uint32_t crc = 0;
-        bool good = false;
-        QString problem; // why it is not good
-        // The sink computes the CRC as it writes (on its own thread); it is
-        // checked once the sink has drained.
-        const uint32_t *crcSlot = nullptr;
-        bool crcPending = false;
-        uint32_t pcrc = 0;
-        QString crcProblem;
-    };
-    std::map<qint64, Part> parts; // by part number
-    std::deque<uint32_t> crcSlots; // stable addresses for the sink
-    auto settle = [](Part &p) {
-        if (p.crcSlot)
-            p.crc = *p.crcSlot;
-        if (p.crcPending && p.crc != p.pcrc) {
-            p.problem = p.crcProblem;
-            p.good = false;
-        }
-        p.crcPending = false;
-    };
-    bool found = false, multi = false;
-    qint64 fileSize = -1, total = -1;
-    bool haveFileCrc = false;
-    uint32_t fileCrc = 0;
+namespace {
 
+struct YPart {
+    qint64 begin = 0; // 0-based offset
+    qint64 size = 0;
+    uint32_t crc = 0;
+    bool good = false;
+    QString problem; // why it is not good
+    // The sink may compute the CRC as it writes (on its own thread); it is
+    // checked once the sink has drained.
+    const uint32_t *crcSlot = nullptr;
+    bool crcPending = false;
+    uint32_t pcrc = 0;
+    QString crcProblem;
+};
+
+void settle(YPart &p)
+{
+    if (p.crcSlot)
+        p.crc = *p.crcSlot;
+    if (p.crcPending && p.crc != p.pcrc) {
+        p.problem = p.crcProblem;
+        p.good = false;
+    }
+    p.crcPending = false;
+}
+
+// What the first header says; every later header is read against it.
+struct YFile {
+    qint64 at = -1; // where the first "=ybegin" line starts; -1: none
+    bool multi = false;
+    qint64 size = -1;
+    QString name;
+};
+
+YFile firstYencHeader(const char *d, qint64 len)
+{
+    YFile f;
     qint64 pos = 0;
     for (;;) {
         const qint64 yb = findLineStarting(d, pos, len, "=ybegin");
         if (yb < 0)
+            return f;
+        const qint64 e = lineEnd(d, yb, len);
+        const QByteArray head = lineAt(d, yb, e);
+        pos = e < len ? e + 1 : len;
+        if (head.size() > 7 && head[7] != ' ' && head[7] != '\t')
+            continue; // some other "=ybeginXXX" word
+        qint64 partNo = -1;
+        keywordNumber(head, "part", &partNo);
+        keywordNumber(head, "size", &f.size);
+        f.multi = partNo >= 0;
+        QByteArray name;
+        if (keyword(head, "name", &name, true))
+            f.name = latin(name);
+        f.at = yb;
+        return f;
+    }
+}
+
+// The input as the header parsing sees it: straight from memory, or through
+// small reads when it is a file (touching the mapped pages costs a page fault
+// each time). Pointers stay valid until the next call.
+class Peek
+{
+public:
+    Peek(const char *d, qint64 len, InputReader *reader) : d(d), len(len), reader(reader) {}
+
+    // The bytes from pos on: *avail of them (at least min(want, len - pos)
+    // unless reading failed).
+    const char *at(qint64 pos, qint64 want, qint64 *avail)
+    {
+        pos = std::clamp<qint64>(pos, 0, len);
+        if (!reader) {
+            *avail = len - pos;
+            return d + pos;
+        }
+        const qint64 need = std::min(want, len - pos);
+        if (pos < m_from || pos + need > m_to) {
+            const qint64 n = std::min(len - pos, std::max<qint64>(need, 16 << 10));
+            if (qint64(m_buf.size()) < n)
+                m_buf.resize(size_t(n));
+            if (n > 0 && !reader->readAt(pos, m_buf.data(), n)) {
+                m_failed = true;
+                m_from = m_to = 0;
+                *avail = 0;
+                return m_buf.data();
+            }
+            m_from = pos;
+            m_to = pos + n;
+        }
+        *avail = m_to - pos;
+        return m_buf.data() + (pos - m_from);
+    }
+
+    bool startsWith(qint64 pos, const char *what)
+    {
+        const qint64 n = qint64(strlen(what));
+        qint64 avail = 0;
+        const char *p = at(pos, n, &avail);
+        return avail >= n && memcmp(p, what, size_t(n)) == 0;
+    }
+
+    // Where the line from pos ends (its LF, or the end of the input).
+    qint64 lineEnd(qint64 pos)
+    {
+        while (pos < len) {
+            qint64 avail = 0;
+            const char *p = at(pos, 64 << 10, &avail);
+            if (avail <= 0)
+                return len;
+            const void *lf = memchr(p, '\n', size_t(avail));
+            if (lf)
+                return pos + qint64(static_cast<const char *>(lf) - p);
+            pos += avail;
+        }
+        return len;
+    }
+
+    // The line [pos, end) without its CR, at most 1 MiB of it.
+    QByteArray line(qint64 pos, qint64 end)
+    {
+        qint64 e = end, avail = 0;
+        if (e > pos) {
+            const char *last = at(e - 1, 1, &avail);
+            if (avail > 0 && *last == '\r')
+                --e;
+        }
+        const qint64 n = std::min<qint64>(e - pos, 1 << 20);
+        if (n <= 0)
+            return {};
+        const char *p = at(pos, n, &avail);
+        return QByteArray(p, int(std::min(n, avail)));
+    }
+
+    // As findLineStarting() over [pos, limit).
+    qint64 findLineStarting(qint64 pos, qint64 limit, const char *what)
+    {
+        if (!reader)
+            return decoder::findLineStarting(d, pos, limit, what);
+        const qint64 n = qint64(strlen(what));
+        if (pos == 0 && n <= limit && startsWith(0, what))
+            return 0;
+        qint64 from = pos > 0 ? pos - 1 : 0;
+        while (from < limit) {
+            qint64 avail = 0;
+            const char *p = at(from, std::min<qint64>(limit - from, 64 << 10), &avail);
+            avail = std::min(avail, limit - from);
+            if (avail <= 0)
+                return -1;
+            const qint64 k = qint64(yenc::findKeywordLine(reinterpret_cast<const uint8_t *>(p), size_t(avail)));
+            if (k < avail) {
+                const qint64 start = from + k + 1;
+                if (start + n <= limit && startsWith(start, what))
+                    return start;
+                from = start;
+                continue;
+            }
+            if (from + avail >= limit)
+                return -1;
+            from += std::max<qint64>(avail - 2, 1); // "\n=y" may straddle the pieces
+        }
+        return -1;
+    }
+
+    bool failed() const { return m_failed; }
+
+private:
+    const char *d;
+    qint64 len;
+    InputReader *reader;
+    std::vector<char> m_buf;
+    qint64 m_from = 0, m_to = 0;
+    bool m_failed = false;
+};
+
+// One run over the headers that start in a range of the input, decoding each
+// part's text (which may run on past the range) into the sink as it goes. Every
+// "=ybegin" line is one a single pass would visit too (a part's text ends at
+// the first keyword line), so passes over consecutive ranges can run at once
+// and be joined afterwards in input order.
+class YencPass
+{
+public:
+    // What a header did, in input order, for joining ranges.
+    struct Seen {
+        qint64 partNo;
+        bool wanted; // not already present and good
+        bool placed; // its range within the file is valid
+        YPart part;  // what it leaves in the parts map (when wanted)
+    };
+
+    YencPass(const char *d, qint64 len, OutputSink &out, InputReader *reader, const YFile &file,
+             bool record)
+        : d(d), len(len), out(out), reader(reader), file(file), record(record)
+    {
+    }
+
+    // Buffers a thread reuses from one pass to the next.
+    struct Scratch {
+        std::vector<char> window; // text read from the file
+    };
+
+    // The headers starting in [pos, stop). False after a read or write failure,
+    // which r then describes.
+    bool run(qint64 pos, qint64 stop, DecodeResult &r, Scratch &scratch);
+
+    std::map<qint64, YPart> parts; // by part number
+    std::vector<Seen> seen;        // only when recording
+    qint64 total = -1;
+    bool haveFileCrc = false;
+    uint32_t fileCrc = 0;
+    qint64 bytesWritten = 0;
+
+private:
+    const char *d;
+    qint64 len;
+    OutputSink &out;
+    InputReader *reader;
+    const YFile &file;
+    bool record;
+    std::deque<uint32_t> crcSlots; // stable addresses for the sink
+};
+
+bool YencPass::run(qint64 pos, qint64 stop, DecodeResult &r, Scratch &scratch)
+{
+    std::vector<char> &window = scratch.window;
+    if (reader)
+        window.resize(size_t(kWindow + 2));
+    const bool multi = file.multi;
+    Peek peek(d, len, reader);
+    auto readFailed = [&r] {
+        r.error = ErrorRead;
+        r.problems << QStringLiteral("cannot read the input");
+        return false;
+    };
+    for (;;) {
+        // a header starting before stop has its keyword before stop + 7
+        const qint64 yb = peek.findLineStarting(pos, std::min(len, stop + 7), "=ybegin");
+        if (peek.failed())
+            return readFailed();
+        if (yb < 0 || yb >= stop)
             break;
-        const qint64 ybEnd = lineEnd(d, yb, len);
-        const QByteArray head = lineAt(d, yb, ybEnd);
+        const qint64 ybEnd = peek.lineEnd(yb);
+        const QByteArray head = peek.line(yb, ybEnd);
         pos = ybEnd < len ? ybEnd + 1 : len;
         if (head.size() > 7 && head[7] != ' ' && head[7] != '\t')
             continue; // some other "=ybeginXXX" word
@@ -304,17 +533,9 @@ DecodeResult decodeYenc(const char *d, qint64 len, OutputSink &out, InputReader 
         qint64 partNo = -1, size = -1, n = 0;
         keywordNumber(head, "part", &partNo);
         keywordNumber(head, "size", &size);
-        if (!found) {
-            found = true;
-            multi = partNo >= 0;
-            fileSize = size;
-            QByteArray name;
-            if (keyword(head, "name", &name, true))
-                r.fileName = latin(name);
-        }
         if (keywordNumber(head, "total", &n) && total < 0)
             total = n;
-        if (size != fileSize)
+        if (size != file.size)
             continue; // a part of some other file
         if (partNo < 0)
             partNo = multi ? 0 : 1;
@@ -322,9 +543,9 @@ DecodeResult decodeYenc(const char *d, qint64 len, OutputSink &out, InputReader 
         // the range the part covers
         qint64 begin = 1, end = size;
         if (multi) {
-            if (startsWith(d, pos, len, "=ypart")) {
-                const qint64 e = lineEnd(d, pos, len);
-                const QByteArray pl = lineAt(d, pos, e);
+            if (peek.startsWith(pos, "=ypart")) {
+                const qint64 e = peek.lineEnd(pos);
+                const QByteArray pl = peek.line(pos, e);
                 pos = e < len ? e + 1 : len;
                 if (!keywordNumber(pl, "begin", &begin) || !keywordNumber(pl, "end", &end))
                     begin = end = -1;
@@ -336,8 +557,10 @@ DecodeResult decodeYenc(const char *d, qint64 len, OutputSink &out, InputReader 
 
         auto known = parts.find(partNo);
         if (known != parts.end() && known->second.crcPending) {
-            if (!out.drain())
-                return writeFailed(r, out);
+            if (!out.drain()) {
+                r = writeFailed(r, out);
+                return false;
+            }
             settle(known->second);
         }
         const bool wanted = known == parts.end() || !known->second.good; // else: posted twice
@@ -346,23 +569,20 @@ DecodeResult decodeYenc(const char *d, qint64 len, OutputSink &out, InputReader 
 
         // The part's text runs to the next keyword line. It is searched and
         // decoded window by window, so each window is read from memory once.
-        Part p;
+        YPart p;
         p.begin = begin - 1;
         qint64 decoded = 0;
         uint32_t *partCrc = &crcSlots.emplace_back(0);
         yenc::DecodeState st;
         qint64 at = pos;
-        if (!startsWith(d, at, len, "=y")) {
+        if (!peek.startsWith(at, "=y")) {
             while (at < len) {
                 const qint64 n = std::min(kWindow, len - at);
                 const qint64 look = std::min(n + 2, len - at);
                 const char *text = d + at;
-                if (reader && wanted && placed) {
-                    if (!reader->readAt(at, window.data(), look)) {
-                        r.error = ErrorRead;
-                        r.problems << QStringLiteral("cannot read the input");
-                        return r;
-                    }
+                if (reader) {
+                    if (!reader->readAt(at, window.data(), look))
+                        return readFailed();
                     text = window.data();
                 }
                 const qint64 k = qint64(yenc::findKeywordLine(reinterpret_cast<const uint8_t *>(text), size_t(look)));
@@ -375,9 +595,11 @@ DecodeResult decodeYenc(const char *d, qint64 len, OutputSink &out, InputReader 
                     // the CRC covers what is written: all of it, unless the part is too long
                     // and therefore bad anyway
                     const qint64 room = std::max<qint64>(0, std::min(got, expected - decoded));
-                    if (!out.submit(p.begin + decoded, buf, room, partCrc))
-                        return writeFailed(r, out);
-                    r.bytesWritten += room;
+                    if (!out.submit(p.begin + decoded, buf, room, partCrc)) {
+                        r = writeFailed(r, out);
+                        return false;
+                    }
+                    bytesWritten += room;
                     decoded += got;
                 }
                 at += seg;
@@ -390,9 +612,9 @@ DecodeResult decodeYenc(const char *d, qint64 len, OutputSink &out, InputReader 
         bool havePcrc = false, haveCrc = false;
         uint32_t pcrc = 0, crc = 0;
         pos = dataEnd;
-        if (startsWith(d, dataEnd, len, "=yend")) {
-            const qint64 e = lineEnd(d, dataEnd, len);
-            const QByteArray tail = lineAt(d, dataEnd, e);
+        if (peek.startsWith(dataEnd, "=yend")) {
+            const qint64 e = peek.lineEnd(dataEnd);
+            const QByteArray tail = peek.line(dataEnd, e);
             pos = e < len ? e + 1 : len;
             havePcrc = keywordCrc(tail, "pcrc32", &pcrc);
             haveCrc = keywordCrc(tail, "crc32", &crc);
@@ -407,41 +629,188 @@ DecodeResult decodeYenc(const char *d, qint64 len, OutputSink &out, InputReader 
                 fileCrc = crc;
             }
         }
-        if (!wanted)
-            continue;
-        if (!placed) {
+        if (peek.failed())
+            return readFailed();
+        YPart kept; // what this header leaves in the map
+        bool keep = false;
+        if (wanted && !placed) {
             if (known == parts.end()) {
-                Part bad;
-                bad.problem = QStringLiteral("%1 has no valid position").arg(label);
-                parts[partNo] = bad;
+                kept.problem = QStringLiteral("%1 has no valid position").arg(label);
+                keep = true;
             }
-            continue;
+        } else if (wanted) {
+            p.size = std::min(decoded, expected);
+            p.crcSlot = partCrc;
+            if (decoded < expected)
+                p.problem = QStringLiteral("%1 truncated (%2 of %3 bytes)").arg(label).arg(decoded).arg(expected);
+            else if (decoded > expected)
+                p.problem = QStringLiteral("%1 longer than announced (%2 instead of %3 bytes)")
+                                .arg(label).arg(decoded).arg(expected);
+            p.good = p.problem.isEmpty();
+            if (p.good && havePcrc) {
+                p.crcPending = true;
+                p.pcrc = pcrc;
+                p.crcProblem = multi ? QStringLiteral("CRC error in part %1").arg(partNo) : QStringLiteral("CRC error");
+            }
+            kept = p;
+            keep = true;
         }
-        p.size = std::min(decoded, expected);
-        p.crcSlot = partCrc;
-        if (decoded < expected)
-            p.problem = QStringLiteral("%1 truncated (%2 of %3 bytes)").arg(label).arg(decoded).arg(expected);
-        else if (decoded > expected)
-            p.problem = QStringLiteral("%1 longer than announced (%2 instead of %3 bytes)")
-                            .arg(label).arg(decoded).arg(expected);
-        p.good = p.problem.isEmpty();
-        if (p.good && havePcrc) {
-            p.crcPending = true;
-            p.pcrc = pcrc;
-            p.crcProblem = multi ? QStringLiteral("CRC error in part %1").arg(partNo) : QStringLiteral("CRC error");
-        }
-        parts[partNo] = p;
+        if (keep)
+            parts[partNo] = kept;
+        if (record)
+            seen.push_back({partNo, wanted, placed, kept});
     }
-    if (!out.drain())
-        return writeFailed(r, out);
-    for (auto &kv : parts)
-        settle(kv.second);
+    return true;
+}
 
-    if (!found) {
+// Joins the passes over consecutive ranges into the first one's parts map, as
+// one pass over the whole input would have left it. False when that pass would
+// have written differently: a part good in one range and posted again in a
+// later one, or ranges writing over the same bytes (whose order then counts).
+bool joinPasses(std::vector<std::unique_ptr<YencPass>> &passes)
+{
+    struct Extent {
+        qint64 begin, end;
+        size_t range;
+    };
+    std::vector<Extent> extents;
+    for (size_t i = 0; i < passes.size(); ++i)
+        for (const YencPass::Seen &s : passes[i]->seen)
+            if (s.wanted && s.placed && s.part.size > 0)
+                extents.push_back({s.part.begin, s.part.begin + s.part.size, i});
+    std::sort(extents.begin(), extents.end(), [](const Extent &a, const Extent &b) { return a.begin < b.begin; });
+    // the two furthest ends reached so far by different ranges
+    qint64 end1 = -1, end2 = -1;
+    size_t range1 = 0;
+    for (const Extent &e : extents) {
+        if (e.begin < (e.range == range1 ? end2 : end1))
+            return false;
+        if (e.range == range1) {
+            end1 = std::max(end1, e.end);
+        } else if (e.end > end1) {
+            end2 = end1;
+            end1 = e.end;
+            range1 = e.range;
+        } else {
+            end2 = std::max(end2, e.end);
+        }
+    }
+
+    std::map<qint64, YPart> &parts = passes[0]->parts;
+    for (size_t i = 1; i < passes.size(); ++i)
+        for (const YencPass::Seen &s : passes[i]->seen) {
+            const auto known = parts.find(s.partNo);
+            const bool wanted = known == parts.end() || !known->second.good;
+            if (wanted != s.wanted)
+                return false;
+            if (wanted && (s.placed || known == parts.end()))
+                parts[s.partNo] = s.part;
+        }
+    return true;
+}
+
+} // namespace
+
+DecodeResult decodeYenc(const char *d, qint64 len, OutputSink &out, InputReader *reader, int workers,
+                        qint64 rangeBytes)
+{
+    DecodeResult r;
+    const YFile file = firstYencHeader(d, len);
+    if (file.at < 0) {
         r.error = ErrorNoData;
         r.problems << QStringLiteral("no yEnc data found");
         return r;
     }
+    r.fileName = file.name;
+
+    // ranges of rangeBytes from the first header on; each pass takes the headers
+    // that start in its range
+    std::vector<qint64> starts{file.at};
+    if (workers > 1 && rangeBytes > 0 && out.concurrent()) {
+        rangeBytes = std::max(rangeBytes, (len - file.at) / 4096 + 1); // a bounded number of passes
+        while (len - starts.back() > rangeBytes)
+            starts.push_back(starts.back() + rangeBytes);
+    }
+
+    std::vector<std::unique_ptr<YencPass>> passes;
+    bool ok = true;
+    if (starts.size() > 1) {
+        const size_t n = starts.size();
+        std::vector<DecodeResult> results(n, r);
+        std::vector<char> done(n, 0);
+        for (size_t i = 0; i < n; ++i)
+            passes.push_back(std::make_unique<YencPass>(d, len, out, reader, file, true));
+        std::atomic<size_t> next{0};
+        std::atomic<bool> failed{false};
+        std::exception_ptr thrown;
+        std::mutex thrownMutex;
+        auto work = [&] {
+            try {
+                YencPass::Scratch scratch;
+                for (size_t i; !failed && (i = next++) < n;) {
+                    done[i] = passes[i]->run(starts[i], i + 1 < n ? starts[i + 1] : len, results[i], scratch);
+                    if (!done[i])
+                        failed = true;
+                }
+            } catch (...) {
+                std::lock_guard<std::mutex> lock(thrownMutex);
+                thrown = std::current_exception();
+                failed = true;
+            }
+        };
+        std::vector<std::thread> helpers;
+        for (int w = 1; w < workers && size_t(w) < n; ++w)
+            helpers.emplace_back(work);
+        work();
+        for (std::thread &t : helpers)
+            t.join();
+        if (thrown)
+            std::rethrow_exception(thrown);
+        for (size_t i = 0; i < n; ++i)
+            if (!done[i] && results[i].error != NoError)
+                return results[i];
+        if (!out.drain())
+            return writeFailed(r, out);
+        for (auto &pass : passes) {
+            for (auto &kv : pass->parts)
+                settle(kv.second);
+            for (YencPass::Seen &s : pass->seen)
+                settle(s.part);
+        }
+        ok = joinPasses(passes);
+        if (!ok) {
+            // written out of order: start again in one pass
+            passes.clear();
+            if (!out.restart())
+                return writeFailed(r, out);
+        }
+    }
+    if (passes.empty()) {
+        passes.push_back(std::make_unique<YencPass>(d, len, out, reader, file, false));
+        YencPass::Scratch scratch;
+        if (!passes[0]->run(file.at, len, r, scratch))
+            return r;
+        if (!out.drain())
+            return writeFailed(r, out);
+        for (auto &kv : passes[0]->parts)
+            settle(kv.second);
+    }
+
+    const std::map<qint64, YPart> &parts = passes[0]->parts;
+    qint64 total = -1;
+    bool haveFileCrc = false;
+    uint32_t fileCrc = 0;
+    for (const auto &pass : passes) {
+        r.bytesWritten += pass->bytesWritten;
+        if (total < 0)
+            total = pass->total;
+        if (!haveFileCrc && pass->haveFileCrc) {
+            haveFileCrc = true;
+            fileCrc = pass->fileCrc;
+        }
+    }
+    const bool multi = file.multi;
+    const qint64 fileSize = file.size;
     for (const auto &kv : parts)
         if (!kv.second.good)
             r.problems << kv.second.problem;
@@ -466,15 +835,15 @@ DecodeResult decodeYenc(const char *d, qint64 len, OutputSink &out, InputReader 
             r.problems << QStringLiteral("no part could be decoded");
         }
         // every byte of the file must come from a good part
-        std::vector<Part> good;
+        std::vector<YPart> good;
         for (const auto &kv : parts)
             if (kv.second.good)
                 good.push_back(kv.second);
-        std::sort(good.begin(), good.end(), [](const Part &a, const Part &b) { return a.begin < b.begin; });
+        std::sort(good.begin(), good.end(), [](const YPart &a, const YPart &b) { return a.begin < b.begin; });
         qint64 covered = 0;
         bool contiguous = true;
         uint32_t whole = 0;
-        for (const Part &p : good) {
+        for (const YPart &p : good) {
             if (p.begin > covered) {
                 if (r.problems.isEmpty())
                     r.problems << QStringLiteral("bytes %1 to %2 missing").arg(covered + 1).arg(p.begin);
@@ -818,6 +1187,157 @@ QString safeFileName(const QString &raw)
 
 namespace {
 
+bool pwriteAll(int fd, const char *p, qint64 left, qint64 off, QString *error)
+{
+    while (left > 0) {
+        const ssize_t n = ::pwrite(fd, p, size_t(left), off_t(off));
+        if (n < 0 && errno == EINTR)
+            continue;
+        if (n <= 0) {
+            *error = QString::fromLocal8Bit(strerror(n < 0 ? errno : ENOSPC));
+            return false;
+        }
+        p += n;
+        off += n;
+        left -= n;
+    }
+    return true;
+}
+
+// Written by the decoding threads themselves. File writes take the file's lock,
+// so only one can make progress at a time: a thread that submits a block while
+// no other is writing writes it, and whatever the others queue meanwhile; the
+// others go on decoding into further buffers of the pool. Blocks are written
+// in the order they were submitted.
+class SharedFileSink : public OutputSink
+{
+public:
+    SharedFileSink(int fd, int threads) : m_fd(fd), m_pool(4 * threads) {}
+
+    bool writeAt(qint64 offset, const char *data, qint64 len) override
+    {
+        while (len > 0) {
+            const qint64 n = std::min<qint64>(len, kBuffer);
+            char *b = acquire(n);
+            memcpy(b, data, size_t(n));
+            if (!submit(offset, b, n))
+                return false;
+            offset += n;
+            data += n;
+            len -= n;
+        }
+        return true;
+    }
+
+    char *acquire(qint64 size) override
+    {
+        if (size > kBuffer)
+            return OutputSink::acquire(size); // not expected: the decoders ask for less
+        std::unique_lock<std::mutex> lock(m_mutex);
+        if (m_free.empty() && m_made < m_pool) {
+            ++m_made;
+            m_owned.emplace_back(new char[size_t(kBuffer)]);
+            return m_owned.back().get();
+        }
+        m_cond.wait(lock, [this] { return !m_free.empty(); });
+        char *b = m_free.back();
+        m_free.pop_back();
+        return b;
+    }
+
+    bool submit(qint64 offset, char *buffer, qint64 len) override
+    {
+        return submit(offset, buffer, len, nullptr);
+    }
+
+    bool submit(qint64 offset, char *buffer, qint64 len, uint32_t *crc) override
+    {
+        if (crc && len > 0)
+            *crc = crc32::update(*crc, buffer, size_t(len)); // while the bytes are still in this cache
+        std::unique_lock<std::mutex> lock(m_mutex);
+        if (!ownsBuffer(buffer)) {
+            // an oversized block in a plain buffer: written here, after everything before it
+            m_cond.wait(lock, [this] { return m_queue.empty() && !m_writing; });
+            if (!m_failed && !pwriteAll(m_fd, buffer, len, offset, &m_error))
+                m_failed = true;
+            return !m_failed;
+        }
+        if (m_failed) {
+            m_free.push_back(buffer);
+            m_cond.notify_all();
+            return false;
+        }
+        m_queue.push_back({offset, buffer, len});
+        if (m_writing)
+            return true;
+        m_writing = true;
+        while (!m_queue.empty()) {
+            const Job job = m_queue.front();
+            m_queue.pop_front();
+            const bool skip = m_failed;
+            lock.unlock();
+            QString error;
+            if (!skip)
+                pwriteAll(m_fd, job.buffer, job.len, job.offset, &error);
+            lock.lock();
+            if (!error.isEmpty() && !m_failed) {
+                m_failed = true;
+                m_error = error;
+            }
+            m_free.push_back(job.buffer);
+            m_cond.notify_all();
+        }
+        m_writing = false;
+        m_cond.notify_all();
+        return !m_failed;
+    }
+
+    bool drain() override
+    {
+        std::unique_lock<std::mutex> lock(m_mutex);
+        m_cond.wait(lock, [this] { return m_queue.empty() && !m_writing; });
+        return !m_failed;
+    }
+
+    bool concurrent() const override { return true; }
+
+    bool restart() override { return drain() && ::ftruncate(m_fd, 0) == 0; }
+
+    QString errorString() const override
+    {
+        std::lock_guard<std::mutex> lock(m_mutex);
+        return m_error;
+    }
+
+private:
+    struct Job {
+        qint64 offset;
+        char *buffer;
+        qint64 len;
+    };
+    static constexpr qint64 kBuffer = kWindow + 64;
+
+    bool ownsBuffer(const char *b) const
+    {
+        for (const auto &o : m_owned)
+            if (o.get() == b)
+                return true;
+        return false;
+    }
+
+    int m_fd;
+    int m_pool;
+    mutable std::mutex m_mutex;
+    std::condition_variable m_cond;
+    std::deque<Job> m_queue;
+    std::vector<char *> m_free;
+    std::vector<std::unique_ptr<char[]>> m_owned;
+    int m_made = 0;
+    bool m_writing = false;
+    bool m_failed = false;
+    QString m_error;
+};
+
 // Writes to the output file on a thread of its own, so that decoding the next
 // window overlaps writing the last one. Buffers go round a small pool.
 class FileSink : public OutputSink
@@ -870,7 +1390,7 @@ public:
                 *crc = crc32::update(*crc, buffer, size_t(len));
             // an oversized request got the plain scratch buffer: write it here, in order
             m_cond.wait(lock, [this] { return m_queue.empty() && m_free.size() == size_t(m_made); });
-            if (!m_failed && !writeAll(buffer, len, offset, &m_error))
+            if (!m_failed && !pwriteAll(m_fd, buffer, len, offset, &m_error))
                 m_failed = true;
             return !m_failed;
         }
@@ -930,7 +1450,7 @@ private:
             if (job.crc && job.len > 0)
                 *job.crc = crc32::update(*job.crc, job.buffer, size_t(job.len));
             if (!skip)
-                writeAll(job.buffer, job.len, job.offset, &error);
+                pwriteAll(m_fd, job.buffer, job.len, job.offset, &error);
             lock.lock();
             if (!error.isEmpty() && !m_failed) {
                 m_failed = true;
@@ -947,23 +1467,6 @@ private:
             if (o.get() == b)
                 return true;
         return false;
-    }
-
-    bool writeAll(const char *p, qint64 left, qint64 off, QString *error) const
-    {
-        while (left > 0) {
-            const ssize_t n = ::pwrite(m_fd, p, size_t(left), off_t(off));
-            if (n < 0 && errno == EINTR)
-                continue;
-            if (n <= 0) {
-                *error = QString::fromLocal8Bit(strerror(n < 0 ? errno : ENOSPC));
-                return false;
-            }
-            p += n;
-            off += n;
-            left -= n;
-        }
-        return true;
     }
 
     int m_fd;
@@ -1073,7 +1576,16 @@ FileDecodeResult decodeFile(const QString &inputPath, const QString &outputPath,
     DecodeResult r;
     bool written = false;
     QString writeError;
-    {
+    const int cores = int(std::thread::hardware_concurrency());
+    if (format == FormatYenc && in.size() >= kSplitFrom && cores > 1) {
+        // big yEnc sets: ranges decoded on several threads, which also do the writing
+        const int workers = std::min(cores, 4);
+        SharedFileSink sink(outFile.handle(), workers);
+        r = decodeYenc(in.data(), in.size(), sink, &in, workers,
+                       std::clamp<qint64>(in.size() / 64, 1 << 20, 16 << 20));
+        written = sink.finish();
+        writeError = sink.errorString();
+    } else {
         FileSink sink(outFile.handle());
         r = decodeBuffer(format, in.data(), in.size(), sink, &in);
         written = sink.finish();

@@ -7,6 +7,7 @@
 #include <QString>
 #include <QStringList>
 
+#include <mutex>
 #include <vector>
 
 namespace decoder {
@@ -36,7 +37,7 @@ public:
     virtual QString errorString() const = 0;
     // Decoding straight into the sink's memory: acquire() lends a buffer of at
     // least size bytes, submit() hands back its first len bytes (len may be 0)
-    // for offset. Only one buffer is lent at a time.
+    // for offset. Only one buffer is lent at a time to each thread.
     virtual char *acquire(qint64 size);
     virtual bool submit(qint64 offset, char *buffer, qint64 len);
     // The same, also continuing the CRC in *crc over the bytes (possibly later,
@@ -46,9 +47,11 @@ public:
     virtual bool drain() { return true; }
     // drain(), and no more writes after it.
     virtual bool finish() { return drain(); }
-
-private:
-    std::vector<char> m_scratch;
+    // True when every call but finish() and restart() may come from several
+    // threads at once.
+    virtual bool concurrent() const { return false; }
+    // Forgets everything written so far: the output is empty again.
+    virtual bool restart() { return false; }
 };
 
 // Collects the output in memory, refusing to grow beyond limit bytes.
@@ -57,12 +60,15 @@ class MemorySink : public OutputSink
 public:
     explicit MemorySink(qint64 limit = qint64(1) << 30) : m_limit(limit) {}
     bool writeAt(qint64 offset, const char *data, qint64 len) override;
-    QString errorString() const override { return m_error; }
+    QString errorString() const override;
+    bool concurrent() const override { return true; }
+    bool restart() override;
     QByteArray data;
 
 private:
     qint64 m_limit;
     QString m_error;
+    mutable std::mutex m_mutex;
 };
 
 // For inputs that live in a file: copies the input's bytes [offset, offset + len)
@@ -84,7 +90,11 @@ struct DecodeResult
     QString reason() const;    // problems as one human-readable line
 };
 
-DecodeResult decodeYenc(const char *data, qint64 len, OutputSink &out, InputReader *reader = nullptr);
+// With workers > 1 and a concurrent sink, ranges of about rangeBytes (each
+// starting at a header) are decoded on that many threads; the result is the
+// same as that of one pass.
+DecodeResult decodeYenc(const char *data, qint64 len, OutputSink &out, InputReader *reader = nullptr,
+                        int workers = 1, qint64 rangeBytes = 0);
 DecodeResult decodeUuencode(const char *data, qint64 len, OutputSink &out);
 // Base64 up to the first line that is not base64; other text as it stands.
 DecodeResult decodeMime(const char *data, qint64 len, OutputSink &out);

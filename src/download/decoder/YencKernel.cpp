@@ -259,6 +259,68 @@ __attribute__((target("avx2"))) static size_t decodeAvx2(const uint8_t *src, siz
     return out;
 }
 
+// With AVX-512 VBMI2 the kept bytes are packed by one compress per 64 bytes.
+#define ND_AVX512 __attribute__((target("avx512f,avx512bw,avx512vbmi2,popcnt")))
+
+ND_AVX512 static size_t decodeAvx512(const uint8_t *src, size_t len, uint8_t *dst,
+                                     DecodeState &st, bool stripDots)
+{
+    const __m512i cEq = _mm512_set1_epi8('='), cCr = _mm512_set1_epi8('\r'),
+                  cLf = _mm512_set1_epi8('\n'), cDot = _mm512_set1_epi8('.'),
+                  c42 = _mm512_set1_epi8(42), c64 = _mm512_set1_epi8(64);
+    uint64_t esc = st.escape, ls = st.lineStart;
+    size_t i = 0, out = 0;
+    // out never runs ahead of i, so the full 64-byte store stays inside dst[0, len)
+    while (i + 64 <= len) {
+        const __m512i v = _mm512_loadu_si512(src + i);
+        const uint64_t eq = _mm512_cmpeq_epi8_mask(v, cEq);
+        const uint64_t escM = (eq << 1) | esc;
+        if (__builtin_expect((escM & eq) != 0, 0)) {
+            uint32_t e = uint32_t(esc), l = uint32_t(ls);
+            out += scalarStep(src + i, 64, dst + out, e, l, stripDots);
+            esc = e;
+            ls = l;
+            i += 64;
+            continue;
+        }
+        const uint64_t cr = _mm512_cmpeq_epi8_mask(v, cCr);
+        const uint64_t lfReal = _mm512_cmpeq_epi8_mask(v, cLf) & ~escM;
+        const uint64_t dot = stripDots ? uint64_t(_mm512_cmpeq_epi8_mask(v, cDot)) : 0;
+        const uint64_t keep = ~((eq | cr | lfReal | (dot & ((lfReal << 1) | ls))) & ~escM);
+        esc = eq >> 63;
+        ls = lfReal >> 63;
+        __m512i val = _mm512_sub_epi8(v, c42);
+        val = _mm512_mask_sub_epi8(val, escM, val, c64); // escaped bytes lose a further 64
+        _mm512_storeu_si512(dst + out, _mm512_maskz_compress_epi8(keep, val));
+        out += size_t(__builtin_popcountll(keep));
+        i += 64;
+    }
+    st.escape = esc;
+    st.lineStart = ls;
+    out += decodeScalar(src + i, len - i, dst + out, st, stripDots);
+    return out;
+}
+
+ND_AVX512 static size_t findKeywordAvx512(const uint8_t *p, size_t len)
+{
+    const __m512i cLf = _mm512_set1_epi8('\n'), cEq = _mm512_set1_epi8('='),
+                  cY = _mm512_set1_epi8('y');
+    size_t i = 0;
+    while (i + 66 <= len) {
+        _mm_prefetch(reinterpret_cast<const char *>(p + i + 4096), _MM_HINT_T0);
+        const uint64_t m = _mm512_cmpeq_epi8_mask(_mm512_loadu_si512(p + i), cLf)
+                           & _mm512_cmpeq_epi8_mask(_mm512_loadu_si512(p + i + 1), cEq)
+                           & _mm512_cmpeq_epi8_mask(_mm512_loadu_si512(p + i + 2), cY);
+        if (m)
+            return i + size_t(__builtin_ctzll(m));
+        i += 64;
+    }
+    for (; i + 2 < len; ++i)
+        if (p[i] == '\n' && p[i + 1] == '=' && p[i + 2] == 'y')
+            return i;
+    return len;
+}
+
 __attribute__((target("avx2"))) static inline __m256i keywordAt(const uint8_t *q)
 {
     const __m256i a = _mm256_cmpeq_epi8(_mm256_loadu_si256(reinterpret_cast<const __m256i *>(q)),
@@ -298,6 +360,9 @@ static bool cpuHas(Kernel k)
     case Kernel::Sse2: return __builtin_cpu_supports("sse2");
     case Kernel::Ssse3: return __builtin_cpu_supports("ssse3");
     case Kernel::Avx2: return __builtin_cpu_supports("avx2") && __builtin_cpu_supports("popcnt");
+    case Kernel::Avx512:
+        return __builtin_cpu_supports("avx512f") && __builtin_cpu_supports("avx512bw")
+               && __builtin_cpu_supports("avx512vbmi2") && __builtin_cpu_supports("popcnt");
     }
     return false;
 }
@@ -313,7 +378,7 @@ bool kernelSupported(Kernel k)
 Kernel bestKernel()
 {
     static const Kernel best = [] {
-        for (Kernel k : {Kernel::Avx2, Kernel::Ssse3, Kernel::Sse2})
+        for (Kernel k : {Kernel::Avx512, Kernel::Avx2, Kernel::Ssse3, Kernel::Sse2})
             if (cpuHas(k))
                 return k;
         return Kernel::Scalar;
@@ -328,6 +393,7 @@ const char *kernelName(Kernel k)
     case Kernel::Sse2: return "sse2";
     case Kernel::Ssse3: return "ssse3";
     case Kernel::Avx2: return "avx2";
+    case Kernel::Avx512: return "avx512";
     }
     return "?";
 }
@@ -338,6 +404,7 @@ size_t decodeWith(Kernel k, const uint8_t *src, size_t len, uint8_t *dst, Decode
 #ifdef ND_YENC_X86
     if (cpuHas(k)) {
         switch (k) {
+        case Kernel::Avx512: return decodeAvx512(src, len, dst, st, stripDots);
         case Kernel::Avx2: return decodeAvx2(src, len, dst, st, stripDots);
         case Kernel::Ssse3: return decodeSsse3(src, len, dst, st, stripDots);
         case Kernel::Sse2: return decodeSse2(src, len, dst, st, stripDots);
@@ -358,7 +425,9 @@ size_t decode(const uint8_t *src, size_t len, uint8_t *dst, DecodeState &st, boo
 size_t findKeywordLine(const uint8_t *p, size_t len)
 {
 #ifdef ND_YENC_X86
-    static const bool avx2 = cpuHas(Kernel::Avx2);
+    static const bool avx512 = cpuHas(Kernel::Avx512), avx2 = cpuHas(Kernel::Avx2);
+    if (avx512)
+        return findKeywordAvx512(p, len);
     if (avx2)
         return findKeywordAvx2(p, len);
 #endif

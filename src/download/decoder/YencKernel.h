@@ -16,7 +16,7 @@ struct DecodeState {
     bool lineStart = true;  // the previous byte was an unescaped LF (or nothing yet)
 };
 
-enum class Kernel { Scalar, Sse2, Ssse3, Avx2 };
+enum class Kernel { Scalar, Sse2, Ssse3, Avx2, Avx512 };
 
 bool kernelSupported(Kernel k);
 Kernel bestKernel();
