@@ -19,7 +19,7 @@ BASE=${ND_INN_BASE:-11930}
 AUTH_USER=tester
 AUTH_PASS='s3cret|pw'
 TEST_GROUPS=(alt.binaries.newsdredge.test alt.binaries.newsdredge.big alt.test.newsdredge alt.newsdredge.text
-        misc.test.empty comp.lang.newsdredge de.test.newsdredge alt.binaries.pictures.newsdredge
+        misc.test.empty misc.test.untouched comp.lang.newsdredge de.test.newsdredge alt.binaries.pictures.newsdredge
         rec.arts.newsdredge sci.newsdredge.misc)
 
 die() { echo "inn.sh: $*" >&2; exit 1; }
