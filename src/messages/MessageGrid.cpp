@@ -335,37 +335,12 @@ bool MessageGrid::applyOrder(const std::vector<quint32> &order)
     return true;
 }
 
-bool MessageGrid::replaceRowsInOrder(QVector<QByteArray> &&sorted)
-{
-    if (sorted.size() != m_rows.size())
-        return false;
-    emit layoutAboutToBeChanged({}, QAbstractItemModel::VerticalSortHint);
-    m_rows.swap(sorted);
-    sorted = QVector<QByteArray>();
-    const QModelIndexList from = persistentIndexList();
-    QModelIndexList to;
-    for (int i = 0; i < from.size(); ++i)
-        to << QModelIndex();
-    changePersistentIndexList(from, to);
-    emit layoutChanged({}, QAbstractItemModel::VerticalSortHint);
-    return true;
-}
-
 void MessageGrid::resetRows(QVector<QByteArray> &&packedRows)
 {
     beginResetModel();
     m_rows.swap(packedRows);
     packedRows = QVector<QByteArray>();
     endResetModel();
-}
-
-void MessageGrid::reserveRows(qsizetype rows)
-{
-    const qsizetype want = m_rows.size() + rows;
-    if (want <= m_rows.capacity())
-        return;
-    m_rows.reserve(want);
-    adviseHugePages(m_rows.constData() + m_rows.size(), (m_rows.capacity() - m_rows.size()) * qsizetype(sizeof(QByteArray)));
 }
 
 void MessageGrid::sortRows(int col, bool ascending, int secondCol, Qt::CaseSensitivity cs)

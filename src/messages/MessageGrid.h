@@ -64,11 +64,6 @@ public:
     // Puts rows 1..n in the given order (indexes of the current rows 1..n, from 0). False, and
     // nothing changed, when the order does not fit.
     bool applyOrder(const std::vector<quint32> &order);
-    // Puts rows 1..n in the order of sorted, which holds the same rows (as the builder of a
-    // listing gives them back in order). False, and nothing changed, when the count differs.
-    bool replaceRowsInOrder(QVector<QByteArray> &&sorted);
-    // Room for rows more rows without moving the others.
-    void reserveRows(qsizetype rows);
     // Replaces every row below the headings at once (a model reset, which views take far faster
     // than an insertion of a million rows).
     void resetRows(QVector<QByteArray> &&packedRows);

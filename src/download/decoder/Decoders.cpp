@@ -1204,20 +1204,18 @@ bool pwriteAll(int fd, const char *p, qint64 left, qint64 off, QString *error)
     return true;
 }
 
-// Written by the decoding threads themselves. File writes take the file's lock,
-// so only one can make progress at a time: a thread that submits a block while
-// no other is writing writes it, and whatever the others queue meanwhile; the
-// others go on decoding into further buffers of the pool. Blocks are written
-// in the order they were submitted.
-class SharedFileSink : public OutputSink
+// A sink whose blocks are written to a file at their offsets, from a pool of buffers that
+// go round: the decoders decode into a buffer (acquire), hand it over (submit), and the
+// buffer comes back once its block is on disk.
+class PooledFileSink : public OutputSink
 {
 public:
-    SharedFileSink(int fd, int threads) : m_fd(fd), m_pool(4 * threads) {}
+    PooledFileSink(int fd, qint64 bufferSize, int poolSize) : m_fd(fd), m_bufferSize(bufferSize), m_pool(poolSize) {}
 
     bool writeAt(qint64 offset, const char *data, qint64 len) override
     {
         while (len > 0) {
-            const qint64 n = std::min<qint64>(len, kBuffer);
+            const qint64 n = std::min<qint64>(len, m_bufferSize);
             char *b = acquire(n);
             memcpy(b, data, size_t(n));
             if (!submit(offset, b, n))
@@ -1231,12 +1229,12 @@ public:
 
     char *acquire(qint64 size) override
     {
-        if (size > kBuffer)
+        if (size > m_bufferSize)
             return OutputSink::acquire(size); // not expected: the decoders ask for less
         std::unique_lock<std::mutex> lock(m_mutex);
         if (m_free.empty() && m_made < m_pool) {
             ++m_made;
-            m_owned.emplace_back(new char[size_t(kBuffer)]);
+            m_owned.emplace_back(new char[size_t(m_bufferSize)]);
             return m_owned.back().get();
         }
         m_cond.wait(lock, [this] { return !m_free.empty(); });
@@ -1249,6 +1247,65 @@ public:
     {
         return submit(offset, buffer, len, nullptr);
     }
+    using OutputSink::submit;
+
+protected:
+    struct Job {
+        qint64 offset;
+        char *buffer;
+        qint64 len;
+        uint32_t *crc; // updated by the writer, in queue order (when it does the CRC)
+    };
+
+    bool ownsBuffer(const char *b) const
+    {
+        for (const auto &o : m_owned)
+            if (o.get() == b)
+                return true;
+        return false;
+    }
+
+    // Writes one queued block with the lock released; the buffer goes back to the pool.
+    void writeJob(std::unique_lock<std::mutex> &lock, const Job &job, bool withCrc)
+    {
+        const bool skip = m_failed;
+        lock.unlock();
+        QString error;
+        if (withCrc && job.crc && job.len > 0)
+            *job.crc = crc32::update(*job.crc, job.buffer, size_t(job.len));
+        if (!skip)
+            pwriteAll(m_fd, job.buffer, job.len, job.offset, &error);
+        lock.lock();
+        if (!error.isEmpty() && !m_failed) {
+            m_failed = true;
+            m_error = error;
+        }
+        m_free.push_back(job.buffer);
+        m_cond.notify_all();
+    }
+
+    const int m_fd;
+    const qint64 m_bufferSize;
+    const int m_pool;
+    mutable std::mutex m_mutex;
+    std::condition_variable m_cond;
+    std::deque<Job> m_queue;
+    std::vector<char *> m_free;
+    std::vector<std::unique_ptr<char[]>> m_owned;
+    int m_made = 0;
+    bool m_failed = false;
+    QString m_error;
+};
+
+// Written by the decoding threads themselves. File writes take the file's lock,
+// so only one can make progress at a time: a thread that submits a block while
+// no other is writing writes it, and whatever the others queue meanwhile; the
+// others go on decoding into further buffers of the pool. Blocks are written
+// in the order they were submitted.
+class SharedFileSink : public PooledFileSink
+{
+public:
+    SharedFileSink(int fd, int threads) : PooledFileSink(fd, kWindow + 64, 4 * threads) {}
 
     bool submit(qint64 offset, char *buffer, qint64 len, uint32_t *crc) override
     {
@@ -1267,25 +1324,14 @@ public:
             m_cond.notify_all();
             return false;
         }
-        m_queue.push_back({offset, buffer, len});
+        m_queue.push_back({offset, buffer, len, nullptr});
         if (m_writing)
             return true;
         m_writing = true;
         while (!m_queue.empty()) {
             const Job job = m_queue.front();
             m_queue.pop_front();
-            const bool skip = m_failed;
-            lock.unlock();
-            QString error;
-            if (!skip)
-                pwriteAll(m_fd, job.buffer, job.len, job.offset, &error);
-            lock.lock();
-            if (!error.isEmpty() && !m_failed) {
-                m_failed = true;
-                m_error = error;
-            }
-            m_free.push_back(job.buffer);
-            m_cond.notify_all();
+            writeJob(lock, job, false);
         }
         m_writing = false;
         m_cond.notify_all();
@@ -1310,77 +1356,16 @@ public:
     }
 
 private:
-    struct Job {
-        qint64 offset;
-        char *buffer;
-        qint64 len;
-    };
-    static constexpr qint64 kBuffer = kWindow + 64;
-
-    bool ownsBuffer(const char *b) const
-    {
-        for (const auto &o : m_owned)
-            if (o.get() == b)
-                return true;
-        return false;
-    }
-
-    int m_fd;
-    int m_pool;
-    mutable std::mutex m_mutex;
-    std::condition_variable m_cond;
-    std::deque<Job> m_queue;
-    std::vector<char *> m_free;
-    std::vector<std::unique_ptr<char[]>> m_owned;
-    int m_made = 0;
     bool m_writing = false;
-    bool m_failed = false;
-    QString m_error;
 };
 
 // Writes to the output file on a thread of its own, so that decoding the next
 // window overlaps writing the last one. Buffers go round a small pool.
-class FileSink : public OutputSink
+class FileSink : public PooledFileSink
 {
 public:
-    explicit FileSink(int fd) : m_fd(fd), m_writer([this] { run(); }) {}
+    explicit FileSink(int fd) : PooledFileSink(fd, 1 << 20, 8), m_writer([this] { run(); }) {}
     ~FileSink() override { finish(); }
-
-    bool writeAt(qint64 offset, const char *data, qint64 len) override
-    {
-        while (len > 0) {
-            const qint64 n = std::min<qint64>(len, kBuffer);
-            char *b = acquire(n);
-            memcpy(b, data, size_t(n));
-            if (!submit(offset, b, n))
-                return false;
-            offset += n;
-            data += n;
-            len -= n;
-        }
-        return true;
-    }
-
-    char *acquire(qint64 size) override
-    {
-        if (size > kBuffer)
-            return OutputSink::acquire(size); // not expected: the decoders ask for less
-        std::unique_lock<std::mutex> lock(m_mutex);
-        if (m_free.empty() && m_made < kPool) {
-            ++m_made;
-            m_owned.emplace_back(new char[size_t(kBuffer)]);
-            return m_owned.back().get();
-        }
-        m_cond.wait(lock, [this] { return !m_free.empty(); });
-        char *b = m_free.back();
-        m_free.pop_back();
-        return b;
-    }
-
-    bool submit(qint64 offset, char *buffer, qint64 len) override
-    {
-        return submit(offset, buffer, len, nullptr);
-    }
 
     bool submit(qint64 offset, char *buffer, qint64 len, uint32_t *crc) override
     {
@@ -1426,15 +1411,6 @@ public:
     QString errorString() const override { return m_error; }
 
 private:
-    struct Job {
-        qint64 offset;
-        char *buffer;
-        qint64 len;
-        uint32_t *crc; // updated here, in queue order
-    };
-    static constexpr qint64 kBuffer = 1 << 20;
-    static constexpr int kPool = 8;
-
     void run()
     {
         std::unique_lock<std::mutex> lock(m_mutex);
@@ -1444,41 +1420,11 @@ private:
                 return;
             const Job job = m_queue.front();
             m_queue.pop_front();
-            const bool skip = m_failed;
-            lock.unlock();
-            QString error;
-            if (job.crc && job.len > 0)
-                *job.crc = crc32::update(*job.crc, job.buffer, size_t(job.len));
-            if (!skip)
-                pwriteAll(m_fd, job.buffer, job.len, job.offset, &error);
-            lock.lock();
-            if (!error.isEmpty() && !m_failed) {
-                m_failed = true;
-                m_error = error;
-            }
-            m_free.push_back(job.buffer);
-            m_cond.notify_all();
+            writeJob(lock, job, true);
         }
     }
 
-    bool ownsBuffer(const char *b) const
-    {
-        for (const auto &o : m_owned)
-            if (o.get() == b)
-                return true;
-        return false;
-    }
-
-    int m_fd;
-    std::mutex m_mutex;
-    std::condition_variable m_cond;
-    std::deque<Job> m_queue;
-    std::vector<char *> m_free;
-    std::vector<std::unique_ptr<char[]>> m_owned;
-    int m_made = 0;
     bool m_done = false;
-    bool m_failed = false;
-    QString m_error;
     std::thread m_writer; // last: starts once the rest is ready
 };
 

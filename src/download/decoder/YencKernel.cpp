@@ -84,8 +84,8 @@ static const CompactTable kCompact;
 
 // The state lives in locals inside the loops (stores into dst could otherwise
 // alias it) and goes back into st at the end.
-static inline size_t scalarStep(const uint8_t *src, size_t n, uint8_t *dst, uint32_t &esc,
-                                uint32_t &ls, bool stripDots)
+template <class Flag>
+static inline size_t scalarStep(const uint8_t *src, size_t n, uint8_t *dst, Flag &esc, Flag &ls, bool stripDots)
 {
     DecodeState t{esc != 0, ls != 0};
     const size_t out = decodeScalar(src, n, dst, t, stripDots);
@@ -233,10 +233,7 @@ __attribute__((target("avx2"))) static size_t decodeAvx2(const uint8_t *src, siz
         const uint64_t dot = stripDots ? mask(_mm256_cmpeq_epi8(v0, cDot)) | (mask(_mm256_cmpeq_epi8(v1, cDot)) << 32) : 0;
         const uint64_t escM = (eq << 1) | esc;
         if (__builtin_expect((escM & eq) != 0, 0)) {
-            uint32_t e = uint32_t(esc), l = uint32_t(ls);
-            out += scalarStep(src + i, 64, dst + out, e, l, stripDots);
-            esc = e;
-            ls = l;
+            out += scalarStep(src + i, 64, dst + out, esc, ls, stripDots);
             i += 64;
             continue;
         }
@@ -276,10 +273,7 @@ ND_AVX512 static size_t decodeAvx512(const uint8_t *src, size_t len, uint8_t *ds
         const uint64_t eq = _mm512_cmpeq_epi8_mask(v, cEq);
         const uint64_t escM = (eq << 1) | esc;
         if (__builtin_expect((escM & eq) != 0, 0)) {
-            uint32_t e = uint32_t(esc), l = uint32_t(ls);
-            out += scalarStep(src + i, 64, dst + out, e, l, stripDots);
-            esc = e;
-            ls = l;
+            out += scalarStep(src + i, 64, dst + out, esc, ls, stripDots);
             i += 64;
             continue;
         }
