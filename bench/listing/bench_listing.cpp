@@ -22,6 +22,7 @@
 #include "news/transport/NewsTransport.h"
 #include "ui/ItemList.h"
 #include "ui/Prompter.h"
+#include "support/ProcStats.h"
 
 #include <QApplication>
 #include <QDir>
@@ -45,6 +46,10 @@
 #include <vector>
 
 namespace {
+
+using bench::processCpu;
+using bench::procStatusKb;
+using bench::resetPeak;
 
 const char *const Group = "alt.binaries.newsdredge.bench";
 
@@ -205,24 +210,6 @@ private:
     std::vector<std::thread> m_threads;
 };
 
-qint64 procStatusKb(const char *key)
-{
-    QFile f(QStringLiteral("/proc/self/status"));
-    if (!f.open(QIODevice::ReadOnly))
-        return 0;
-    for (const QByteArray &l : f.readAll().split('\n'))
-        if (l.startsWith(key))
-            return l.mid(qstrlen(key)).trimmed().split(' ').value(0).toLongLong();
-    return 0;
-}
-
-// Resets VmHWM to the current RSS (Linux 4.0 and later); false when the kernel refuses.
-bool resetPeak()
-{
-    QFile f(QStringLiteral("/proc/self/clear_refs"));
-    return f.open(QIODevice::WriteOnly) && f.write("5") == 1;
-}
-
 // The plain reader: sends the command and receives the answer into one reused buffer with
 // blocking recv until the terminating line. Seconds from the send to the last byte.
 double plainRecv(quint16 port, const QByteArray &command, qint64 *bytes)
@@ -282,14 +269,6 @@ double plainQt(quint16 port, const QByteArray &command)
     while (!finished)
         QCoreApplication::processEvents(QEventLoop::WaitForMoreEvents);
     return clock.nsecsElapsed() / 1e9;
-}
-
-// CPU seconds of the whole process (server threads included), robust against a busy machine
-double processCpu()
-{
-    timespec ts{};
-    clock_gettime(CLOCK_PROCESS_CPUTIME_ID, &ts);
-    return double(ts.tv_sec) + double(ts.tv_nsec) / 1e9;
 }
 
 double median(std::vector<double> v)

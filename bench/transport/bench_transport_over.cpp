@@ -4,6 +4,7 @@
 // they are all kept. Usage: bench_transport_over [rows]
 //                          bench_transport_over HOST:PORT GROUP   (a real server on loopback)
 #include "news/transport/NewsTransport.h"
+#include "support/ProcStats.h"
 
 #include <QCoreApplication>
 #include <QElapsedTimer>
@@ -91,25 +92,10 @@ protected:
     }
 };
 
-double threadCpu()
-{
-    timespec ts{};
-    clock_gettime(CLOCK_THREAD_CPUTIME_ID, &ts);
-    return double(ts.tv_sec) + double(ts.tv_nsec) / 1e9;
-}
-
-qint64 procStatusKb(const char *key)
-{
-    QFile f(QStringLiteral("/proc/self/status"));
-    if (!f.open(QIODevice::ReadOnly))
-        return 0;
-    for (const QByteArray &l : f.readAll().split('\n'))
-        if (l.startsWith(key))
-            return l.mid(qstrlen(key)).trimmed().split(' ').value(0).toLongLong();
-    return 0;
-}
-
 }  // namespace
+
+using bench::procStatusKb;
+using bench::threadCpu;
 
 // Plain read of OVER for the whole group against FetchHeaders of the same range,
 // both from a running server (e.g. INN of the test harness).
