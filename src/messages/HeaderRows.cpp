@@ -139,20 +139,6 @@ QList<qint8> overviewColumns(const OverviewFormat &fmt)
 
 namespace {
 
-bool asciiOnly(const char *p, qsizetype n)
-{
-    quint64 acc = 0;
-    qsizetype i = 0;
-    for (; i + 8 <= n; i += 8) {
-        quint64 w;
-        std::memcpy(&w, p + i, 8);
-        acc |= w;
-    }
-    for (; i < n; ++i)
-        acc |= static_cast<unsigned char>(p[i]);
-    return (acc & 0x8080808080808080ULL) == 0;
-}
-
 // Copies a cell: 0x7F would split the row, so it becomes a blank. Returns the end.
 char *putCell(char *d, const char *p, qsizetype n)
 {
@@ -417,7 +403,7 @@ static bool quickDateForms(const char *date, qsizetype size, char *display, int 
 
 void formatDateBytes(const char *date, qsizetype size, QByteArray &display, QByteArray &sort)
 {
-    if (!asciiOnly(date, size)) {
+    if (!isAscii(date, size)) {
         const auto f = formatDate(NormaliseDate(textFromBytes(date, size)));
         display = f.first.toUtf8();
         sort = f.second.toUtf8();
@@ -501,7 +487,7 @@ static char *buildRow(const char *line, qsizetype size, const OverviewFormat &fm
     if (has[1]) {
         const char *cleaned = nullptr;
         qsizetype cn = 0;
-        if (asciiOnly(cell[1], len[1]) && quickDateForms(cell[1], len[1], db, dl, sb, sl, &cleaned, &cn, stack, scratch)) {
+        if (isAscii(cell[1], len[1]) && quickDateForms(cell[1], len[1], db, dl, sb, sl, &cleaned, &cn, stack, scratch)) {
             displayLen = dl;
             sortLen = sl;
             ownDate = true;

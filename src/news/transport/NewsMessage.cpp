@@ -18,7 +18,7 @@ QList<NewsTransportArticle> NewsTransportGroup::TakeArticles()
     return out;
 }
 
-static bool isAscii(const char *p, qsizetype n)
+bool isAscii(const char *p, qsizetype n)
 {
     qsizetype i = 0;
     quint64 acc = 0;

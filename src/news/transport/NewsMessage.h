@@ -78,6 +78,8 @@ ServerAddress parseServerAddress(const QString &entry);
 // Display text of raw bytes: UTF-8 when the bytes are valid UTF-8, else Latin-1.
 QString textFromBytes(const QByteArray &bytes);
 QString textFromBytes(const char *data, qsizetype size);
+// Whether every byte is below 0x80.
+bool isAscii(const char *p, qsizetype n);
 
 // Fills msg from msg.Raw: headers in order (unfolded, values as sent),
 // MIME-Version, Body, ContentType, ContentDisposition and the leaf Parts.
