@@ -18,6 +18,7 @@
 #include "messages/MessageCache.h"
 #include "messages/MessageGrid.h"
 #include "messages/MessageList.h"
+#include "messages/RowArena.h"
 #include "news/Session.h"
 #include "news/transport/NewsTransport.h"
 #include "ui/ItemList.h"
@@ -310,10 +311,12 @@ int main(int argc, char **argv)
         clock.start();
         QVector<QByteArray> built;
         built.reserve(rows);
+        RowArena arena;
+        listing::ArenaRow row;
         for (qint64 n = 0; n < rows; ++n) {
-            QByteArray row;
-            listing::overviewToRow(a.over.constData() + a.offsets[n], a.offsets[n + 1] - a.offsets[n] - 2, fmt, cols, nullptr, 0, row);
-            built.append(std::move(row));
+            listing::overviewToArena(a.over.constData() + a.offsets[n], a.offsets[n + 1] - a.offsets[n] - 2, fmt, cols,
+                                     nullptr, 0, arena, row);
+            built.append(row.row);
         }
         const double t1 = clock.nsecsElapsed() / 1e9;
         std::vector<MessageGrid::SortKey> keys;

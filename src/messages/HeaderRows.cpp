@@ -425,7 +425,7 @@ void formatDateBytes(const char *date, qsizetype size, QByteArray &display, QByt
     sort = f.second.toUtf8();
 }
 
-// The fast path of overviewToRow: the row's bytes go where place(total) says. Returns the row's
+// One overview line to a packed row: the row's bytes go where place(total) says. Returns the row's
 // start (null when the line has no article number) and its size; sortCell and refCell are set to
 // columns 6 and 7 as written. Lines the fast path does not take are built by the general way
 // into general.
@@ -538,18 +538,6 @@ static char *buildRow(const char *line, qsizetype size, const OverviewFormat &fm
     *d++ = MessageGrid::Sep;   // then the empty download mark
     rowSize = total;
     return row;
-}
-
-bool overviewToRow(const char *line, qsizetype size, const OverviewFormat &fmt, const QList<qint8> &columns,
-                   const char *path, qsizetype pathSize, QByteArray &row)
-{
-    qsizetype n = 0;
-    return buildRow(line, size, fmt, columns, path, pathSize,
-                    [&](qsizetype total) {
-                        row = QByteArray(total, Qt::Uninitialized);
-                        return row.data();
-                    },
-                    n, nullptr, nullptr) != nullptr;
 }
 
 bool overviewToArena(const char *line, qsizetype size, const OverviewFormat &fmt, const QList<qint8> &columns,

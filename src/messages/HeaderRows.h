@@ -34,11 +34,9 @@ int headerColumn(const QString &name);
 QList<qint8> overviewColumns(const OverviewFormat &fmt);
 // One overview line (dot-unstuffed, without CR LF) straight to a packed grid row, the same cells
 // rowCells gives for the article parseOverviewLine makes of it (path: the Path fetched apart,
-// or null). False when the line has no article number.
-bool overviewToRow(const char *line, qsizetype size, const OverviewFormat &fmt, const QList<qint8> &columns,
-                   const char *path, qsizetype pathSize, QByteArray &row);
-// The same row written into an arena, followed by a line end (so the arena's bytes are the
-// rows' cache lines): row refers to it in place; sortCell and refCell are its columns 6 and 7.
+// or null), written into an arena and followed by a line end (so the arena's bytes are the rows'
+// cache lines): row refers to it in place; sortCell and refCell are its columns 6 and 7.
+// False when the line has no article number.
 struct ArenaRow {
     QByteArray row;
     QByteArrayView sortCell, refCell;

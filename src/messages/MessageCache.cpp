@@ -2,7 +2,6 @@
 
 #include "app/Paths.h"
 #include "messages/MessageGrid.h"
-#include "ui/BlockFile.h"
 
 #include "messages/RowArena.h"
 
@@ -19,34 +18,6 @@ namespace listing {
 QString messageCacheFile(const QString &serverTag, const QString &group)
 {
     return nd::appFile(serverTag + QLatin1Char('-') + serverTag + QLatin1Char('-') + group.trimmed() + QStringLiteral(".tmp"));
-}
-
-bool writeMessageCache(const QString &path, const MessageGrid &grid)
-{
-    BlockFile f(path, 4 << 20);
-    if (!f.isOpen())
-        return false;
-    const int rows = grid.Rows();
-    for (int r = 1; r < rows; ++r) {
-        const QByteArray packed = grid.packedRow(r);
-        // the first eight cells, each followed by 0x7F
-        int cells = 0;
-        qsizetype start = 0;
-        while (cells < 8 && start < packed.size()) {
-            const qsizetype sep = packed.indexOf(MessageGrid::Sep, start);
-            const qsizetype end = sep < 0 ? packed.size() : sep;
-            f.append(packed.constData() + start, end - start);
-            if (sep < 0)
-                break;
-            f.append(MessageGrid::Sep);
-            ++cells;
-            start = sep + 1;
-        }
-        for (; cells < 8; ++cells)
-            f.append(MessageGrid::Sep);
-        f.endLine();
-    }
-    return f.commit();
 }
 
 namespace {
@@ -213,15 +184,6 @@ QByteArray cacheLineToRow(const QByteArray &line)
     return row;
 }
 
-void MessageCacheReader::next(QVector<QByteArray> &rows, qint64 blockBytes)
-{
-    // empty lines and lines that begin with 0x7F hold no message
-    m_lines.next([&rows](const char *line, qsizetype size) {
-        if (size > 0 && line[0] != MessageGrid::Sep)
-            rows.append(cacheLineToRow(QByteArray(line, size)));
-    }, blockBytes);
-}
-
 ArenaCacheReader::ArenaCacheReader(const QString &path)
     : m_arena(std::make_shared<RowArena>())
 {
@@ -293,16 +255,6 @@ void ArenaCacheReader::next(QVector<QByteArray> &rows, qint64 blockBytes)
         line(m_carry, m_carrySize, rows);
         m_carrySize = 0;
     }
-}
-
-bool readMessageCache(const QString &path, QVector<QByteArray> &rows)
-{
-    MessageCacheReader r(path);
-    if (!r.isOpen())
-        return false;
-    while (!r.atEnd())
-        r.next(rows);
-    return true;
 }
 
 } // namespace listing

@@ -1,6 +1,4 @@
 #pragma once
-#include "ui/LineReader.h"
-
 #include <QByteArray>
 #include <QString>
 #include <QVector>
@@ -19,21 +17,6 @@ namespace listing {
 
 // application directory + "/" + tag + "-" + tag + "-" + group + ".tmp"
 QString messageCacheFile(const QString &serverTag, const QString &group);
-// Rows 1..last of the grid (the empty last row included).
-bool writeMessageCache(const QString &path, const MessageGrid &grid);
-// The message lines of the file as packed grid rows (cells separated by 0x7F, nine cells).
-bool readMessageCache(const QString &path, QVector<QByteArray> &rows);
-// Reads the file a block at a time, so that a long file can be read between yields.
-class MessageCacheReader {
-public:
-    explicit MessageCacheReader(const QString &path) : m_lines(path) {}
-    bool isOpen() const { return m_lines.isOpen(); }
-    bool atEnd() const { return m_lines.atEnd(); }
-    // Appends the message lines of the next block (about blockBytes) as packed rows.
-    void next(QVector<QByteArray> &rows, qint64 blockBytes = 4 << 20);
-private:
-    LineReader m_lines;
-};
 // Writes a cache file on a thread of its own from pieces of text that stay where they are (the
 // chunks of the arena a listing builds its rows in), so that the listing neither copies its rows
 // again nor waits for the disk. The file replaces the old one when the write is finished.
@@ -65,8 +48,9 @@ private:
 // ended: before a cache file is read or deleted.
 void waitForCacheWrites(const QString &path = QString());
 
-// The same, reading the file straight into an arena: a line that already has the row's form
-// (eight cells, each followed by 0x7F) becomes a row in place, without a copy of its own.
+// Reads a cache file a block at a time (so that a long file can be read between yields),
+// straight into an arena: a line that already has the row's form (eight cells, each followed by
+// 0x7F) becomes a row in place, without a copy of its own; other lines are put into that form.
 class ArenaCacheReader {
 public:
     explicit ArenaCacheReader(const QString &path);

@@ -45,8 +45,6 @@ void MessageList::fetchRows(NewsTransport &t, const QString &cache)
     // them. The requested range bounds what is listed.
     const double span = m.S.LastArticle - m.S.FirstArticle + 1;
     const qint64 maxRows = span + 1 >= 9e18 ? std::numeric_limits<qint64>::max() : qint64(span + 1);
-    m_builtCache = false;
-    m_presorted = false;
     QPointer<NewsTransport> tp(&t);
     RowBuilder builder(qMax<qint64>(0, maxRows), cache);
     builder.setWake([] { QMetaObject::invokeMethod(qApp, [] {}, Qt::QueuedConnection); });
@@ -115,8 +113,6 @@ void MessageList::fetchRows(NewsTransport &t, const QString &cache)
         rows.append(QByteArray(MessageGrid::Cols - 1, MessageGrid::Sep));
         m.grid->keepArena(builder.arena());
         m.grid->resetRows(std::move(rows));
-        m_builtCache = builder.cacheWritten();
-        m_presorted = true;
     } else {
         m.grid->ResizeGrid();
     }
@@ -226,18 +222,12 @@ bool MessageList::ListMessages(bool useCache)
                 }
                 if (m.S.TransportError == 0) {
                     m.setStatus(2, QString());
-                    // the builder wrote the cache while the rows arrived; the order is ready too
-                    if (!m_builtCache)
-                        listing::writeMessageCache(cache, *m.grid);
+                    // the cache is written from the rows as they were built (it ends in the background)
                     if (m.grid->Rows() > 2)
                         m.grid->SetRows(m.grid->Rows() - 1);
                     if (m.grid->Rows() > 1) {
-                        // the builder gave the rows in this order already
-                        if (!m_presorted) {
-                            m.MSHResults->setUpdatesEnabled(false);
-                            m.grid->sortRows(6, false, 7, Qt::CaseInsensitive);
-                            m.MSHResults->setUpdatesEnabled(true);
-                        }
+                        // the rows came from the builder already in the listing's order (newest
+                        // first by column 6, then 7)
                         m.MSHResults->selectRow(0);
                     }
                     if (m.groups)

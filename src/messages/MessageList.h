@@ -23,7 +23,5 @@ private:
     // FetchHeaders of the range, rows into the grid while they stream, cache and order built aside
     void fetchRows(NewsTransport &t, const QString &cache);
     frmMain &m;
-    bool m_builtCache = false;
-    bool m_presorted = false;   // the last fetch gave its rows in the listing's order
     bool m_listing = false;
 };

@@ -73,12 +73,6 @@ QList<QByteArray> RowBuilder::takeSpentBlocks()
     return out;
 }
 
-bool RowBuilder::cacheWritten() const
-{
-    std::lock_guard<std::mutex> g(m_mx);
-    return m_cacheWritten;
-}
-
 qint64 RowBuilder::pendingBytes() const
 {
     std::lock_guard<std::mutex> g(m_mx);
@@ -186,7 +180,6 @@ void RowBuilder::run()
         {
             std::lock_guard<std::mutex> g(m_mx);
             m_sorted = std::move(sorted);
-            m_cacheWritten = keep;
             m_done = true;
         }
         m_progress.notify_all();

@@ -64,10 +64,9 @@ public:
     void finish(bool keepCache);
     bool done() const;
     // After done(): all rows built in the listing's order (descending by column 6, then 7,
-    // ignoring case, stable; they refer to arena() in place), and whether the cache file is
-    // being written (it ends in the background: listing::waitForCacheWrites).
+    // ignoring case, stable; they refer to arena() in place). The cache file may still be
+    // being written: listing::waitForCacheWrites.
     QVector<QByteArray> takeSortedRows();
-    bool cacheWritten() const;
     qint64 rowsBuilt() const;
     // Bytes of records fed and not yet built. waitBelow blocks the caller until they are at
     // most bytes, or at most ms milliseconds (the reader's back-pressure).
@@ -87,7 +86,7 @@ private:
     std::condition_variable m_progress;
     qint64 m_pending = 0;
     std::vector<Batch> m_queue;
-    bool m_finish = false, m_keepCache = false, m_done = false, m_quit = false, m_cacheWritten = false;
+    bool m_finish = false, m_keepCache = false, m_done = false, m_quit = false;
     QVector<QByteArray> m_sorted;
     QList<QByteArray> m_spent;
     std::shared_ptr<listing::CacheWriter> m_writer;

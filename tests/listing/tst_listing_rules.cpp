@@ -4,10 +4,12 @@
 #include "messages/HeaderRows.h"
 #include "messages/MessageCache.h"
 #include "messages/MessageGrid.h"
+#include "messages/RowArena.h"
 #include "messages/RowBuilder.h"
 #include "news/transport/NewsMessage.h"
 #include "ui/ItemList.h"
 #include "ui/Prompter.h"
+#include "support/TextFile.h"
 
 #include <QFile>
 #include <QTableView>
@@ -72,66 +74,62 @@ private slots:
         QCOMPARE(rowCells(7, {})[6], QString());
     }
 
+    // The message rows of a cache file's text, line by line: what a reader must give.
+    static QVector<QByteArray> cacheRows(const QByteArray &text)
+    {
+        QVector<QByteArray> rows;
+        for (QByteArray line : text.split('\n')) {
+            if (line.endsWith('\r'))
+                line.chop(1);
+            if (!line.isEmpty() && line[0] != '\x7f')
+                rows.append(cacheLineToRow(line));
+        }
+        return rows;
+    }
+    static QVector<QByteArray> readInBlocks(const QString &path, qint64 block)
+    {
+        ArenaCacheReader r(path);
+        QVector<QByteArray> rows;
+        while (!r.atEnd())
+            r.next(rows, block);
+        return rows;
+    }
+
     void cacheLinesRoundTripAndSkipNonMessages()
     {
-        MessageGrid g;
-        g.SetRows(1);
-        g.appendRow({"10", "11/16/2003", "subj \xc3\xa4", "from", "path", "<id>", "2003/11/16 21:54:12", "<ref>", "256"});
-        g.appendRow({"11", "", "no date", "", "", "<x>", "<x>", ""});
-        g.appendRow({});   // the empty row that ends a listing
+        // a cache file as a listing writes it: the eight cells each followed by 0x7F, then the
+        // empty row that ends the listing
         QTemporaryDir dir;
         const QString path = dir.filePath("cache.tmp");
-        QVERIFY(writeMessageCache(path, g));
-        QFile f(path);
-        QVERIFY(f.open(QIODevice::ReadOnly));
-        const QList<QByteArray> lines = f.readAll().split('\n');
-        QCOMPARE(lines[0].count('\x7f'), 8);
-        QVERIFY(lines[0].endsWith('\x7f'));
-        QCOMPARE(lines[2], QByteArray(8, '\x7f'));   // the empty row: skipped when read
-        QVector<QByteArray> rows;
-        QVERIFY(readMessageCache(path, rows));
+        QVERIFY(testfile::writeFile(path, "10\x7f" "11/16/2003\x7fsubj \xc3\xa4\x7f" "from\x7fpath\x7f<id>\x7f"
+                                          "2003/11/16 21:54:12\x7f<ref>\x7f\n11\x7f\x7fno date\x7f\x7f\x7f<x>\x7f<x>\x7f\x7f\n" +
+                                              QByteArray(8, '\x7f') + "\n"));
+        const QVector<QByteArray> rows = readInBlocks(path, 1 << 20);
         QCOMPARE(rows.size(), 2);
         QCOMPARE(MessageGrid::cellOf(rows[0], 2), QByteArray("subj \xc3\xa4"));
+        QCOMPARE(MessageGrid::cellOf(rows[0], 7), QByteArray("<ref>"));
         QCOMPARE(MessageGrid::cellOf(rows[0], 8), QByteArray());   // the mark is not cached
         QCOMPARE(MessageGrid::cellOf(rows[1], 6), QByteArray("<x>"));
         // read in blocks that end inside lines and between CR and LF: the same rows
-        QFile crlf(dir.filePath("crlf.tmp"));
-        QVERIFY(crlf.open(QIODevice::WriteOnly));
         QByteArray text;
         for (int i = 1; i <= 50; ++i)
             text += QByteArray::number(i) + "\x7f" "d\x7fsubject " + QByteArray::number(i) + "\x7f\r\n" + (i % 7 ? "" : "\x7f\x7f\r\n");
         text += "51\x7f" "d\x7flast line without end";
-        crlf.write(text);
-        crlf.close();
-        QVector<QByteArray> whole;
-        QVERIFY(readMessageCache(crlf.fileName(), whole));
+        QVERIFY(testfile::writeFile(dir.filePath("crlf.tmp"), text));
+        QVector<QByteArray> whole = cacheRows(text);
         QCOMPARE(whole.size(), 51);
         QCOMPARE(MessageGrid::cellOf(whole.last(), 2), QByteArray("last line without end"));
-        for (int block : {1, 2, 3, 7, 64}) {
-            MessageCacheReader r(crlf.fileName());
-            QVector<QByteArray> parts;
-            while (!r.atEnd())
-                r.next(parts, block);
-            QCOMPARE(parts, whole);
-        }
-        // the reader that keeps rows in place gives the same rows, also for lines of other
-        // forms (too few cells, too many, no 0x7F at the end) and blocks ending anywhere
+        for (int block : {1, 2, 3, 7, 64})
+            QCOMPARE(readInBlocks(dir.filePath("crlf.tmp"), block), whole);
+        // rows kept in place and rows put into form agree, also for lines of other forms (too
+        // few cells, too many, no 0x7F at the end) and blocks ending anywhere
         text = "7\x7f" "d\x7fs\x7f" "f\x7fp\x7fid\x7fsort\x7fref\x7f\n" + text.left(text.size() - 5) +
                "\n8\x7f" "a\x7f" "b\x7f" "c\x7f" "d\x7f" "e\x7f" "f\x7f" "g\x7fextra\x7fmore\x7f\n9\x7f" "d\x7fno end mark\n\n10\x7f";
-        QVERIFY(crlf.open(QIODevice::WriteOnly | QIODevice::Truncate));
-        crlf.write(text);
-        crlf.close();
-        whole.clear();
-        QVERIFY(readMessageCache(crlf.fileName(), whole));
+        QVERIFY(testfile::writeFile(dir.filePath("crlf.tmp"), text));
+        whole = cacheRows(text);
         QCOMPARE(whole.size(), 55);
-        for (int block : {1, 2, 3, 7, 64, 1 << 20}) {
-            ArenaCacheReader r(crlf.fileName());
-            QVERIFY(r.isOpen());
-            QVector<QByteArray> parts;
-            while (!r.atEnd())
-                r.next(parts, block);
-            QCOMPARE(parts, whole);
-        }
+        for (int block : {1, 2, 3, 7, 64, 1 << 20})
+            QCOMPARE(readInBlocks(dir.filePath("crlf.tmp"), block), whole);
     }
 
     // Overview lines go straight to packed rows on the fast path; the cells must be exactly those
@@ -155,6 +153,7 @@ private slots:
         std::mt19937 rnd(7);
         auto pick = [&](const QList<QByteArray> &l) { return l.at(int(rnd() % l.size())); };
         int n = 0;
+        RowArena arena;
         for (int i = 0; i < 3000; ++i) {
             const bool full = i % 2;
             const OverviewFormat &fmt = full ? withPath : plain;
@@ -182,12 +181,15 @@ private slots:
                     a.Message.Headers.append(NewsTransportHeader{"Path", textFromBytes(path)});
                 expected = MessageGrid::packRow(rowCells(a.Number, a.Message.Headers));
             }
-            QByteArray row;
-            const bool ok = overviewToRow(line.constData(), line.size(), fmt, overviewColumns(fmt),
-                                          path.isEmpty() ? nullptr : path.constData(), path.size(), row);
+            ArenaRow r;
+            const bool ok = overviewToArena(line.constData(), line.size(), fmt, overviewColumns(fmt),
+                                            path.isEmpty() ? nullptr : path.constData(), path.size(), arena, r);
             QCOMPARE(ok, parsed);
             if (ok) {
-                QCOMPARE(row, expected);
+                QCOMPARE(QByteArray(r.row.constData(), r.row.size()), expected);
+                QCOMPARE(r.row.constData()[r.row.size()], '\n');   // each row is its own cache line
+                QCOMPARE(r.sortCell, MessageGrid::cellView(expected, 6));
+                QCOMPARE(r.refCell, MessageGrid::cellView(expected, 7));
                 ++n;
             }
         }
