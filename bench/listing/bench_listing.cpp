@@ -2,7 +2,8 @@
 // writes answers built once in memory, in 1 MiB blocks, straight from that memory.
 //
 //  (a) MessageList::ListMessages (NewMsgs 0) on an offscreen main window: from the request
-//      to a filled, sorted grid with its cache file written, against
+//      to a filled, sorted grid (the cache file is finished behind it: how long after is shown),
+//      against
 //  (b) a plain reader receiving the same OVER answer over the same loopback (blocking recv
 //      into one buffer; a QTcpSocket reader is shown too), same run, alternating rounds;
 //  (c) the peak memory of the listing (VmHWM growth) against the size of the overview text;
@@ -12,12 +13,16 @@
 //
 // Usage: bench_listing [rows [groups [rounds]]]    (defaults 1000000, 100000, 3)
 // Run through bench/listing/run.sh (offscreen, private settings and application directory).
+// For profiling: BENCH_LISTING_ONLY=1 stops after (a)-(c); BENCH_PARSE=1 times the row building
+// alone on one thread (BENCH_PASSES passes; BENCH_DATES=1 also the date parser by itself).
 #include "app/frmMain.h"
 #include "groups/GroupList.h"
 #include "messages/HeaderRows.h"
 #include "messages/MessageCache.h"
 #include "messages/MessageGrid.h"
 #include "messages/MessageList.h"
+#include "messages/OverviewRows.h"
+#include "messages/RowBuilder.h"
 #include "messages/RowArena.h"
 #include "news/Session.h"
 #include "news/transport/NewsTransport.h"
@@ -303,29 +308,59 @@ int main(int argc, char **argv)
                     QByteArray::number(last) + ' ' + QByteArray::number(first) + " y\r\n";
     }
     const qint64 overviewBytes = a.over.size();
-    if (qEnvironmentVariableIsSet("BENCH_PARSE")) {   // the row building alone, one thread
+    if (qEnvironmentVariableIsSet("BENCH_PARSE")) {   // the row building alone, one thread, a few passes
         const OverviewFormat fmt = OverviewFormat::fromLines({"Subject:", "From:", "Date:", "Message-ID:", "References:",
                                                               ":bytes", ":lines", "Xref:full", "Path:full"});
-        const QList<qint8> cols = listing::overviewColumns(fmt);
-        QElapsedTimer clock;
-        clock.start();
-        QVector<QByteArray> built;
-        built.reserve(rows);
-        RowArena arena;
-        listing::ArenaRow row;
-        for (qint64 n = 0; n < rows; ++n) {
-            listing::overviewToArena(a.over.constData() + a.offsets[n], a.offsets[n + 1] - a.offsets[n] - 2, fmt, cols,
-                                     nullptr, 0, arena, row);
-            built.append(row.row);
+        // the answer in blocks of whole lines, as the transport hands it over
+        std::vector<QByteArray> blocks;
+        for (qsizetype at = 0; at < a.over.size();) {
+            qsizetype end = std::min<qsizetype>(at + (1 << 20), a.over.size());
+            if (end < a.over.size())
+                end = a.over.lastIndexOf('\n', end - 1) + 1;
+            blocks.push_back(a.over.mid(at, end - at));
+            at = end;
         }
-        const double t1 = clock.nsecsElapsed() / 1e9;
-        std::vector<MessageGrid::SortKey> keys;
-        for (qint64 n = 0; n < rows; ++n)
-            keys.push_back(MessageGrid::sortKey(built[n], 6, 7, Qt::CaseInsensitive, quint32(n)));
-        const double t2 = clock.nsecsElapsed() / 1e9;
-        MessageGrid::sortKeys(keys, built, 6, false, 7, Qt::CaseInsensitive);
-        const double t3 = clock.nsecsElapsed() / 1e9;
-        std::printf("build %.3f s, keys %.3f s, sort %.3f s\n", t1, t2 - t1, t3 - t2);
+        if (qEnvironmentVariableIsSet("BENCH_DATES")) {
+            std::vector<std::pair<const char *, qsizetype>> dates;
+            for (qint64 n = 0; n < rows; ++n) {
+                const char *l = a.over.constData() + a.offsets[n];
+                const char *t = l;
+                for (int k = 0; k < 3; ++k)
+                    t = static_cast<const char *>(std::memchr(t, '\t', 400)) + 1;
+                const char *te = static_cast<const char *>(std::memchr(t, '\t', 400));
+                dates.emplace_back(t, te - t);
+            }
+            for (int pass = 0; pass < 5; ++pass) {
+                QElapsedTimer clock;
+                clock.start();
+                quint64 sum = 0;
+                char d[10], so[19];
+                for (size_t i = 0; i < dates.size(); ++i) {
+                    const auto &x = dates[i % 1000];   // a set that stays in the cache, as a line being built does
+                    quint64 k = 0;
+                    sum += listing::OverviewRows::quickDate(x.first, x.second, 400, d, so, k) ? k : 1;
+                }
+                std::printf("dates: %.1f ns each (%llu)\n", clock.nsecsElapsed() / double(dates.size()), (unsigned long long)sum);
+            }
+        }
+        const int passes = qEnvironmentVariableIsSet("BENCH_PASSES") ? qEnvironmentVariableIntValue("BENCH_PASSES") : 4;
+        for (int pass = 0; pass < passes; ++pass) {
+            QElapsedTimer clock;
+            clock.start();
+            const double c0 = processCpu();
+            RowArena arena;
+            listing::OverviewRows maker(fmt);
+            listing::ListingOrder order;
+            order.reserve(rows);
+            qint64 built = 0;
+            for (const QByteArray &b : blocks)
+                built += maker.build(b.constData(), b.size(), nullptr, arena, order, rows - built);
+            const double t1 = clock.nsecsElapsed() / 1e9, c1 = processCpu();
+            const QVector<QByteArray> sorted = order.takeSorted(1);
+            const double t2 = clock.nsecsElapsed() / 1e9;
+            std::printf("pass %d: %lld rows built in %.3f s (%.0f ns a row, cpu %.3f s), ordered in %.3f s\n", pass + 1,
+                        (long long)built, t1, t1 * 1e9 / double(built), c1 - c0, t2 - t1);
+        }
         return 0;
     }
     Server server(a);
@@ -378,6 +413,7 @@ int main(int argc, char **argv)
         clock.start();
         w.messages->ListMessages(false);
         const double secs = clock.nsecsElapsed() / 1e9;
+        probeEnd();   // the wait for the cache file below blocks the benchmark, not the program
         listing::waitForCacheWrites();
         cacheLag = clock.nsecsElapsed() / 1e9 - secs;
         if (qEnvironmentVariableIsSet("BENCH_DEBUG"))
@@ -417,7 +453,7 @@ int main(int argc, char **argv)
         const double c1 = processCpu();
         const double l = listing();
         cpuList.push_back(processCpu() - c1);
-        const qint64 gap = probeEnd();
+        const qint64 gap = worstGap;
         if (r == 0 && peakReset)
             peakGrowthKb = procStatusKb("VmHWM:") - rssBefore;
         ok = ok && check();

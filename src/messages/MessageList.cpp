@@ -67,6 +67,16 @@ void MessageList::fetchRows(NewsTransport &t, const QString &cache)
             m.setStatus(2, QStringLiteral("~%1 So Far").arg(built / 100 * 100));
     };
     t.SetRawOverview(true);
+    // full blocks go to the builder as they fill, also in the middle of a long read
+    t.SetOverviewSink([&builder, tp](NewsTransport::OverviewText &&block) {
+        if (!tp)
+            return;
+        for (QByteArray &b : builder.takeSpentBlocks())
+            tp->ReturnOverviewBlock(std::move(b));
+        QList<NewsTransport::OverviewText> one;
+        one.append(std::move(block));
+        builder.feed(std::move(one), tp->OverviewFormatInUse());
+    });
     t.FetchHeaders(qint64(m.S.FirstArticle), qint64(m.S.LastArticle));
     QElapsedTimer slice, shown;
     slice.start();

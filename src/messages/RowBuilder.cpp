@@ -2,6 +2,7 @@
 
 #include "messages/HeaderRows.h"
 #include "messages/MessageCache.h"
+#include "messages/OverviewRows.h"
 #include "messages/RowArena.h"
 
 
@@ -26,15 +27,15 @@ RowBuilder::~RowBuilder()
     m_thread.join();
 }
 
-void RowBuilder::feed(QList<QByteArray> blocks, const OverviewFormat &fmt)
+void RowBuilder::feed(QList<NewsTransport::OverviewText> blocks, const OverviewFormat &fmt)
 {
     bool any = false;
     {
         std::lock_guard<std::mutex> g(m_mx);
-        for (QByteArray &b : blocks) {
-            if (b.isEmpty())
+        for (NewsTransport::OverviewText &b : blocks) {
+            if (b.text.isEmpty())
                 continue;
-            m_pending += b.size();
+            m_pending += b.text.size();
             m_queue.push_back(Batch{std::move(b), fmt});
             any = true;
         }
@@ -101,16 +102,10 @@ void RowBuilder::run()
             m_writer->add(c.data, c.used);
         }
     };
-    // every row built, for the final order (refers to the arena); room for the rows asked for
-    const qsizetype expected = qsizetype(qMin<qint64>(m_maxRows, 4 << 20));
-    QVector<QByteArray> all;
-    all.reserve(expected);
-    adviseHugePages(all.constData(), expected * qsizetype(sizeof(QByteArray)));
     listing::ListingOrder order;
-    order.reserve(expected);
+    order.reserve(qsizetype(qMin<qint64>(m_maxRows, 4 << 20)));   // room for the rows asked for
     OverviewFormat lastFmt;
-    QList<qint8> columns;
-    bool haveColumns = false;
+    std::unique_ptr<listing::OverviewRows> rows;
     qint64 built = 0;
 
     for (;;) {
@@ -126,36 +121,19 @@ void RowBuilder::run()
             keep = m_keepCache;
         }
         for (Batch &b : work) {
-            if (!haveColumns || b.fmt.names != lastFmt.names || b.fmt.full != lastFmt.full || b.fmt.hasPath != lastFmt.hasPath) {
+            if (!rows || b.fmt.names != lastFmt.names || b.fmt.full != lastFmt.full || b.fmt.hasPath != lastFmt.hasPath) {
                 lastFmt = b.fmt;
-                columns = listing::overviewColumns(lastFmt);
-                haveColumns = true;
+                rows = std::make_unique<listing::OverviewRows>(lastFmt);
             }
-            const char *p = b.records.constData();
-            const char *end = p + b.records.size();
-            listing::ArenaRow r;
-            while (p + 8 <= end && built < m_maxRows) {
-                quint32 sizes[2];
-                std::memcpy(sizes, p, sizeof sizes);
-                const char *line = p + 8;
-                const char *path = line + sizes[0];
-                p = path + sizes[1];
-                if (p > end)
-                    break;
-                if (!listing::overviewToArena(line, sizes[0], lastFmt, columns, sizes[1] ? path : nullptr, sizes[1], *m_arena, r))
-                    continue;
-                order.add(r.sortCell, r.refCell);
-                all.append(r.row);
-                ++built;
-            }
-            const qint64 consumed = b.records.size();
-            writeChunks(m_arena->chunkCount() - 1);
+            built += rows->build(b.text.text.constData(), b.text.text.size(), b.text.paths.get(), *m_arena, order,
+                                 m_maxRows - built);
+            const qint64 consumed = b.text.text.size();
             {
                 std::lock_guard<std::mutex> g(m_mx);
                 m_built = built;
                 m_pending -= consumed;
                 if (m_spent.size() < 16)
-                    m_spent.append(std::move(b.records));
+                    m_spent.append(std::move(b.text.text));
             }
             m_progress.notify_all();
         }
@@ -163,20 +141,9 @@ void RowBuilder::run()
             m_wake();
         if (!finishing)
             continue;
-        // the end: the cache file and the order
-        if (keep) {
-            writeChunks(m_arena->chunkCount());
-            static const char emptyRow[] = "\x7f\x7f\x7f\x7f\x7f\x7f\x7f\x7f\n";   // the grid's empty last row
-            m_writer->add(emptyRow, 9);
-        }
-        m_writer->finish(keep);
-        const std::vector<quint32> idx = order.order(all);
-        QVector<QByteArray> sorted;
-        sorted.reserve(all.size() + 1);   // and the grid's empty last row
-        adviseHugePages(sorted.constData(), all.size() * qsizetype(sizeof(QByteArray)));
-        for (const quint32 i : idx)
-            sorted.append(all[i]);
-        all = QVector<QByteArray>();
+        // the end: the order, then the cache file. The file is written only now, behind the grid:
+        // while the answer streams in, the processor is the reader's and the builder's.
+        QVector<QByteArray> sorted = order.takeSorted(1);   // and room for the grid's empty last row
         {
             std::lock_guard<std::mutex> g(m_mx);
             m_sorted = std::move(sorted);
@@ -185,11 +152,18 @@ void RowBuilder::run()
         m_progress.notify_all();
         if (m_wake)
             m_wake();
+        if (keep) {
+            writeChunks(m_arena->chunkCount());
+            static const char emptyRow[] = "\x7f\x7f\x7f\x7f\x7f\x7f\x7f\x7f\n";   // the grid's empty last row
+            m_writer->add(emptyRow, 9);
+        }
+        m_writer->finish(keep);
+        m_writerDone = true;
         std::unique_lock<std::mutex> g(m_mx);
         m_cv.wait(g, [&] { return m_quit; });
         break;
     }
-    if (!m_done)
+    if (!m_writerDone)
         m_writer->finish(false);
 }
 
@@ -199,53 +173,57 @@ namespace listing {
 
 namespace {
 
-constexpr quint64 Top = (quint64(1) << 48) - 1;   // above every yyyymmddhhmmss
-
-// "yyyy/mm/dd hh:mm:ss" as the number yyyymmddhhmmss: among texts of this one form the
-// numbers order exactly as the texts do. False for any other text.
-bool dateNumber(QByteArrayView v, quint64 &n)
+// "yyyy/mm/dd hh:mm:ss" with every field in its range as its number. False for any other text.
+bool dateKeyOf(QByteArrayView v, quint64 &key)
 {
     if (v.size() != 19)
         return false;
     static const char shape[] = "dddd/dd/dd dd:dd:dd";
-    n = 0;
+    int f[6] = {}, k = 0;
     for (int i = 0; i < 19; ++i) {
         const char c = v[i];
         if (shape[i] == 'd') {
             if (c < '0' || c > '9')
                 return false;
-            n = n * 10 + quint64(c - '0');
+            f[k] = f[k] * 10 + (c - '0');
         } else if (c != shape[i]) {
             return false;
+        } else {
+            ++k;
         }
     }
+    if (f[1] > 12 || f[2] > 31 || f[3] > 23 || f[4] > 59 || f[5] > 60)
+        return false;
+    key = ListingOrder::dateKey(f[0], f[1], f[2], f[3], f[4], f[5]);
     return true;
 }
 
 using Item = ListingOrder::Item;
 
-// Stable LSD radix sort of n items by key, 12 bits a pass, over the bits in which the keys
-// differ (the keys are made relative to the smallest first); passes in which every key has the
-// same digit are skipped. The result is in items or in tmp: the one returned.
+constexpr quint64 kDateTop = (quint64(1) << 48) - 1;   // above every date's number
+
+// Stable LSD radix sort of n items by key >> 16, 12 bits a pass, over the bits in which those
+// differ (made relative to the smallest); passes in which every item has the same digit are
+// skipped. The result is in items or in tmp: the one returned.
 Item *radixSort(Item *items, Item *tmp, size_t n)
 {
-    quint64 lo = items[0].key, hi = items[0].key;
+    quint64 lo = items[0].key >> 16, hi = lo;
     for (size_t i = 1; i < n; ++i) {
-        lo = std::min(lo, items[i].key);
-        hi = std::max(hi, items[i].key);
+        const quint64 k = items[i].key >> 16;
+        lo = std::min(lo, k);
+        hi = std::max(hi, k);
     }
-    for (size_t i = 0; i < n; ++i)
-        items[i].key -= lo;
     int bits = 0;
     while (bits < 64 && ((hi - lo) >> bits) != 0)
         ++bits;
     constexpr int Bits = 12, Buckets = 1 << Bits;
     std::vector<quint32> count(Buckets);
     for (int shift = 0; shift < bits; shift += Bits) {
+        auto digit = [&](const Item &it) { return size_t((((it.key >> 16) - lo) >> shift) & (Buckets - 1)); };
         std::fill(count.begin(), count.end(), 0);
         for (size_t i = 0; i < n; ++i)
-            ++count[(items[i].key >> shift) & (Buckets - 1)];
-        if (count[(items[0].key >> shift) & (Buckets - 1)] == n)
+            ++count[digit(items[i])];
+        if (count[digit(items[0])] == n)
             continue;
         quint32 sum = 0;
         for (quint32 &c : count) {
@@ -254,7 +232,7 @@ Item *radixSort(Item *items, Item *tmp, size_t n)
             sum += k;
         }
         for (size_t i = 0; i < n; ++i)
-            tmp[count[(items[i].key >> shift) & (Buckets - 1)]++] = items[i];
+            tmp[count[digit(items[i])]++] = items[i];
         std::swap(items, tmp);
     }
     return items;
@@ -264,7 +242,7 @@ Item *radixSort(Item *items, Item *tmp, size_t n)
 
 void ListingOrder::reserve(qsizetype n)
 {
-    if (!m_allDates || n * qsizetype(sizeof(Item)) <= m_items.size())
+    if (n * qsizetype(sizeof(Item)) <= m_items.size())
         return;
     ScratchBuffer bigger(n * qsizetype(sizeof(Item)));
     if (m_count > 0)
@@ -272,73 +250,88 @@ void ListingOrder::reserve(qsizetype n)
     m_items.swap(bigger);
 }
 
-void ListingOrder::add(QByteArrayView sortCell, QByteArrayView refCell)
+void ListingOrder::add(const char *row, qsizetype size, QByteArrayView sortCell, QByteArrayView refCell, const quint64 *key)
 {
-    if (!m_allDates) {
-        ++m_count;
-        return;
-    }
-    quint64 n = 0;
-    if (!dateNumber(sortCell, n)) {
-        m_allDates = false;   // the general sort decides; the items are not needed
-        ScratchBuffer().swap(m_items);
-        ++m_count;
-        return;
-    }
     if ((m_count + 1) * qsizetype(sizeof(Item)) > m_items.size())
         reserve(qMax<qsizetype>(m_count * 2, 1 << 16));
-    quint64 k = 0;
-    const quint16 len = MessageGrid::cellKey(refCell, Qt::CaseInsensitive, k);
-    m_items.as<Item>()[m_count] = Item{Top - n, k, quint32(m_count), len};
-    ++m_count;
+    Item &it = m_items.as<Item>()[m_count++];
+    quint64 date = 0;
+    if (key) {
+        date = *key;
+    } else if (m_allDates && !dateKeyOf(sortCell, date)) {
+        m_allDates = false;   // the general sort decides
+    }
+    quint64 ref = 0;
+    const quint16 refLen = m_allDates ? MessageGrid::cellKey(refCell, Qt::CaseInsensitive, ref) : 0;
+    it.key = ((kDateTop - date) << 16) | refLen;   // newest first: ascending by the complement
+    it.ref = ref;
+    Q_ASSERT((quintptr(row) >> 48) == 0);
+    it.loc = quint64(quintptr(row)) | (quint64(qMin<qsizetype>(size, 0xFFFF)) << 48);
+    if (size >= 0xFFFF)
+        m_bigRows.insert(row, size);
 }
 
-std::vector<quint32> ListingOrder::order(const QVector<QByteArray> &rows)
+QByteArray ListingOrder::rowOf(const Item &it) const
 {
-    const size_t n = size_t(rows.size());
-    std::vector<quint32> out(n);
-    if (n == 0)
-        return out;
-    if (!m_allDates || size_t(m_count) != n) {
+    const char *row = reinterpret_cast<const char *>(quintptr(it.loc & ((quint64(1) << 48) - 1)));
+    const qsizetype size = qsizetype(it.loc >> 48);
+    return QByteArray::fromRawData(row, size == 0xFFFF ? m_bigRows.value(row) : size);
+}
+
+QVector<QByteArray> ListingOrder::takeSorted(qsizetype extra)
+{
+    const size_t n = size_t(m_count);
+    QVector<QByteArray> out;
+    out.reserve(qsizetype(n) + extra);
+    adviseHugePages(out.constData(), qsizetype(n) * qsizetype(sizeof(QByteArray)));
+    Item *items = m_items.as<Item>();
+    if (n == 0) {
+    } else if (!m_allDates) {
         // the general way
+        QVector<QByteArray> rows;
+        rows.reserve(qsizetype(n));
+        for (size_t i = 0; i < n; ++i)
+            rows.append(rowOf(items[i]));
         std::vector<MessageGrid::SortKey> keys;
         keys.reserve(n);
         for (size_t i = 0; i < n; ++i)
             keys.push_back(MessageGrid::sortKey(rows[qsizetype(i)], 6, 7, Qt::CaseInsensitive, quint32(i)));
         MessageGrid::sortKeys(keys, rows, 6, false, 7, Qt::CaseInsensitive);
-        for (size_t i = 0; i < n; ++i)
-            out[i] = keys[i].idx;
-        return out;
-    }
-    // newest first: ascending by the complement, which a stable sort keeps in row order on ties
-    ScratchBuffer spare(qsizetype(n * sizeof(Item)));
-    Item *items = radixSort(m_items.as<Item>(), spare.as<Item>(), n);
-    // equal dates: descending by the References, stable
-    auto refGreater = [&](const Item &x, const Item &y) {
-        if (x.ref != y.ref)
-            return x.ref > y.ref;
-        if (x.refLen != 0xFFFF && y.refLen != 0xFFFF)
-            return x.refLen > y.refLen;
-        return MessageGrid::compareCells(MessageGrid::cellView(rows[x.idx], 7), MessageGrid::cellView(rows[y.idx], 7),
-                                         Qt::CaseInsensitive) > 0;
-    };
-    for (size_t i = 0; i < n;) {
-        size_t j = i + 1;
-        bool differ = false;
-        while (j < n && items[j].key == items[i].key) {
-            if (items[j].ref != items[i].ref || items[j].refLen != items[i].refLen || items[j].refLen == 0xFFFF)
-                differ = true;
-            ++j;
+        for (const MessageGrid::SortKey &k : keys)
+            out.append(rows[k.idx]);
+    } else {
+        ScratchBuffer spare(qsizetype(n * sizeof(Item)));
+        items = radixSort(items, spare.as<Item>(), n);
+        // equal dates: descending by the References, stable
+        auto refGreater = [&](const Item &x, const Item &y) {
+            if (x.ref != y.ref)
+                return x.ref > y.ref;
+            const quint16 lx = quint16(x.key), ly = quint16(y.key);
+            if (lx != 0xFFFF && ly != 0xFFFF)
+                return lx > ly;
+            return MessageGrid::compareCells(MessageGrid::cellView(rowOf(x), 7), MessageGrid::cellView(rowOf(y), 7),
+                                             Qt::CaseInsensitive) > 0;
+        };
+        for (size_t i = 0; i < n;) {
+            const quint64 date = items[i].key >> 16;
+            size_t j = i + 1;
+            bool differ = false;
+            while (j < n && (items[j].key >> 16) == date) {
+                if (items[j].ref != items[i].ref || items[j].key != items[i].key || quint16(items[j].key) == 0xFFFF)
+                    differ = true;
+                ++j;
+            }
+            if (differ)
+                std::stable_sort(items + i, items + j, refGreater);
+            i = j;
         }
-        if (differ)
-            std::stable_sort(items + i, items + j, refGreater);
-        i = j;
+        for (size_t i = 0; i < n; ++i)
+            out.append(rowOf(items[i]));
     }
-    for (size_t i = 0; i < n; ++i)
-        out[i] = items[i].idx;
     ScratchBuffer().swap(m_items);
     m_count = 0;
     m_allDates = true;
+    m_bigRows.clear();
     return out;
 }
 

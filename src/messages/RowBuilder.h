@@ -2,8 +2,10 @@
 #include "messages/MessageGrid.h"
 #include "messages/RowArena.h"
 #include "news/transport/NewsMessage.h"
+#include "news/transport/NewsTransport.h"
 
 #include <QByteArray>
+#include <QHash>
 #include <QString>
 #include <QVector>
 #include <condition_variable>
@@ -17,44 +19,57 @@ namespace listing {
 
 class CacheWriter;
 
-// What the listing's order (descending by column 6, then by column 7, ignoring case, stable)
-// needs of each row, gathered while the rows are built. When every sortable date has the one
-// form "yyyy/mm/dd hh:mm:ss" (the usual case), the order is a radix sort of the dates as numbers
-// with the References breaking ties; otherwise it is the general key sort of the grid.
+// The listing's order (descending by column 6, then by column 7, ignoring case, stable), from what
+// is noted of each row as it is built. When every sortable date has the one form
+// "yyyy/mm/dd hh:mm:ss" (the usual case), it is a radix sort of the dates as numbers with the
+// References breaking ties; otherwise it is the general key sort of the grid.
 class ListingOrder {
 public:
-    void add(QByteArrayView sortCell, QByteArrayView refCell);
-    // rows: the rows added, in order of adding. Gives indexes into them.
-    std::vector<quint32> order(const QVector<QByteArray> &rows);
+    // A sortable date as a number that orders as its text does (fields within their ranges).
+    static quint64 dateKey(int year, int month, int day, int h, int mi, int s)
+    {
+        return ((((quint64(year) * 13 + quint64(month)) * 32 + quint64(day)) * 24 + quint64(h)) * 60 + quint64(mi)) * 61 +
+               quint64(s);
+    }
+    // row: a row of size bytes that stays where it is; sortCell and refCell: its columns 6 and 7;
+    // key: the number of its sortable date when the builder knows it, else null (it is read from
+    // sortCell).
+    void add(const char *row, qsizetype size, QByteArrayView sortCell, QByteArrayView refCell, const quint64 *key);
+    qsizetype count() const { return m_count; }
     void reserve(qsizetype n);
+    // The rows added, in the listing's order, with room for extra more; the order starts anew.
+    QVector<QByteArray> takeSorted(qsizetype extra);
 
     struct Item {
-        quint64 key;      // descending date as an ascending number
-        quint64 ref;      // the References' key, for ties
-        quint32 idx;
-        quint16 refLen;
+        quint64 key;   // the date's number << 16 | the References' length as cellKey gives it
+        quint64 ref;   // the References' key, for ties
+        quint64 loc;   // the row's address | its size (0xFFFF: look it up) << 48
     };
 
 private:
-    ScratchBuffer m_items;   // one Item per row, while every date has the one form
+    QByteArray rowOf(const Item &it) const;
+
+    ScratchBuffer m_items;   // one Item per row
     qsizetype m_count = 0;
     bool m_allDates = true;
+    QHash<const char *, qsizetype> m_bigRows;   // sizes of rows of 0xFFFF bytes and more
 };
 
 } // namespace listing
 
-// Builds grid rows from the transport's raw overview records on a thread of its own while the
-// answer is still being read: each record becomes one packed row in an arena (followed by a line
-// end, so the arena's chunks are the group's cache file as it goes to disk), and what the order
-// needs of it is kept, so that once the answer has ended only the order is left to compute.
+// Builds grid rows from the transport's overview text on a thread of its own while the answer is
+// still being read: each line becomes one packed row in an arena (followed by a line end, so the
+// arena's chunks are the group's cache file), and what the order needs of it is kept, so that
+// once the answer has ended only the order is left to compute. The chunks go to the cache writer
+// once the rows are handed over.
 class RowBuilder {
 public:
     // maxRows: rows beyond it are dropped (the requested range bounds a listing).
     RowBuilder(qint64 maxRows, const QString &cachePath);
     ~RowBuilder();   // stops and joins the thread; an unfinished cache file is dropped
 
-    // Any thread except the builder's. Records as NewsTransport::TakeOverviewRecords gives them.
-    void feed(QList<QByteArray> blocks, const OverviewFormat &fmt);
+    // Any thread except the builder's. Text as NewsTransport::TakeOverviewRecords gives it.
+    void feed(QList<NewsTransport::OverviewText> blocks, const OverviewFormat &fmt);
     // The memory the rows live in: whoever keeps rows keeps this too.
     std::shared_ptr<const RowArena> arena() const { return m_arena; }
     // Spent record blocks, for the reader to fill again.
@@ -78,7 +93,7 @@ public:
 private:
     void run();
     struct Batch {
-        QByteArray records;
+        NewsTransport::OverviewText text;
         OverviewFormat fmt;
     };
     mutable std::mutex m_mx;
@@ -87,6 +102,7 @@ private:
     qint64 m_pending = 0;
     std::vector<Batch> m_queue;
     bool m_finish = false, m_keepCache = false, m_done = false, m_quit = false;
+    bool m_writerDone = false;   // builder's thread only
     QVector<QByteArray> m_sorted;
     QList<QByteArray> m_spent;
     std::shared_ptr<listing::CacheWriter> m_writer;

@@ -305,6 +305,7 @@ private slots:
         const QStringList refs = {"", "", "<a@x>", "<A@X>", "<a@x> <b@x>", "<parent.1234567@example.org>",
                                   "<parent.1234567@example.org> <c@y>", "<PARENT.1234567@example.org>", "<b>"};
         QVector<QByteArray> rows;
+        rows.reserve(5000);   // the order refers to the rows in place
         listing::ListingOrder order;
         for (int i = 0; i < 5000; ++i) {
             const int d = int(rnd() % 40);
@@ -314,16 +315,22 @@ private slots:
             const QStringList cells = {QString::number(i), QString(), QString(), QString(), QString(), QString(),
                                        date, refs[int(rnd() % refs.size())], QString()};
             rows.append(MessageGrid::packRow(cells));
-            order.add(MessageGrid::cellView(rows.last(), 6), MessageGrid::cellView(rows.last(), 7));
+            // the builder gives the date's number for most rows; the order reads the others' text
+            const quint64 key = listing::ListingOrder::dateKey(2024 + d % 3, 1 + d % 9, 10 + d % 10, 12, d % 7, 0);
+            const QByteArray &row = rows.last();
+            order.add(row.constData(), row.size(), MessageGrid::cellView(row, 6), MessageGrid::cellView(row, 7),
+                      i % 3 && !(oneUndated && i == 2500) ? &key : nullptr);
         }
-        const std::vector<quint32> got = order.order(rows);
+        const QVector<QByteArray> got = order.takeSorted(1);
         MessageGrid grid;
         grid.SetRows(1);
         grid.appendRows(rows);
         grid.sortRows(6, false, 7, Qt::CaseInsensitive);
-        QCOMPARE(int(got.size()), int(rows.size()));
-        for (int r = 0; r < rows.size(); ++r)
-            QCOMPARE(rows[int(got[size_t(r)])], grid.packedRow(r + 1));
+        QCOMPARE(got.size(), rows.size());
+        for (int r = 0; r < rows.size(); ++r) {
+            QCOMPARE(got[r], grid.packedRow(r + 1));
+            QCOMPARE(got[r].constData(), rows[got[r].left(got[r].indexOf('\x7f')).toInt()].constData());   // in place
+        }
     }
 };
 

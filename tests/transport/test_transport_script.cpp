@@ -9,6 +9,8 @@
 #include <QProcess>
 #include <QSslConfiguration>
 #include <QTemporaryDir>
+#include <QTimer>
+#include <QPointer>
 #include <QtTest>
 
 namespace {
@@ -146,6 +148,7 @@ private slots:
     void tls_certificate_trust();
     void socks5_proxy();
     void non_utf8_status_and_huge_overview_row();
+    void raw_overview_text_as_sent();
 
 private:
     bool connectTo(NewsTransport &t, Recorder &r, ScriptServer &s, const QString &user = QString(),
@@ -1000,6 +1003,113 @@ void TestTransportScript::non_utf8_status_and_huge_overview_row()
     QCOMPARE(t.SelectedGroup().Count(), 1);
     QCOMPARE(t.SelectedGroup().Item(0).Message.header("References"), QString::fromLatin1(refs));
     QCOMPARE(t.SelectedGroup().Item(0).Message.header("Path"), QString());
+}
+
+// A long listing keeps the answer as text: whole lines as the server sent them, still
+// dot-stuffed, in blocks that each end at a line end, however the bytes arrive; the terminating
+// line is found across any split, and only there. Paths fetched apart travel with their range.
+void TestTransportScript::raw_overview_text_as_sent()
+{
+    ScriptServer s;
+    s.replies["GROUP"] = "211 9 1 9 a.b\r\n";
+    s.replies["LIST OVERVIEW.FMT"] = kStdFmt;
+    bool withPaths = false;
+    // the answer's body: CR LF and bare LF lines, dot-stuffed ones, a line of two dots, a line
+    // that starts like the end, and one longer than a block
+    const QByteArray body = overRow(1) + "2\tS\r\n" + "..5\tstuffed\r\n" + "..\r\n" + ".\tnot the end\n" + "3\tLF only\n" +
+                            "4\t" + QByteArray(3 << 20, 'x') + "\r\n" + overRow(9);
+    s.handler = [&](QTcpSocket *c, const QByteArray &line) {
+        if (line.startsWith("HDR Path ")) {
+            if (!withPaths) {
+                c->write("503 no\r\n");
+                return;
+            }
+            const QList<QByteArray> r = line.mid(9).split('-');
+            QByteArray out = "225 Path follows\r\n";
+            for (qint64 n = r.at(0).toLongLong(); n <= r.at(1).toLongLong(); ++n)
+                out += QByteArray::number(n) + " path" + QByteArray::number(n) + "\r\n";
+            c->write(out + ".\r\n");
+        } else if (line.startsWith("OVER ")) {
+            // in small pieces with pauses, so the reader sees every kind of split
+            const QByteArray all = "224 overview\r\n" + body + ".\r\n";
+            QPointer<QTcpSocket> sock(c);
+            qsizetype at = 0;
+            int step = 0;
+            while (at < all.size()) {
+                const qsizetype n = step % 3 == 0 ? 1 : step % 3 == 1 ? 7 : 100000;
+                const QByteArray piece = all.mid(at, n);
+                QTimer::singleShot(step, c, [sock, piece] {
+                    if (sock)
+                        sock->write(piece);
+                });
+                at += n;
+                ++step;
+            }
+        } else {
+            s.answer(c, line);
+        }
+    };
+    QVERIFY(s.start());
+    NewsTransport t;
+    Recorder r(&t);
+    QVERIFY(connectTo(t, r, s));
+    t.SelectGroup(QStringLiteral("a.b"));
+    QTRY_COMPARE(r.done.size(), 1);
+    for (const bool sink : {false, true}) {
+        t.SetRawOverview(true);
+        QList<NewsTransport::OverviewText> blocks;
+        if (sink)
+            t.SetOverviewSink([&](NewsTransport::OverviewText &&b) { blocks.append(std::move(b)); });
+        const qsizetype done = r.done.size();
+        t.FetchHeaders(1, 9);
+        QTRY_COMPARE_WITH_TIMEOUT(r.done.size(), done + 1, 20000);
+        QVERIFY(!r.done.last().error);
+        blocks += t.TakeOverviewRecords();
+        QByteArray text;
+        for (const NewsTransport::OverviewText &b : blocks) {
+            QVERIFY(b.text.endsWith('\n'));
+            QVERIFY(!b.paths);
+            text += b.text;
+        }
+        QCOMPARE(text.size(), body.size());
+        QVERIFY(text == body);
+        QVERIFY(blocks.size() >= 2);
+        QCOMPARE(t.SelectedGroup().Count(), 0);   // no parsed articles on the way
+        t.SetRawOverview(false);
+    }
+    // Paths fetched apart: each block carries those of its range only
+    withPaths = true;
+    t.SetPathChunk(4);
+    t.SetRawOverview(true);
+    const qsizetype done = r.done.size();
+    s.handler = [&](QTcpSocket *c, const QByteArray &line) {
+        if (line.startsWith("HDR Path ")) {
+            const QList<QByteArray> range = line.mid(9).split('-');
+            QByteArray out = "225 Path follows\r\n";
+            for (qint64 n = range.at(0).toLongLong(); n <= range.at(1).toLongLong(); ++n)
+                out += QByteArray::number(n) + " path" + QByteArray::number(n) + "\r\n";
+            c->write(out + ".\r\n");
+        } else if (line.startsWith("OVER ")) {
+            const QList<QByteArray> range = line.mid(5).split('-');
+            QByteArray out = "224 overview\r\n";
+            for (qint64 n = range.at(0).toLongLong(); n <= range.at(1).toLongLong(); ++n)
+                out += overRow(n);
+            c->write(out + ".\r\n");
+        } else {
+            s.answer(c, line);
+        }
+    };
+    t.FetchHeaders(1, 9);
+    QTRY_COMPARE(r.done.size(), done + 1);
+    const QList<NewsTransport::OverviewText> blocks = t.TakeOverviewRecords();
+    QCOMPARE(blocks.size(), 3);   // 1-4, 5-8, 9
+    for (int i = 0; i < 3; ++i) {
+        QVERIFY(blocks[i].paths);
+        QCOMPARE(blocks[i].paths->size(), i < 2 ? 4 : 1);
+        QCOMPARE(blocks[i].paths->value(4 * i + 1), "path" + QByteArray::number(4 * i + 1));
+        QVERIFY(blocks[i].text.startsWith(overRow(4 * i + 1)));
+    }
+    t.SetRawOverview(false);
 }
 
 QTEST_GUILESS_MAIN(TestTransportScript)

@@ -1,12 +1,14 @@
 #include "news/transport/NewsTransport.h"
 
 #include <QCryptographicHash>
+#include <QElapsedTimer>
 #include <QNetworkProxy>
 #include <QSslCertificate>
 #include <QSslError>
 #include <QSslSocket>
 
 #include <cstring>
+#include <immintrin.h>
 #include <sys/socket.h>
 
 namespace {
@@ -18,7 +20,7 @@ const QString kDisconnecting = QStringLiteral("Disconnecting from NNTP Server");
 // No real NNTP line comes near this; a peer that sends more without a line
 // end is not speaking NNTP.
 constexpr qsizetype kMaxLine = 16 * 1024 * 1024;
-constexpr qsizetype kRecordBlock = 1 << 20;   // raw overview records are handed over in blocks of this size
+constexpr qsizetype kTextBlock = 1 << 20;   // raw overview text is handed over in blocks of this size
 
 qint32 statusCode(const QByteArray &line)
 {
@@ -35,6 +37,51 @@ qint32 statusCode(const QByteArray &line)
         return 0;
     return code;
 }
+
+// The first LF in [p, p + n) that the next byte (also inside) is a '.' after: where a terminating
+// or dot-stuffed line may start. -1 when there is none.
+qsizetype findLfDotSse2(const char *p, qsizetype n)
+{
+    qsizetype i = 0;
+    const __m128i lf = _mm_set1_epi8('\n'), dot = _mm_set1_epi8('.');
+    for (; i + 17 <= n; i += 16) {
+        const __m128i a = _mm_loadu_si128(reinterpret_cast<const __m128i *>(p + i));
+        const __m128i b = _mm_loadu_si128(reinterpret_cast<const __m128i *>(p + i + 1));
+        const unsigned m = unsigned(_mm_movemask_epi8(_mm_and_si128(_mm_cmpeq_epi8(a, lf), _mm_cmpeq_epi8(b, dot))));
+        if (m)
+            return i + __builtin_ctz(m);
+    }
+    for (; i + 1 < n; ++i)
+        if (p[i] == '\n' && p[i + 1] == '.')
+            return i;
+    return -1;
+}
+
+__attribute__((target("avx2"))) qsizetype findLfDotAvx2(const char *p, qsizetype n)
+{
+    qsizetype i = 0;
+    const __m256i lf = _mm256_set1_epi8('\n'), dot = _mm256_set1_epi8('.');
+    for (; i + 65 <= n; i += 64) {
+        const __m256i a0 = _mm256_loadu_si256(reinterpret_cast<const __m256i *>(p + i));
+        const __m256i b0 = _mm256_loadu_si256(reinterpret_cast<const __m256i *>(p + i + 1));
+        const __m256i a1 = _mm256_loadu_si256(reinterpret_cast<const __m256i *>(p + i + 32));
+        const __m256i b1 = _mm256_loadu_si256(reinterpret_cast<const __m256i *>(p + i + 33));
+        const __m256i m0 = _mm256_and_si256(_mm256_cmpeq_epi8(a0, lf), _mm256_cmpeq_epi8(b0, dot));
+        const __m256i m1 = _mm256_and_si256(_mm256_cmpeq_epi8(a1, lf), _mm256_cmpeq_epi8(b1, dot));
+        if (!_mm256_testz_si256(_mm256_or_si256(m0, m1), _mm256_or_si256(m0, m1))) {
+            const quint64 m = quint64(unsigned(_mm256_movemask_epi8(m0))) | (quint64(unsigned(_mm256_movemask_epi8(m1))) << 32);
+            return i + __builtin_ctzll(m);
+        }
+    }
+    const qsizetype rest = findLfDotSse2(p + i, n - i);
+    return rest < 0 ? -1 : i + rest;
+}
+
+using FindLfDot = qsizetype (*)(const char *, qsizetype);
+const FindLfDot findLfDot = [] {
+    __builtin_cpu_init();
+    return __builtin_cpu_supports("avx2") ? findLfDotAvx2 : findLfDotSse2;
+}();
 
 QByteArray dotStuffed(const QByteArray &raw)
 {
@@ -723,65 +770,168 @@ void NewsTransport::nextHeaderChunk()
 void NewsTransport::SetRawOverview(bool on)
 {
     m_rawOverview = on;
-    m_records = QByteArray();
-    m_recordBlocks.clear();
-    if (!on)
+    // Qt's buffer takes little of a long answer on a plain, direct connection: the rest is read
+    // straight into the text (readTextDirect)
+    if (m_socket)
+        m_socket->setReadBufferSize(on && !m_address.tls && m_proxyHost.isEmpty() ? 64 * 1024 : 1024 * 1024);
+    m_text = QByteArray();
+    m_textDone = 0;
+    m_textBlocks.clear();
+    m_chunkPaths.reset();
+    if (!on) {
         m_spareBlocks.clear();
+        m_textSink = nullptr;
+    }
 }
 
-QList<QByteArray> NewsTransport::TakeOverviewRecords()
+QList<NewsTransport::OverviewText> NewsTransport::TakeOverviewRecords()
 {
-    QList<QByteArray> out = std::move(m_recordBlocks);
-    m_recordBlocks = QList<QByteArray>();
-    if (!m_records.isEmpty()) {
-        out.append(std::move(m_records));
-        m_records = QByteArray();
-    }
+    if (m_textDone > 0)
+        textRoom(qsizetype(1) << 62);   // the whole lines of the block being filled go too
+    QList<OverviewText> out = std::move(m_textBlocks);
+    m_textBlocks = QList<OverviewText>();
     return out;
 }
 
 void NewsTransport::ReturnOverviewBlock(QByteArray block)
 {
     block.resize(0);   // keeps its memory when nobody else holds it
-    if (m_spareBlocks.size() < 16 && block.capacity() >= kRecordBlock)
+    if (m_spareBlocks.size() < 16 && block.capacity() >= kTextBlock)
         m_spareBlocks.append(std::move(block));
 }
 
-void NewsTransport::appendRecord(const char *data, qsizetype size)
+// Makes room for need more bytes at the end of the text block: when it has not got it, its
+// whole lines go out as a full block and the unfinished line starts the next one. (A need
+// beyond any block hands the whole lines over and starts a block of the usual size.)
+void NewsTransport::textRoom(qsizetype need)
 {
-    QByteArray path;
-    if (!m_fmt.hasPath && !m_paths.isEmpty()) {
-        qint64 n = 0;
-        qsizetype i = 0;
-        for (; i < size && i < 19 && data[i] >= '0' && data[i] <= '9'; ++i)
-            n = n * 10 + (data[i] - '0');
-        if (i > 0 && (i == size || data[i] == '\t')) {
-            const auto it = m_paths.constFind(n);
-            if (it != m_paths.constEnd())
-                path = it.value().toUtf8();
-        }
+    if (m_text.capacity() - m_text.size() >= need && m_text.capacity() > 0)
+        return;
+    const qsizetype tail = m_text.size() - m_textDone;
+    if (m_textDone == 0 && tail > 0) {
+        // one unfinished line fills the block: it grows
+        m_text.reserve(qMax(m_text.capacity() * 2, tail + qMin(need, kTextBlock)));
+        return;
     }
-    const quint32 sizes[2] = {quint32(size), quint32(path.size())};
-    const qsizetype need = qsizetype(sizeof sizes) + size + path.size();
-    if (m_records.capacity() - m_records.size() < need) {
-        // a new block, from the spent ones when there are any
-        if (!m_records.isEmpty())
-            m_recordBlocks.append(std::move(m_records));
-        if (!m_spareBlocks.isEmpty() && m_spareBlocks.last().capacity() >= need) {
-            m_records = std::move(m_spareBlocks.last());
-            m_spareBlocks.removeLast();
-        } else {
-            m_records = QByteArray();
-            m_records.reserve(qMax<qsizetype>(kRecordBlock, need));
-        }
+    QByteArray next;
+    if (!m_spareBlocks.isEmpty()) {
+        next = std::move(m_spareBlocks.last());
+        m_spareBlocks.removeLast();
     }
-    const qsizetype at = m_records.size();
-    m_records.resize(at + need);
-    char *d = m_records.data() + at;
-    std::memcpy(d, sizes, sizeof sizes);
-    std::memcpy(d + sizeof sizes, data, size_t(size));
-    if (!path.isEmpty())
-        std::memcpy(d + sizeof sizes + size, path.constData(), size_t(path.size()));
+    next.reserve(qMax(kTextBlock, tail + qMin(need, kTextBlock)));
+    next.resize(tail);
+    if (tail > 0)
+        std::memcpy(next.data(), m_text.constData() + m_textDone, size_t(tail));
+    OverviewText full;
+    if (m_textDone > 0) {
+        m_text.resize(m_textDone);
+        full = OverviewText{std::move(m_text), m_chunkPaths};
+    }
+    m_text = std::move(next);
+    m_textDone = 0;
+    if (full.text.isEmpty())
+        return;
+    if (m_textSink)
+        m_textSink(std::move(full));
+    else
+        m_textBlocks.append(std::move(full));
+}
+
+// Finds the whole lines that came since the last scan, and the terminating line: its offset in
+// the block (the text ends there) when it has come, else -1. Dot-stuffed lines stay as they are.
+qsizetype NewsTransport::scanText()
+{
+    const char *b = m_text.constData();
+    const qsizetype size = m_text.size();
+    qsizetype pos = m_textDone;   // always the start of a line
+    for (;;) {
+        if (pos < size && b[pos] == '.') {
+            if (pos + 1 >= size)
+                break;   // cannot tell yet
+            if (b[pos + 1] == '\n')
+                return pos;
+            if (b[pos + 1] == '\r') {
+                if (pos + 2 >= size)
+                    break;
+                if (b[pos + 2] == '\n')
+                    return pos;
+            }
+        }
+        const qsizetype q = findLfDot(b + pos, size - pos);
+        if (q < 0)
+            break;
+        pos += q + 1;
+    }
+    const void *lf = pos < size ? ::memrchr(b + pos, '\n', size_t(size - pos)) : nullptr;
+    m_textDone = lf ? static_cast<const char *>(lf) - b + 1 : pos;
+    return -1;
+}
+
+// The answer's text ends at lineStart, where its terminating line starts; what follows that line
+// (from after) is not overview text: it goes back to the line buffer.
+void NewsTransport::endText(qsizetype lineStart, qsizetype after)
+{
+    const qsizetype extra = m_text.size() - after;
+    if (extra > 0) {
+        // ahead of anything not yet processed in the line buffer
+        m_buf.remove(0, m_pos);
+        m_pos = 0;
+        m_buf.prepend(m_text.constData() + after, extra);
+    }
+    m_text.resize(lineStart);
+    m_textDone = lineStart;
+    m_inData = false;
+}
+
+// Takes answer bytes of an overview into the text block. Returns how many it took: all of them,
+// or those up to and including the terminating line (the answer has then ended: m_inData is
+// false and the caller goes on with the rest).
+qsizetype NewsTransport::absorbText(const char *data, qsizetype size)
+{
+    textRoom(qMin(size, kTextBlock));
+    qsizetype taken = 0;
+    while (taken < size) {
+        const qsizetype room = m_text.capacity() - m_text.size();
+        const qsizetype n = qMin(room, size - taken);
+        const qsizetype at = m_text.size();
+        m_text.resize(at + n);
+        std::memcpy(m_text.data() + at, data + taken, size_t(n));
+        taken += n;
+        const qsizetype term = scanText();
+        if (term >= 0) {
+            const qsizetype after = term + (m_text.at(term + 1) == '\r' ? 3 : 2);
+            const qsizetype unused = m_text.size() - after;   // these bytes were not the answer's
+            m_text.resize(after);
+            endText(term, after);
+            return taken - unused;
+        }
+        if (m_text.size() - m_textDone > kMaxLine)
+            return taken;
+        textRoom(qMin(size - taken, kTextBlock));
+    }
+    return taken;
+}
+
+// The line-length limit was passed: the session ends.
+void NewsTransport::lineTooLong()
+{
+    QPointer<NewsTransport> self(this);
+    const QString text = QStringLiteral("Line of more than %1 bytes from %2").arg(kMaxLine).arg(m_address.host);
+    if (m_op != Op::None && m_state == StateBusy) {
+        teardownSocket();
+        m_session = false;
+        m_op = Op::None;
+        m_lastError = ErrorProtocol;
+        notifyDebug(text);
+        if (!self) return;
+        setState(StateDisconnected);
+        if (!self) return;
+        notifyDone(0, true, text);
+        if (!self) return;
+        notifyDisconnected();
+    } else {
+        connectFailed(ErrorProtocol, 0, text);
+    }
 }
 
 void NewsTransport::nextArticle()
@@ -829,24 +979,55 @@ void NewsTransport::onReadyRead()
         const qint64 got = m_socket->read(m_buf.data() + old, avail);
         m_buf.resize(old + qMax<qint64>(0, got));
     }
-    // A long overview answer on a plain, direct connection: once Qt's buffers are empty, what
-    // the kernel holds is read straight into ours, which saves copying the answer through Qt's
-    // buffer. Nothing else reads the socket meanwhile (same thread), so the order is kept; an
-    // end of the connection is left for Qt to see.
-    if (m_rawOverview && m_step == Step::Over && m_inData && !m_address.tls && m_proxyHost.isEmpty() &&
-        m_socket->bytesAvailable() == 0) {
-        const qintptr fd = m_socket->socketDescriptor();
-        constexpr qsizetype kDirect = 1 << 20;
-        if (fd >= 0) {
-            const qsizetype old = m_buf.size();
-            m_buf.resize(old + kDirect);
-            const ssize_t got = ::recv(int(fd), m_buf.data() + old, size_t(kDirect), MSG_DONTWAIT);
-            m_buf.resize(old + (got > 0 ? qsizetype(got) : 0));
-        }
-    }
     if (m_step != Step::None || m_op != Op::None || m_state == StateConnecting)
         armTimer();
+    const quint64 generation = m_generation;
+    QPointer<NewsTransport> self(this);
     processBuffer();
+    if (self && generation == m_generation)
+        readTextDirect();
+}
+
+// A long overview answer on a plain, direct connection: once Qt's buffer and ours are empty, what
+// the kernel holds is read straight into the text block, which saves copying the answer through
+// both buffers. Nothing else reads the socket meanwhile (same thread), so the order is kept; an
+// end of the connection is left for Qt to see. Reads until the kernel has nothing more, at most
+// a few milliseconds, so the window stays live.
+void NewsTransport::readTextDirect()
+{
+    if (!rawText() || m_address.tls || !m_proxyHost.isEmpty() || !m_socket || m_readPaused ||
+        m_socket->bytesAvailable() > 0 || m_pos < m_buf.size())
+        return;
+    const qintptr fd = m_socket->socketDescriptor();
+    if (fd < 0)
+        return;
+    QElapsedTimer slice;
+    slice.start();
+    constexpr qsizetype kMinRoom = 256 << 10;
+    while (rawText() && slice.elapsed() < 4) {
+        textRoom(kMinRoom);
+        const qsizetype at = m_text.size();
+        const qsizetype room = m_text.capacity() - at;
+        m_text.resize(at + room);
+        const ssize_t got = ::recv(int(fd), m_text.data() + at, size_t(room), MSG_DONTWAIT);
+        m_text.resize(at + (got > 0 ? qsizetype(got) : 0));
+        if (got <= 0)
+            return;   // nothing more now, or the end (Qt reports it)
+        const qsizetype term = scanText();
+        if (term >= 0) {
+            endText(term, term + (m_text.at(term + 1) == '\r' ? 3 : 2));
+            const quint64 generation = m_generation;
+            QPointer<NewsTransport> self(this);
+            handleDataEnd();
+            if (self && generation == m_generation && m_pos < m_buf.size())
+                processBuffer();   // what came after the answer
+            return;
+        }
+        if (m_text.size() - m_textDone > kMaxLine) {
+            lineTooLong();
+            return;
+        }
+    }
 }
 
 void NewsTransport::processBuffer()
@@ -854,30 +1035,28 @@ void NewsTransport::processBuffer()
     const quint64 generation = m_generation;
     QPointer<NewsTransport> self(this);
     while (m_pos < m_buf.size()) {
+        if (rawText()) {
+            // an overview answer goes to the text block as it is
+            m_pos += absorbText(m_buf.constData() + m_pos, m_buf.size() - m_pos);
+            if (m_inData) {
+                if (m_text.size() - m_textDone > kMaxLine) {
+                    lineTooLong();
+                    return;
+                }
+                break;
+            }
+            handleDataEnd();
+            if (!self || generation != m_generation)
+                return;
+            continue;
+        }
         const char *base = m_buf.constData();
         const char *start = base + m_pos;
         const qsizetype avail = m_buf.size() - m_pos;
         const char *nl = static_cast<const char *>(std::memchr(start, '\n', size_t(avail)));
         if (!nl) {
-            if (avail > kMaxLine) {
-                const QString text = QStringLiteral("Line of more than %1 bytes from %2")
-                                         .arg(kMaxLine).arg(m_address.host);
-                if (m_op != Op::None && m_state == StateBusy) {
-                    teardownSocket();
-                    m_session = false;
-                    m_op = Op::None;
-                    m_lastError = ErrorProtocol;
-                    notifyDebug(text);
-                    if (!self) return;
-                    setState(StateDisconnected);
-                    if (!self) return;
-                    notifyDone(0, true, text);
-                    if (!self) return;
-                    notifyDisconnected();
-                } else {
-                    connectFailed(ErrorProtocol, 0, text);
-                }
-            }
+            if (avail > kMaxLine)
+                lineTooLong();
             break;
         }
         qsizetype len = nl - start;
@@ -1059,17 +1238,13 @@ void NewsTransport::handleData(const char *data, qsizetype size)
 {
     switch (m_step) {
     case Step::Over: {
-        if (m_rawOverview) {
-            appendRecord(data, size);
-            return;
-        }
         NewsTransportArticle article;
         if (!parseOverviewLine(data, size, m_fmt, article))
             return;
         if (!m_fmt.hasPath) {
             const auto it = m_paths.constFind(article.Number);
             if (it != m_paths.constEnd())
-                article.Message.Headers.append(NewsTransportHeader{QStringLiteral("Path"), it.value()});
+                article.Message.Headers.append(NewsTransportHeader{QStringLiteral("Path"), QString::fromUtf8(it.value())});
         }
         m_group.Articles.append(std::move(article));
         return;
@@ -1083,7 +1258,7 @@ void NewsTransport::handleData(const char *data, qsizetype size)
         const char *v = sp + 1;
         const qsizetype vlen = size - (v - data);
         if (ok && vlen > 0 && !(vlen == 6 && std::memcmp(v, "(none)", 6) == 0))
-            m_paths.insert(n, textFromBytes(v, vlen));
+            m_paths.insert(n, textFromBytes(v, vlen).toUtf8());
         return;
     }
     case Step::Article:
@@ -1126,11 +1301,22 @@ void NewsTransport::handleDataEnd()
         nextHeaderChunk();
         return;
     case Step::Hdr:
+        if (m_rawOverview) {
+            // the range's Paths go with its text
+            m_chunkPaths = std::make_shared<const QHash<qint64, QByteArray>>(std::move(m_paths));
+            m_paths.clear();
+        }
         sendCommand(m_overCommand + ' ' + QByteArray::number(m_next) + '-' +
                         QByteArray::number(m_chunkLast),
                     Step::Over);
         return;
     case Step::Over:
+        if (m_rawOverview && m_chunkPaths) {
+            // the next range has Paths of its own: this one's text goes out on its own
+            if (m_textDone > 0)
+                textRoom(qsizetype(1) << 62);
+            m_chunkPaths.reset();
+        }
         m_paths.clear();
         m_next = m_chunkLast + 1;
         nextHeaderChunk();

@@ -9,6 +9,7 @@
 #include <QPointer>
 #include <QTimer>
 #include <functional>
+#include <memory>
 
 class QIODevice;
 class QSslSocket;
@@ -94,15 +95,24 @@ public:
                                                 const QString &reason)>;
     void SetCertificateCheck(CertificateCheck check) { m_certCheck = std::move(check); }
 
-    // Long listings: while on, FetchHeaders keeps each overview row as a raw record instead of
-    // a parsed article. A record is the line's size and the separately fetched Path's size
-    // (quint32 each, native order), then the line (dot-unstuffed, no CR LF), then that Path
-    // (UTF-8; empty when the format carries Path or none came). Switching it on drops old records.
+    // Long listings: while on, FetchHeaders keeps the overview answer as text instead of parsed
+    // articles, in blocks of about 1 MiB: whole lines as the server sent them (each ending in LF,
+    // CR LF on the wire), still dot-stuffed, without the terminating line. When the format has
+    // no Path and Paths were fetched apart, each block carries those of its lines (UTF-8, by
+    // article number). Switching it on drops old blocks.
+    struct OverviewText {
+        QByteArray text;
+        std::shared_ptr<const QHash<qint64, QByteArray>> paths;
+    };
     void SetRawOverview(bool on);
-    // The records come in blocks of about 1 MiB (a record never spans two blocks).
-    QList<QByteArray> TakeOverviewRecords();
-    // Gives a spent block back: the next records are written into its memory (no fresh pages).
+    // The whole lines that have come so far.
+    QList<OverviewText> TakeOverviewRecords();
+    // Gives a spent block back: the next text is read into its memory (no fresh pages).
     void ReturnOverviewBlock(QByteArray block);
+    // When set, each block goes to sink the moment it is full instead of waiting to be taken
+    // (a reader on another thread then never waits for the event loop). SetRawOverview(false)
+    // clears it.
+    void SetOverviewSink(std::function<void(OverviewText &&)> sink) { m_textSink = std::move(sink); }
     // While paused nothing more is read from the server (the socket's buffer fills and TCP holds
     // the rest back) and the time-out does not run; for a reader that cannot keep up.
     void SetReadPaused(bool paused);
@@ -159,7 +169,13 @@ private:
     void handleStatus(const QByteArray &line);
     void handleData(const char *data, qsizetype size);
     void handleDataEnd();
-    void appendRecord(const char *data, qsizetype size);
+    bool rawText() const { return m_rawOverview && m_step == Step::Over && m_inData; }
+    qsizetype absorbText(const char *data, qsizetype size);
+    void textRoom(qsizetype need);
+    qsizetype scanText();
+    void endText(qsizetype lineStart, qsizetype after);
+    void readTextDirect();
+    void lineTooLong();
     void beginData();
 
     // notifications (sink first, then the signal)
@@ -214,11 +230,14 @@ private:
     QList<QByteArray> m_fmtLines;
     QByteArray m_overCommand = "OVER";
     QByteArray m_hdrCommand = "HDR";  // empty once neither HDR nor XHDR works
-    QHash<qint64, QString> m_paths;
+    QHash<qint64, QByteArray> m_paths;   // Paths fetched apart for the current range (UTF-8)
     bool m_rawOverview = false;
     bool m_readPaused = false;
-    QByteArray m_records;             // the block being filled
-    QList<QByteArray> m_recordBlocks; // full blocks, not yet taken
+    QByteArray m_text;                   // the overview text block being filled
+    qsizetype m_textDone = 0;            // its whole lines end here (a line starts here)
+    std::shared_ptr<const QHash<qint64, QByteArray>> m_chunkPaths;   // those of the current range
+    QList<OverviewText> m_textBlocks;    // full blocks, not yet taken
+    std::function<void(OverviewText &&)> m_textSink;
     QList<QByteArray> m_spareBlocks;
 
     // FetchArticles

@@ -1,0 +1,258 @@
+// Overview text to grid rows the fast way (one vector pass, plain ASCII rows cut at their tabs,
+// the quick date parser) against the general way, line by line, with every vector kernel the
+// processor runs.
+#include "messages/HeaderRows.h"
+#include "messages/MessageGrid.h"
+#include "messages/OverviewRows.h"
+#include "messages/RowArena.h"
+#include "messages/RowBuilder.h"
+#include "news/transport/NewsMessage.h"
+
+#include <QtTest>
+#include <algorithm>
+#include <random>
+
+using namespace listing;
+
+namespace {
+
+// Dates in the common forms and around them: what the quick parser takes must come out as the
+// general rule forms it, and what it declines is left to the general rule.
+QList<QByteArray> dateCorpus()
+{
+    QList<QByteArray> out = {
+        "", " ", "garbage", "16-Nov-2003 10:00:00", "5 Dec 2020\xc2\xa0", "5 D\xc3\xa9" "c 2020", "\xe9t\xe9 2020",
+        "Wed, 05 Dec 1234567890 10:00:00", "5 Dec 20201 10:00:00", "5 Dec 99999 1:2", "5 Dec 9999 1:2", "5 Dec. 2020 1:2",
+        "Fri, 5 Dec 2020 10:00:00 PST8PDT", "GMT", "5 Dec 2020 GM", "5 Dec 2020 EDT", "5 Dec 2020 E", "Sun, 5 Dec 2020 EST,x",
+        "+5 Dec 2020 10:00", "5 Dec 2020 10:00:00 +0000 (UTC) and a very long comment that goes past sixty-four bytes",
+        "Mon, 23 Nov 2026 07:35:18 -0000 (UTC)", "5,6 Dec 2020", ",5 Dec 2020 +1", "5 Dec 2020 +1, 6 Jan 2021",
+        "5 Dec +2020", "5 Dec 2020 1:2:3:4", "5 Dec 2020 :2", "5 Dec 2020 1:", "5 Dec 2020 1::3", "5 Dec 2020 0000000001:2",
+        "5 Dec 2020 1234567890:2", "5 Dec 2020 12", "5 @ec 2020", "5 [ec 2020", "5 Dex 2020", "5 De 2020", "0 Dec 2020",
+        "32 Dec 2020", "31 dEcEmBeR 2020 23:59:60", "5 Dec 2020 23:59:61", "5 Dec 2020 24:00", "5 Dec 2020 10:60",
+        "5\tDec 2020 10:00:00", "5 Dec 2020\t10:00:00", " \t5 Dec 2020 10:00 \r", "5 Dec 2020 10:00 extra",
+        "Mon, 1 Jan 70 00:00:00", "Mon, 1 Jan 69 00:00:00", "1 Jan 0 0:0", "1 Jan 00 0:0:0", "1 Jan 000 0:0",
+    };
+    static const char *days[] = {"", "Mon, ", "Tue,", "WED,  ", "Thu , ", "x,"};
+    static const char *dayNums[] = {"1", "01", "9", "10", "31", "001"};
+    static const char *months[] = {"Jan", "feb", "MAR", "April", "Mayo", "Jun", "Jul", "Aug", "Sep", "Sept", "Oct", "Nov", "Dec"};
+    static const char *years[] = {"2023", "99", "05", "1999", "0", "10000", "1"};
+    static const char *times[] = {"", " 07:12:45", " 7:2", " 23:59:60", " 00:00:00", " 1:02:03"};
+    static const char *zones[] = {"", " -0500", " +0000 (UTC)", " GMT", " EST", " EDT", " PST", " +0100", " (CET)", "  "};
+    std::mt19937 rnd(5);
+    for (int i = 0; i < 4000; ++i) {
+        QByteArray d = days[rnd() % 6];
+        d += dayNums[rnd() % 6];
+        d += rnd() % 7 ? " " : "  ";
+        d += months[rnd() % 13];
+        d += ' ';
+        d += years[rnd() % 7];
+        d += times[rnd() % 6];
+        d += zones[rnd() % 10];
+        out.append(d);
+    }
+    return out;
+}
+
+QByteArray arenaText(const RowArena &arena)
+{
+    QByteArray out;
+    for (qsizetype i = 0; i < arena.chunkCount(); ++i)
+        out.append(arena.chunk(i).data, arena.chunk(i).used);
+    return out;
+}
+
+} // namespace
+
+class TstOverviewRows : public QObject {
+    Q_OBJECT
+private slots:
+    void quickDateFormsWhatTheRuleForms()
+    {
+        int quick = 0;
+        const QList<QByteArray> corpus = dateCorpus();
+        for (const QByteArray &d : corpus) {
+            QByteArray display, sort;
+            formatDateBytes(d.constData(), d.size(), display, sort);
+            // what follows the date in the buffer must not count: marks the rule looks for
+            QByteArray buf = d + QByteArray("-,+GMT EST 1:2 ").repeated(8);
+            for (const qsizetype readable : {d.size(), buf.size()}) {
+                char dp[10], sp[19];
+                quint64 key = 0;
+                if (!isAscii(d.constData(), d.size()) ||
+                    !OverviewRows::quickDate(buf.constData(), d.size(), readable, dp, sp, key))
+                    continue;
+                ++quick;
+                QCOMPARE(QByteArray(dp, 10), display);
+                QCOMPARE(QByteArray(sp, 19), sort);
+                const QList<QByteArray> f = sort.split(' ');
+                const QList<QByteArray> ymd = f[0].split('/'), hms = f[1].split(':');
+                QCOMPARE(key, ListingOrder::dateKey(ymd[0].toInt(), ymd[1].toInt(), ymd[2].toInt(), hms[0].toInt(),
+                                                    hms[1].toInt(), hms[2].toInt()));
+            }
+        }
+        QVERIFY2(quick > 4000, qPrintable(QString::number(quick)));
+        // the forms news servers write are all taken
+        for (const char *d : {"Mon, 16 Nov 2003 21:54:12 -0500", "Mon, 23 Nov 2026 07:35:18 -0000 (UTC)",
+                              "23 Nov 2026 07:35:18 +0000 (UTC)", "Sun, 2 Mar 2003 07:05:00 GMT"}) {
+            char dp[10], sp[19];
+            quint64 key;
+            QByteArray buf = QByteArray(d) + QByteArray(64, 'x');
+            QVERIFY2(OverviewRows::quickDate(buf.constData(), qsizetype(strlen(d)), buf.size(), dp, sp, key), d);
+            QVERIFY(OverviewRows::quickDate(d, qsizetype(strlen(d)), qsizetype(strlen(d)), dp, sp, key));
+        }
+    }
+
+    void rowsAreTheGeneralRows_data()
+    {
+        QTest::addColumn<QString>("kernel");
+        for (const QString &k : OverviewRows::kernels())
+            QTest::newRow(qPrintable(k)) << k;
+    }
+    void rowsAreTheGeneralRows()
+    {
+        QFETCH(QString, kernel);
+        QVERIFY(OverviewRows::useKernel(kernel));
+        const OverviewFormat noPath = OverviewFormat::fromLines({"Subject:", "From:", "Date:", "Message-ID:", "References:",
+                                                                ":bytes", ":lines", "Xref:full"});
+        const OverviewFormat withPath = OverviewFormat::fromLines({"Subject:", "From:", "Date:", "Message-ID:", "References:",
+                                                                  ":bytes", ":lines", "Xref:full", "Path:full", "Author:full"});
+        const QList<QByteArray> dates = dateCorpus().mid(0, 300);
+        const QList<QByteArray> texts = {"", "plain", "Holiday pictures - \"holiday.part01.rar\" yEnc (1/7)", "caf\xc3\xa9",
+                                         "caf\xe9", "del\x7fin", " spaced ", "a:b: c", "x\ry", "<a@b> <c@d>",
+                                         "<PARENT.1234567@example.org>", "tab-free but long " + QByteArray(300, 'z')};
+        std::mt19937 rnd(11);
+        auto pick = [&](const QList<QByteArray> &l) { return l.at(int(rnd() % l.size())); };
+        for (const bool full : {false, true}) {
+            const OverviewFormat &fmt = full ? withPath : noPath;
+            // the lines as they mean, and the same as the server sends them
+            QList<QByteArray> lines;
+            QByteArray wire;
+            PathMap paths;
+            for (int i = 0; i < 3000; ++i) {
+                QByteArray line = QByteArray::number(qint64(rnd() % 100000) * (i % 7 == 0 ? 1000000000LL : 1));
+                if (i % 97 == 0)
+                    line = "12x";
+                if (i % 89 == 0)
+                    line = ".5";
+                if (i % 101 == 0)
+                    line = "";
+                if (i % 103 == 0)
+                    line = "0000123456789012345678";   // more than an article number
+                if (i % 107 == 0)
+                    line = "0042";
+                const int fields = int(rnd() % 13);
+                for (int f = 0; f < fields; ++f) {
+                    line += '\t';
+                    QByteArray v = f == 2 ? pick(dates) : pick(texts);
+                    if (full && f >= 7 && rnd() % 3)
+                        v = QByteArray(f == 7 ? "Xref: " : f == 8 ? "Path:  " : "Author:") + v;
+                    line += v;
+                }
+                if (!full && rnd() % 2) {
+                    bool ok = false;
+                    const qint64 n = line.left(line.indexOf('\t')).toLongLong(&ok);
+                    if (ok)
+                        paths.insert(n, i % 5 ? QByteArray("host!not-for-mail") : pick(texts));
+                }
+                lines.append(line);
+                // a leading dot is taken off any line (the server need not stuff only dotted ones)
+                wire += (line.startsWith('.') || i % 53 == 0 ? "." : "") + line + (i % 3 ? "\r\n" : "\n");
+            }
+            // the general way, line by line
+            RowArena expectedArena;
+            QVector<QByteArray> expected;
+            const QList<qint8> cols = overviewColumns(fmt);
+            for (const QByteArray &l : lines) {
+                const char *path = nullptr;
+                qsizetype pathSize = 0;
+                bool ok = false;
+                const QByteArray number = l.left(l.indexOf('\t') < 0 ? l.size() : l.indexOf('\t'));
+                const qint64 n = number.toLongLong(&ok);
+                if (ok && number.size() <= 19 && paths.contains(n) && !paths[n].isEmpty()) {   // a Path is looked up by number
+                    path = paths[n].constData();
+                    pathSize = paths[n].size();
+                }
+                ArenaRow r;
+                if (overviewToArena(l.constData(), l.size(), fmt, cols, path, pathSize, expectedArena, r))
+                    expected.append(QByteArray(r.row.constData(), r.row.size()));
+            }
+            QVERIFY(expected.size() > 2500);
+            // the fast way, the text in blocks of whole lines cut at random
+            for (int round = 0; round < 3; ++round) {
+                RowArena arena;
+                ListingOrder order;
+                OverviewRows maker(fmt);
+                qint64 built = 0;
+                for (qsizetype at = 0; at < wire.size();) {
+                    qsizetype end = round == 0 ? wire.size() : qMin(wire.size(), at + qsizetype(rnd() % 4000) + 1);
+                    end = wire.indexOf('\n', end - 1) + 1;
+                    if (end <= 0)
+                        end = wire.size();
+                    // each block on its own in memory, with nothing readable after it
+                    QByteArray block = wire.mid(at, end - at);
+                    built += maker.build(block.constData(), block.size(), full ? nullptr : &paths, arena, order, 1 << 30);
+                    at = end;
+                }
+                QCOMPARE(built, qint64(expected.size()));
+                QByteArray want;
+                for (const QByteArray &r : expected)
+                    want += r + '\n';
+                const QByteArray got = arenaText(arena);
+                if (got != want) {   // the first row that differs, for the log
+                    const QList<QByteArray> g = got.split('\n'), w = want.split('\n');
+                    for (int k = 0; k < qMin(g.size(), w.size()); ++k)
+                        QCOMPARE(g[k], w[k]);
+                }
+                QCOMPARE(got, want);
+                // and the order made of what the fast way noted is the grid's sort of those rows
+                const QVector<QByteArray> sorted = order.takeSorted(0);
+                QVector<QByteArray> stable = expected;
+                std::stable_sort(stable.begin(), stable.end(), [](const QByteArray &a, const QByteArray &b) {
+                    int c = MessageGrid::cellOf(a, 6).compare(MessageGrid::cellOf(b, 6), Qt::CaseInsensitive);
+                    if (c == 0)
+                        c = MessageGrid::cellOf(a, 7).compare(MessageGrid::cellOf(b, 7), Qt::CaseInsensitive);
+                    return c > 0;
+                });
+                QCOMPARE(sorted, stable);
+            }
+            // a row limit stops the building
+            RowArena arena;
+            ListingOrder order;
+            OverviewRows maker(fmt);
+            QCOMPARE(maker.build(wire.constData(), wire.size(), full ? nullptr : &paths, arena, order, 10), qint64(10));
+            QCOMPARE(order.count(), qsizetype(10));
+        }
+        QVERIFY(OverviewRows::useKernel(OverviewRows::kernels().first()));
+    }
+
+    // One common date form throughout: the order is the radix sort of the dates' numbers.
+    void datedRowsSortByTheirNumbers()
+    {
+        const OverviewFormat fmt = OverviewFormat::fromLines({});
+        QByteArray wire;
+        std::mt19937 rnd(3);
+        for (int i = 1; i <= 20000; ++i) {
+            const int s = int(rnd() % 100000);
+            wire += QByteArray::number(i) + "\tsubject\tfrom\t" + QByteArray::number(1 + s % 28) + " Mar 20" +
+                    QByteArray::number(20 + s % 5) + " " + QByteArray::number(s % 24) + ":" + QByteArray::number(s % 60) +
+                    ":00 GMT\t<m@x>\t" + (i % 3 ? "" : "<R" + QByteArray::number(s % 4) + ">") + "\t1\t1\r\n";
+        }
+        RowArena arena;
+        ListingOrder order;
+        OverviewRows maker(fmt);
+        QCOMPARE(maker.build(wire.constData(), wire.size(), nullptr, arena, order, 1 << 30), qint64(20000));
+        const QVector<QByteArray> sorted = order.takeSorted(0);
+        QCOMPARE(sorted.size(), 20000);
+        for (int r = 1; r < sorted.size(); ++r) {
+            int c = MessageGrid::cellOf(sorted[r - 1], 6).compare(MessageGrid::cellOf(sorted[r], 6));
+            if (c == 0)
+                c = MessageGrid::cellOf(sorted[r - 1], 7).compare(MessageGrid::cellOf(sorted[r], 7), Qt::CaseInsensitive);
+            if (c == 0)   // then in the order they came
+                c = MessageGrid::cellOf(sorted[r], 0).toInt() - MessageGrid::cellOf(sorted[r - 1], 0).toInt();
+            QVERIFY2(c > 0, qPrintable(QString::number(r)));
+        }
+    }
+};
+
+QTEST_MAIN(TstOverviewRows)
+#include "tst_overview_rows.moc"
