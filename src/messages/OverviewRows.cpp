@@ -73,24 +73,30 @@ inline const char *scanWith(const char *p, const char *end, Masks masks,
                 mh |= quint64(c >= 0x7F) << i;
             }
         }
-        quint64 m = mt | mn | mh;
-        while (m) {
-            const quint64 bit = m & (0 - m);
-            m ^= bit;
-            const char *at = w + __builtin_ctzll(bit);
-            if (mt & bit) {
+        // line ends are rare in a window: the tabs before each are taken in one tight loop
+        quint64 done = 0;   // bits of the window that belong to lines already ended
+        while (mn) {
+            const quint64 nlBit = mn & (0 - mn);
+            mn ^= nlBit;
+            const quint64 mine = (nlBit - 1) & ~done;   // this line's part of the window
+            for (quint64 t = mt & mine; t; t &= t - 1) {
                 if (nt < kMaxTabs)
-                    tabs[nt] = at;
+                    tabs[nt] = w + __builtin_ctzll(t);
                 ++nt;
-            } else if (mn & bit) {
-                onLine(ctx, lineStart, at, tabs, nt, high);
-                lineStart = at + 1;
-                nt = 0;
-                high = false;
-            } else {
-                high = true;
             }
+            const char *at = w + __builtin_ctzll(nlBit);
+            onLine(ctx, lineStart, at, tabs, nt, high || (mh & mine) != 0);
+            lineStart = at + 1;
+            nt = 0;
+            high = false;
+            done |= mine | nlBit;
         }
+        for (quint64 t = mt & ~done; t; t &= t - 1) {
+            if (nt < kMaxTabs)
+                tabs[nt] = w + __builtin_ctzll(t);
+            ++nt;
+        }
+        high = high || (mh & ~done) != 0;
     }
     return lineStart;
 }
@@ -208,12 +214,12 @@ inline bool smallNumber(const char *p, qsizetype n, int &v)
     case 2: {
         const unsigned b = unsigned(p[1]) - '0';
         v = int(a * 10 + b);
-        return std::max(a, b) <= 9;
+        return !((a > 9) | (b > 9));
     }
     case 4: {
         const unsigned b = unsigned(p[1]) - '0', c = unsigned(p[2]) - '0', d = unsigned(p[3]) - '0';
         v = int(a * 1000 + b * 100 + c * 10 + d);
-        return std::max({a, b, c, d}) <= 9;
+        return !((a > 9) | (b > 9) | (c > 9) | (d > 9));
     }
     default:
         return digits(p, n, v);
@@ -251,7 +257,7 @@ inline bool timeOf(const char *q, qsizetype n, int &h, int &mi, int &s)
     if (n == 8 && q[2] == ':' && q[5] == ':') {   // hh:mm:ss
         const unsigned a = unsigned(q[0]) - '0', b = unsigned(q[1]) - '0', c = unsigned(q[3]) - '0',
                        d = unsigned(q[4]) - '0', e = unsigned(q[6]) - '0', f = unsigned(q[7]) - '0';
-        if (std::max({a, b, c, d, e, f}) > 9)
+        if ((a > 9) | (b > 9) | (c > 9) | (d > 9) | (e > 9) | (f > 9))
             return false;
         h = int(a * 10 + b);
         mi = int(c * 10 + d);
@@ -524,6 +530,7 @@ bool OverviewRows::plainRow(const char *s, const char *e, const char *const *tab
             return false;
         number = number * 10 + d;
     }
+    const bool numberAsWritten = *s != '0' || nd == 1;   // else it is written anew, without the zeros
     // the value of each column: the last field that fills it (empty fields past the seventh fill none)
     const char *cell[8] = {};
     qsizetype len[8] = {};
@@ -536,13 +543,13 @@ bool OverviewRows::plainRow(const char *s, const char *e, const char *const *tab
         const char *v = tabs[f] + 1;
         const char *fe = f + 1 < nt ? tabs[f + 1] : e;
         if (m_full[f]) {
-            const char *colon = static_cast<const char *>(std::memchr(v, ':', size_t(fe - v)));
-            if (colon) {
-                v = colon + 1;
+            // "Name: value" (the name is short: a loop beats a call)
+            while (v < fe && *v != ':')
+                ++v;
+            if (v < fe) {
+                ++v;
                 while (v < fe && *v == ' ')
                     ++v;
-            } else {
-                v = fe;
             }
         }
         if (f < 7 || v < fe) {
@@ -568,19 +575,25 @@ bool OverviewRows::plainRow(const char *s, const char *e, const char *const *tab
     quint64 key = 0;
     bool keyKnown = false;
     if (hasDate) {
-        // articles posted together often carry the very same Date: the last one's forms are kept
-        const bool same = len[1] == m_lastDateSize && std::memcmp(cell[1], m_lastDate, size_t(len[1])) == 0;
-        if (same || (len[1] <= qsizetype(sizeof m_lastDate) && quickDate(cell[1], len[1], e - cell[1], display, sort, key))) {
-            if (same) {
-                std::memcpy(display, m_lastDisplay, 10);
-                std::memcpy(sort, m_lastSort, 19);
-                key = m_lastKey;
+        // articles posted together often carry the very same Date: the last two dates' forms
+        // are kept (two, for posters that take turns)
+        int hit = -1;
+        for (int k = 0; k < 2; ++k)
+            if (len[1] == m_dates[k].size && std::memcmp(cell[1], m_dates[k].text, size_t(len[1])) == 0)
+                hit = k;
+        if (hit >= 0 || (len[1] <= qsizetype(sizeof m_dates[0].text) && quickDate(cell[1], len[1], e - cell[1], display, sort, key))) {
+            if (hit >= 0) {
+                std::memcpy(display, m_dates[hit].display, 10);
+                std::memcpy(sort, m_dates[hit].sort, 19);
+                key = m_dates[hit].key;
             } else {
-                std::memcpy(m_lastDate, cell[1], size_t(len[1]));
-                m_lastDateSize = len[1];
-                std::memcpy(m_lastDisplay, display, 10);
-                std::memcpy(m_lastSort, sort, 19);
-                m_lastKey = key;
+                KeptDate &k = m_dates[m_nextDate];
+                m_nextDate ^= 1;
+                std::memcpy(k.text, cell[1], size_t(len[1]));
+                k.size = len[1];
+                std::memcpy(k.display, display, 10);
+                std::memcpy(k.sort, sort, 19);
+                k.key = key;
             }
             dl = 10;
             sl = 19;
@@ -600,14 +613,38 @@ bool OverviewRows::plainRow(const char *s, const char *e, const char *const *tab
     }
     char num[20];
     int k = sizeof num;
-    do {
-        num[--k] = char('0' + number % 10);
-        number /= 10;
-    } while (number > 0);
+    if (numberAsWritten) {
+        k -= int(nd);
+        std::memcpy(num + k, s, size_t(nd));
+    } else {
+        do {
+            num[--k] = char('0' + number % 10);
+            number /= 10;
+        } while (number > 0);
+    }
     const qsizetype numLen = qsizetype(sizeof num) - k;
     const qsizetype total = numLen + dl + len[2] + len[3] + len[4] + len[5] + sl + len[7] + 8;
-    char *const row = m_arena->alloc(total + 1);
+    // room for the row, its line end and the slack the short copies below may write into
+    constexpr qsizetype kSlack = 32;
+    char *const row = m_arena->alloc(total + 1 + kSlack);
+    m_arena->unuse(kSlack);
     char *d = row;
+    // A cell of the line: short ones are moved 16 or 32 bytes at a time, which may read past the
+    // cell (not past the line) and write past it (into the slack, or what comes next anyway).
+    auto putLine = [&d, e](const char *p, qsizetype n) {
+        if (n <= 0) {
+        } else if (n <= 32 && p + 32 <= e) {
+            const __m128i a = _mm_loadu_si128(reinterpret_cast<const __m128i *>(p));
+            const __m128i b = _mm_loadu_si128(reinterpret_cast<const __m128i *>(p + 16));
+            _mm_storeu_si128(reinterpret_cast<__m128i *>(d), a);
+            if (n > 16)
+                _mm_storeu_si128(reinterpret_cast<__m128i *>(d + 16), b);
+        } else {
+            std::memcpy(d, p, size_t(n));
+        }
+        d += n;
+        *d++ = MessageGrid::Sep;
+    };
     auto put = [&d](const char *p, qsizetype n) {
         if (n > 0)
             std::memcpy(d, p, size_t(n));
@@ -615,19 +652,25 @@ bool OverviewRows::plainRow(const char *s, const char *e, const char *const *tab
         *d++ = MessageGrid::Sep;
     };
     put(num + k, numLen);
-    put(dp, dl);
-    put(cell[2], len[2]);
-    put(cell[3], len[3]);
-    put(cell[4], len[4]);
-    put(cell[5], len[5]);
+    if (dl == 10)
+        std::memcpy(d, dp, 10), d += 10, *d++ = MessageGrid::Sep;
+    else
+        put(dp, dl);
+    putLine(cell[2], len[2]);
+    putLine(cell[3], len[3]);
+    if (cell[4] && cell[4] >= s && cell[4] < e)
+        putLine(cell[4], len[4]);
+    else
+        put(cell[4], len[4]);   // the Path fetched apart
+    putLine(cell[5], len[5]);
     const QByteArrayView sortCell(d, sl);
-    put(sp, sl);
+    if (sl == 19 && sp == sort)
+        std::memcpy(d, sp, 19), d += 19, *d++ = MessageGrid::Sep;
+    else
+        put(sp, sl);
     const QByteArrayView refCell(d, len[7]);
-    if (len[7] > 0)
-        std::memcpy(d, cell[7], size_t(len[7]));
-    d += len[7];
-    *d++ = MessageGrid::Sep;   // then the empty download mark
-    *d = '\n';                 // the row is its own cache line
+    putLine(cell[7], len[7]);
+    *d = '\n';   // after the empty download mark: the row is its own cache line
     m_order->add(row, total, sortCell, refCell, keyKnown ? &key : nullptr);
     ++m_built;
     --m_left;

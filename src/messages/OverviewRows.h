@@ -55,11 +55,15 @@ private:
     qsizetype m_fields = 0;   // fields read: those the format names and columns cover
     bool m_full[64] = {};
     bool m_plain = true;      // the format's fields fit the fast path
-    // the last date read the quick way, and its forms
-    char m_lastDate[48];
-    qsizetype m_lastDateSize = -1;
-    char m_lastDisplay[10], m_lastSort[19];
-    quint64 m_lastKey = 0;
+    // the last two dates read the quick way, and their forms
+    struct KeptDate {
+        char text[48];
+        qsizetype size = -1;
+        char display[10], sort[19];
+        quint64 key = 0;
+    };
+    KeptDate m_dates[2];
+    int m_nextDate = 0;   // the one to replace
     // the block being built
     const PathMap *m_paths = nullptr;
     RowArena *m_arena = nullptr;

@@ -262,7 +262,7 @@ void ListingOrder::add(const char *row, qsizetype size, QByteArrayView sortCell,
         m_allDates = false;   // the general sort decides
     }
     quint64 ref = 0;
-    const quint16 refLen = m_allDates ? MessageGrid::cellKey(refCell, Qt::CaseInsensitive, ref) : 0;
+    const quint16 refLen = !m_allDates || refCell.isEmpty() ? 0 : MessageGrid::cellKey(refCell, Qt::CaseInsensitive, ref);
     it.key = ((kDateTop - date) << 16) | refLen;   // newest first: ascending by the complement
     it.ref = ref;
     Q_ASSERT((quintptr(row) >> 48) == 0);

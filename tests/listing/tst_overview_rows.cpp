@@ -128,6 +128,7 @@ private slots:
             QList<QByteArray> lines;
             QByteArray wire;
             PathMap paths;
+            QByteArray lastDates[2];   // posts often repeat one of the last dates: the kept forms
             for (int i = 0; i < 3000; ++i) {
                 QByteArray line = QByteArray::number(qint64(rnd() % 100000) * (i % 7 == 0 ? 1000000000LL : 1));
                 if (i % 97 == 0)
@@ -143,7 +144,9 @@ private slots:
                 const int fields = int(rnd() % 13);
                 for (int f = 0; f < fields; ++f) {
                     line += '\t';
-                    QByteArray v = f == 2 ? pick(dates) : pick(texts);
+                    QByteArray v = f != 2 ? pick(texts) : rnd() % 3 ? pick(dates) : lastDates[rnd() % 2];
+                    if (f == 2)
+                        lastDates[rnd() % 2] = v;
                     if (full && f >= 7 && rnd() % 3)
                         v = QByteArray(f == 7 ? "Xref: " : f == 8 ? "Path:  " : "Author:") + v;
                     line += v;

@@ -77,9 +77,27 @@ __attribute__((target("avx2"))) qsizetype findLfDotAvx2(const char *p, qsizetype
     return rest < 0 ? -1 : i + rest;
 }
 
+__attribute__((target("avx512f,avx512bw"))) qsizetype findLfDotAvx512(const char *p, qsizetype n)
+{
+    qsizetype i = 0;
+    const __m512i lf = _mm512_set1_epi8('\n'), dot = _mm512_set1_epi8('.');
+    for (; i + 129 <= n; i += 128) {
+        const __mmask64 m0 = _mm512_cmpeq_epi8_mask(_mm512_loadu_si512(p + i), lf) &
+                             _mm512_cmpeq_epi8_mask(_mm512_loadu_si512(p + i + 1), dot);
+        const __mmask64 m1 = _mm512_cmpeq_epi8_mask(_mm512_loadu_si512(p + i + 64), lf) &
+                             _mm512_cmpeq_epi8_mask(_mm512_loadu_si512(p + i + 65), dot);
+        if (m0 | m1)
+            return i + (m0 ? __builtin_ctzll(m0) : 64 + __builtin_ctzll(m1));
+    }
+    const qsizetype rest = findLfDotSse2(p + i, n - i);
+    return rest < 0 ? -1 : i + rest;
+}
+
 using FindLfDot = qsizetype (*)(const char *, qsizetype);
 const FindLfDot findLfDot = [] {
     __builtin_cpu_init();
+    if (__builtin_cpu_supports("avx512f") && __builtin_cpu_supports("avx512bw"))
+        return findLfDotAvx512;
     return __builtin_cpu_supports("avx2") ? findLfDotAvx2 : findLfDotSse2;
 }();
 
