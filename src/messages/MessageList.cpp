@@ -87,6 +87,14 @@ void MessageList::fetchRows(NewsTransport &t, const QString &cache)
             drainTransport();
             slice.restart();
         }
+        // while nothing waits to be read and the builder is behind, this thread builds blocks
+        // too (a few milliseconds at most, so the window stays live)
+        if (tp && !tp->InputWaiting()) {
+            QElapsedTimer helping;
+            helping.start();
+            while (helping.elapsed() < 4 && builder.helpOnce() && tp && !tp->InputWaiting()) {
+            }
+        }
         // back-pressure: while the builder is far behind, the server is not read, so what has
         // arrived but is not yet built stays small and Stop ends the listing at once
         if (tp) {

@@ -1,5 +1,6 @@
 #pragma once
 #include <QtGlobal>
+#include <memory>
 #include <utility>
 #include <vector>
 
@@ -34,6 +35,8 @@ public:
     qsizetype chunkCount() const { return qsizetype(m_chunks.size()); }
     const Chunk &chunk(qsizetype i) const { return m_chunks[size_t(i)]; }
     qsizetype bytesUsed() const;
+    // Keeps another arena alive as long as this one (rows built beside these on another thread).
+    void adopt(std::shared_ptr<const RowArena> other) { m_adopted.push_back(std::move(other)); }
 
     // Memory of the arenas' kind (huge pages, kept for reuse when let go): at least bytes.
     static std::pair<char *, qsizetype> allocChunk(qsizetype bytes);
@@ -42,6 +45,7 @@ public:
 private:
     qsizetype m_chunkBytes;
     std::vector<Chunk> m_chunks;
+    std::vector<std::shared_ptr<const RowArena>> m_adopted;
 };
 
 // Working memory of a large sort, from the arenas' pool: nothing is zeroed, and a second listing

@@ -8,12 +8,16 @@
 
 #include <algorithm>
 #include <chrono>
+#include <limits>
 #include <cstring>
 
 RowBuilder::RowBuilder(qint64 maxRows, const QString &cachePath)
-    : m_arena(std::make_shared<RowArena>()), m_maxRows(maxRows), m_cachePath(cachePath)
+    : m_maxRows(maxRows), m_cachePath(cachePath)
 {
-    m_writer = listing::CacheWriter::start(cachePath, m_arena);
+    for (Lane &l : m_lanes)
+        l.arena = std::make_shared<RowArena>();
+    m_lanes[0].order.reserve(qsizetype(qMin<qint64>(m_maxRows, 4 << 20)));   // room for the rows asked for
+    m_writer = listing::CacheWriter::start(cachePath, m_lanes[0].arena);
     m_thread = std::thread([this] { run(); });
 }
 
@@ -36,9 +40,10 @@ void RowBuilder::feed(QList<NewsTransport::OverviewText> blocks, const OverviewF
             if (b.text.isEmpty())
                 continue;
             m_pending += b.text.size();
-            m_queue.push_back(Batch{std::move(b), fmt});
+            m_queue.push_back(Batch{m_nextSeq++, std::move(b), fmt});
             any = true;
         }
+        m_blocks.resize(size_t(m_nextSeq));
     }
     if (any)
         m_cv.notify_all();
@@ -92,58 +97,131 @@ qint64 RowBuilder::rowsBuilt() const
     return m_built;
 }
 
+// Builds one block into a lane (no lock held: each lane has one thread).
+void RowBuilder::build(int lane, Batch &b)
+{
+    Lane &l = m_lanes[lane];
+    if (!l.rows || b.fmt.names != l.fmt.names || b.fmt.full != l.fmt.full || b.fmt.hasPath != l.fmt.hasPath) {
+        l.fmt = b.fmt;
+        l.rows = std::make_unique<listing::OverviewRows>(l.fmt);
+    }
+    auto position = [&l](qsizetype &chunk, qsizetype &used) {
+        chunk = qMax<qsizetype>(0, l.arena->chunkCount() - 1);
+        used = l.arena->chunkCount() ? l.arena->chunk(chunk).used : 0;
+    };
+    Built done;
+    done.lane = lane;
+    done.itemBegin = l.order.count();
+    position(done.chunkBegin, done.usedBegin);
+    const qint64 n = l.rows->build(b.text.text.constData(), b.text.text.size(), b.text.paths.get(), *l.arena, l.order,
+                                   std::numeric_limits<qint64>::max());
+    done.itemEnd = l.order.count();
+    position(done.chunkEnd, done.usedEnd);
+    {
+        std::lock_guard<std::mutex> g(m_mx);
+        m_blocks[size_t(b.seq)] = done;
+        m_built += n;
+        m_pending -= b.text.text.size();
+        if (m_spent.size() < 16)
+            m_spent.append(std::move(b.text.text));
+    }
+    m_progress.notify_all();
+}
+
+bool RowBuilder::helpOnce()
+{
+    Batch b;
+    {
+        std::lock_guard<std::mutex> g(m_mx);
+        if (m_queue.size() < 2 || m_done)
+            return false;   // the builder keeps up
+        b = std::move(m_queue.back());
+        m_queue.pop_back();
+        ++m_helping;
+    }
+    build(1, b);
+    {
+        std::lock_guard<std::mutex> g(m_mx);
+        --m_helping;
+    }
+    m_cv.notify_all();
+    return true;
+}
+
+void RowBuilder::writeBlock(const Built &b, const char *end)
+{
+    const RowArena &a = *m_lanes[b.lane].arena;
+    for (qsizetype c = b.chunkBegin; c <= b.chunkEnd && c < a.chunkCount(); ++c) {
+        const RowArena::Chunk &k = a.chunk(c);
+        const char *from = k.data + (c == b.chunkBegin ? b.usedBegin : 0);
+        const char *to = k.data + (c == b.chunkEnd ? b.usedEnd : k.used);
+        if (end && end >= from && end <= to) {
+            if (end > from)
+                m_writer->add(from, end - from);
+            return;
+        }
+        if (to > from)
+            m_writer->add(from, to - from);
+    }
+}
+
 void RowBuilder::run()
 {
-    qsizetype chunksWritten = 0;
-    // the arena's chunks are the cache file's lines: each full chunk goes to the writer
-    auto writeChunks = [&](qsizetype upTo) {
-        for (; chunksWritten < upTo; ++chunksWritten) {
-            const RowArena::Chunk &c = m_arena->chunk(chunksWritten);
-            m_writer->add(c.data, c.used);
-        }
-    };
-    listing::ListingOrder order;
-    order.reserve(qsizetype(qMin<qint64>(m_maxRows, 4 << 20)));   // room for the rows asked for
-    OverviewFormat lastFmt;
-    std::unique_ptr<listing::OverviewRows> rows;
-    qint64 built = 0;
-
     for (;;) {
-        std::vector<Batch> work;
+        Batch b;
         bool finishing = false, keep = false;
         {
             std::unique_lock<std::mutex> g(m_mx);
-            m_cv.wait(g, [&] { return m_quit || m_finish || !m_queue.empty(); });
+            m_cv.wait(g, [&] { return m_quit || !m_queue.empty() || (m_finish && m_helping == 0); });
             if (m_quit)
                 break;
-            work.swap(m_queue);
-            finishing = m_finish && work.empty();
-            keep = m_keepCache;
-        }
-        for (Batch &b : work) {
-            if (!rows || b.fmt.names != lastFmt.names || b.fmt.full != lastFmt.full || b.fmt.hasPath != lastFmt.hasPath) {
-                lastFmt = b.fmt;
-                rows = std::make_unique<listing::OverviewRows>(lastFmt);
+            if (!m_queue.empty()) {
+                b = std::move(m_queue.front());
+                m_queue.pop_front();
+            } else {
+                finishing = true;
+                keep = m_keepCache;
             }
-            built += rows->build(b.text.text.constData(), b.text.text.size(), b.text.paths.get(), *m_arena, order,
-                                 m_maxRows - built);
-            const qint64 consumed = b.text.text.size();
-            {
-                std::lock_guard<std::mutex> g(m_mx);
-                m_built = built;
-                m_pending -= consumed;
-                if (m_spent.size() < 16)
-                    m_spent.append(std::move(b.text.text));
-            }
-            m_progress.notify_all();
         }
-        if (!work.empty() && m_wake)
-            m_wake();
-        if (!finishing)
+        if (!finishing) {
+            build(0, b);
+            if (m_wake)
+                m_wake();
             continue;
-        // the end: the order, then the cache file. The file is written only now, behind the grid:
-        // while the answer streams in, the processor is the reader's and the builder's.
-        QVector<QByteArray> sorted = order.takeSorted(1);   // and room for the grid's empty last row
+        }
+        // the end: the blocks put together in the order they came (at most maxRows rows), their
+        // order, then the cache file. The file is written only now, behind the grid: while the
+        // answer streams in, the processor is the reader's and the builder's.
+        listing::ListingOrder *order = &m_lanes[0].order;
+        listing::ListingOrder joined;
+        qint64 total = 0;
+        bool simple = true;   // every block built by the builder, no row beyond the limit
+        for (const Built &k : m_blocks) {
+            total += k.itemEnd - k.itemBegin;
+            simple = simple && k.lane == 0;
+        }
+        simple = simple && total <= m_maxRows;
+        qint64 left = m_maxRows;
+        const Built *lastBlock = nullptr;
+        const char *lastEnd = nullptr;   // where the last row kept ends, when a block is cut
+        if (!simple) {
+            joined.reserve(qsizetype(qMin<qint64>(total, m_maxRows)));
+            for (const Built &k : m_blocks) {
+                if (k.lane < 0)
+                    continue;
+                const qsizetype take = qsizetype(qMin<qint64>(left, k.itemEnd - k.itemBegin));
+                joined.append(m_lanes[k.lane].order, k.itemBegin, k.itemBegin + take);
+                left -= take;
+                if (take < k.itemEnd - k.itemBegin) {
+                    lastBlock = &k;
+                    lastEnd = take > 0 ? m_lanes[k.lane].order.rowEnd(k.itemBegin + take - 1) : nullptr;
+                    break;
+                }
+            }
+            order = &joined;
+        }
+        QVector<QByteArray> sorted = order->takeSorted(1);   // and room for the grid's empty last row
+        m_lanes[0].arena->adopt(m_lanes[1].arena);
         {
             std::lock_guard<std::mutex> g(m_mx);
             m_sorted = std::move(sorted);
@@ -153,7 +231,16 @@ void RowBuilder::run()
         if (m_wake)
             m_wake();
         if (keep) {
-            writeChunks(m_arena->chunkCount());
+            for (const Built &k : m_blocks) {
+                if (k.lane < 0)
+                    continue;
+                if (&k == lastBlock) {
+                    if (lastEnd)
+                        writeBlock(k, lastEnd);
+                    break;
+                }
+                writeBlock(k, nullptr);
+            }
             static const char emptyRow[] = "\x7f\x7f\x7f\x7f\x7f\x7f\x7f\x7f\n";   // the grid's empty last row
             m_writer->add(emptyRow, 9);
         }
@@ -269,6 +356,26 @@ void ListingOrder::add(const char *row, qsizetype size, QByteArrayView sortCell,
     it.loc = quint64(quintptr(row)) | (quint64(qMin<qsizetype>(size, 0xFFFF)) << 48);
     if (size >= 0xFFFF)
         m_bigRows.insert(row, size);
+}
+
+void ListingOrder::append(const ListingOrder &other, qsizetype begin, qsizetype end)
+{
+    const qsizetype n = end - begin;
+    if (n <= 0)
+        return;
+    if ((m_count + n) * qsizetype(sizeof(Item)) > m_items.size())
+        reserve(qMax<qsizetype>(m_count * 2, m_count + n));
+    std::memcpy(m_items.as<Item>() + m_count, other.m_items.as<Item>() + begin, size_t(n) * sizeof(Item));
+    m_count += n;
+    m_allDates = m_allDates && other.m_allDates;
+    for (auto it = other.m_bigRows.cbegin(); it != other.m_bigRows.cend(); ++it)
+        m_bigRows.insert(it.key(), it.value());
+}
+
+const char *ListingOrder::rowEnd(qsizetype i) const
+{
+    const QByteArray row = rowOf(m_items.as<Item>()[i]);
+    return row.constData() + row.size() + 1;
 }
 
 QByteArray ListingOrder::rowOf(const Item &it) const

@@ -9,6 +9,7 @@
 
 #include <cstring>
 #include <immintrin.h>
+#include <poll.h>
 #include <sys/socket.h>
 
 namespace {
@@ -1004,6 +1005,19 @@ void NewsTransport::onReadyRead()
     processBuffer();
     if (self && generation == m_generation)
         readTextDirect();
+}
+
+bool NewsTransport::InputWaiting() const
+{
+    if (!m_socket)
+        return false;
+    if (m_socket->bytesAvailable() > 0 || m_pos < m_buf.size())
+        return true;
+    const qintptr fd = m_socket->socketDescriptor();
+    if (fd < 0)
+        return false;
+    pollfd p{int(fd), POLLIN, 0};
+    return ::poll(&p, 1, 0) > 0;
 }
 
 // A long overview answer on a plain, direct connection: once Qt's buffer and ours are empty, what

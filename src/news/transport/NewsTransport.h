@@ -113,6 +113,9 @@ public:
     // (a reader on another thread then never waits for the event loop). SetRawOverview(false)
     // clears it.
     void SetOverviewSink(std::function<void(OverviewText &&)> sink) { m_textSink = std::move(sink); }
+    // Whether the server's bytes wait to be read right now (a reader with other work to do
+    // gets back to the socket first).
+    bool InputWaiting() const;
     // While paused nothing more is read from the server (the socket's buffer fills and TCP holds
     // the rest back) and the time-out does not run; for a reader that cannot keep up.
     void SetReadPaused(bool paused);
