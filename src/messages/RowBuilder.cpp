@@ -9,6 +9,7 @@
 #include <algorithm>
 #include <chrono>
 #include <limits>
+#include <thread>
 #include <cstring>
 
 RowBuilder::RowBuilder(qint64 maxRows, const QString &cachePath)
@@ -288,6 +289,7 @@ bool dateKeyOf(QByteArrayView v, quint64 &key)
 using Item = ListingOrder::Item;
 
 constexpr quint64 kDateTop = (quint64(1) << 48) - 1;   // above every date's number
+constexpr size_t kSplitSort = 200000;                  // from here on the order is computed on two threads
 
 // Stable LSD radix sort of n items by key >> 16, 12 bits a pass, over the bits in which those
 // differ (made relative to the smallest); passes in which every item has the same digit are
@@ -407,9 +409,7 @@ QVector<QByteArray> ListingOrder::takeSorted(qsizetype extra)
         for (const MessageGrid::SortKey &k : keys)
             out.append(rows[k.idx]);
     } else {
-        ScratchBuffer spare(qsizetype(n * sizeof(Item)));
-        items = radixSort(items, spare.as<Item>(), n);
-        // equal dates: descending by the References, stable
+        // equal dates: descending by the References
         auto refGreater = [&](const Item &x, const Item &y) {
             if (x.ref != y.ref)
                 return x.ref > y.ref;
@@ -419,21 +419,65 @@ QVector<QByteArray> ListingOrder::takeSorted(qsizetype extra)
             return MessageGrid::compareCells(MessageGrid::cellView(rowOf(x), 7), MessageGrid::cellView(rowOf(y), 7),
                                              Qt::CaseInsensitive) > 0;
         };
-        for (size_t i = 0; i < n;) {
-            const quint64 date = items[i].key >> 16;
-            size_t j = i + 1;
-            bool differ = false;
-            while (j < n && (items[j].key >> 16) == date) {
-                if (items[j].ref != items[i].ref || items[j].key != items[i].key || quint16(items[j].key) == 0xFFFF)
-                    differ = true;
-                ++j;
+        // a run sorted by date, then its equal dates by the References (both stable)
+        auto sortRun = [&](Item *run, Item *tmp, size_t count) {
+            Item *sorted = radixSort(run, tmp, count);
+            for (size_t i = 0; i < count;) {
+                const quint64 date = sorted[i].key >> 16;
+                size_t j = i + 1;
+                bool differ = false;
+                while (j < count && (sorted[j].key >> 16) == date) {
+                    if (sorted[j].ref != sorted[i].ref || sorted[j].key != sorted[i].key || quint16(sorted[j].key) == 0xFFFF)
+                        differ = true;
+                    ++j;
+                }
+                if (differ)
+                    std::stable_sort(sorted + i, sorted + j, refGreater);
+                i = j;
             }
-            if (differ)
-                std::stable_sort(items + i, items + j, refGreater);
-            i = j;
+            return sorted;
+        };
+        ScratchBuffer spare(qsizetype(n * sizeof(Item)));
+        if (n < kSplitSort) {
+            items = sortRun(items, spare.as<Item>(), n);
+            for (size_t i = 0; i < n; ++i)
+                out.append(rowOf(items[i]));
+        } else {
+            // Two halves sorted at once on two threads, then merged from both ends at once: the
+            // first half's rows go first among equals, as they came first.
+            const size_t half = n / 2;
+            Item *a = nullptr, *b = nullptr;
+            std::thread other([&] { b = sortRun(items + half, spare.as<Item>() + half, n - half); });
+            a = sortRun(items, spare.as<Item>(), half);
+            other.join();
+            auto before = [&](const Item &x, const Item &y) {   // x strictly ahead of y
+                if ((x.key >> 16) != (y.key >> 16))
+                    return (x.key >> 16) < (y.key >> 16);
+                return refGreater(x, y);
+            };
+            out.resize(qsizetype(n));
+            QByteArray *o = out.data();
+            const size_t front = half;   // the front merge fills [0, front), the back one the rest
+            std::thread back([&] {
+                qsizetype i = qsizetype(half) - 1, j = qsizetype(n - half) - 1;
+                for (size_t k = n; k-- > front;) {
+                    // from the end: b's item unless a's is strictly after it
+                    if (j < 0 || (i >= 0 && before(b[j], a[i])))
+                        o[k] = rowOf(a[i--]);
+                    else
+                        o[k] = rowOf(b[j--]);
+                }
+            });
+            size_t i = 0, j = 0;
+            for (size_t k = 0; k < front; ++k) {
+                // from the start: a's item unless b's is strictly ahead of it
+                if (j >= n - half || (i < half && !before(b[j], a[i])))
+                    o[k] = rowOf(a[i++]);
+                else
+                    o[k] = rowOf(b[j++]);
+            }
+            back.join();
         }
-        for (size_t i = 0; i < n; ++i)
-            out.append(rowOf(items[i]));
     }
     ScratchBuffer().swap(m_items);
     m_count = 0;
