@@ -53,11 +53,16 @@ private:
     OverviewFormat m_fmt;
     QList<qint8> m_columns;
     qsizetype m_fields = 0;   // fields read: those the format names and columns cover
-    bool m_full[64] = {};
+    struct Wanted {
+        int field, col;
+        bool full;
+    };
+    Wanted m_wanted[32];   // the fields that fill a column (the fast path takes at most 31 fields)
+    int m_wantedCount = 0;
     bool m_plain = true;      // the format's fields fit the fast path
     // the last two dates read the quick way, and their forms
     struct KeptDate {
-        char text[48];
+        char text[48] = {};
         qsizetype size = -1;
         char display[10], sort[19];
         quint64 key = 0;
