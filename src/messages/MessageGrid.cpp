@@ -2,6 +2,7 @@
 #include "messages/RowArena.h"
 
 #include <algorithm>
+#include <mutex>
 #include <cstring>
 #include <numeric>
 
@@ -150,11 +151,34 @@ void MessageGrid::keepArena(std::shared_ptr<const RowArena> arena)
         m_arenas.push_back(std::move(arena));
 }
 
+namespace {
+std::mutex g_spareMx;
+QVector<QByteArray> g_spareRows;   // empty, with the capacity of the last large listing
+constexpr qsizetype kSpareFrom = 100000;
+}
+
+QVector<QByteArray> MessageGrid::takeRowVector(qsizetype capacity)
+{
+    QVector<QByteArray> v;
+    {
+        std::lock_guard<std::mutex> g(g_spareMx);
+        if (g_spareRows.capacity() >= capacity && g_spareRows.capacity() <= 2 * capacity + kSpareFrom)
+            v.swap(g_spareRows);
+    }
+    v.reserve(capacity);
+    return v;
+}
+
 void MessageGrid::ResizeGrid()
 {
     beginResetModel();
-    m_rows.clear();
-    m_rows.squeeze();
+    m_rows.clear();   // keeps the capacity
+    if (m_rows.capacity() >= kSpareFrom) {
+        std::lock_guard<std::mutex> g(g_spareMx);
+        if (m_rows.capacity() > g_spareRows.capacity())
+            g_spareRows.swap(m_rows);
+    }
+    m_rows = QVector<QByteArray>();
     m_rows.append(QByteArray(Cols - 1, Sep));
     m_arenas.clear();
     endResetModel();

@@ -390,8 +390,7 @@ QByteArray ListingOrder::rowOf(const Item &it) const
 QVector<QByteArray> ListingOrder::takeSorted(qsizetype extra)
 {
     const size_t n = size_t(m_count);
-    QVector<QByteArray> out;
-    out.reserve(qsizetype(n) + extra);
+    QVector<QByteArray> out = MessageGrid::takeRowVector(qsizetype(n) + extra);
     adviseHugePages(out.constData(), qsizetype(n) * qsizetype(sizeof(QByteArray)));
     Item *items = m_items.as<Item>();
     if (n == 0) {
