@@ -507,20 +507,22 @@ int main(int argc, char **argv)
                     sinceStop.isValid() ? sinceStop.nsecsElapsed() / 1e9 : -1.0, w.grid->lastMessageRow());
     }
 
-    // Stop during a listing: the Stop command 0.5 s after the start
+    // Stop during a listing: the Stop command at about a third of a listing's time
     {
         w.grid->ResizeGrid();
         w.S.CurrentGroup = QString::fromLatin1(Group);
+        listing::waitForCacheWrites();
         QElapsedTimer clock, sinceStop;
-        QTimer::singleShot(500, &w, [&] {
+        const int at = std::max(1, int(median(list) * 330));
+        QTimer::singleShot(at, &w, [&] {
             sinceStop.start();
             w.StopOperation();
         });
         clock.start();
         w.messages->ListMessages(false);
         const double total = clock.nsecsElapsed() / 1e9;
-        std::printf("STOP listing: pressed at 0.5 s, ListMessages returned %.3f s later with %d rows sorted (total %.3f s)\n",
-                    sinceStop.isValid() ? sinceStop.nsecsElapsed() / 1e9 : -1.0, w.grid->lastMessageRow(), total);
+        std::printf("STOP listing: pressed at %d ms, ListMessages returned %.3f s later with %d rows sorted (total %.3f s)\n",
+                    at, sinceStop.isValid() ? sinceStop.nsecsElapsed() / 1e9 : -1.0, w.grid->lastMessageRow(), total);
     }
 
     // The group list: LIST ACTIVE through LoadGroupList(false), FillGroupList into lstGroups
