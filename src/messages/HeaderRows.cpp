@@ -1,6 +1,7 @@
 #include "messages/HeaderRows.h"
 
 #include "messages/MessageGrid.h"
+#include "messages/OverviewRows.h"
 #include "messages/RowArena.h"
 #include "news/transport/NewsMessage.h"
 
@@ -195,232 +196,18 @@ char *putCellKnown(char *d, const char *p, qsizetype n, bool hasSep)
     return d + n;
 }
 
-char *putNumber(char *d, int v, int width)
-{
-    if (width == 2 && v >= 0 && v < 100) {
-        d[0] = char('0' + v / 10);
-        d[1] = char('0' + v % 10);
-        return d + 2;
-    }
-    if (width == 4 && v >= 0 && v < 10000) {
-        d[0] = char('0' + v / 1000);
-        d[1] = char('0' + v / 100 % 10);
-        d[2] = char('0' + v / 10 % 10);
-        d[3] = char('0' + v % 10);
-        return d + 4;
-    }
-    char buf[16];
-    int n = 0;
-    do {
-        buf[n++] = char('0' + v % 10);
-        v /= 10;
-    } while (v > 0);
-    for (; n < width; ++n)
-        buf[n] = '0';
-    while (n > 0)
-        *d++ = buf[--n];
-    return d;
-}
-
-qsizetype findBytes(const char *p, qsizetype n, const char *what, qsizetype wn)
-{
-    if (n <= 0)
-        return -1;
-    if (wn == 1) {
-        const void *q = std::memchr(p, what[0], size_t(n));
-        return q ? static_cast<const char *>(q) - p : -1;
-    }
-    for (qsizetype i = 0; i + wn <= n;) {
-        const void *q = std::memchr(p + i, what[0], size_t(n - wn + 1 - i));
-        if (!q)
-            return -1;
-        i = static_cast<const char *>(q) - p;
-        if (std::memcmp(p + i, what, size_t(wn)) == 0)
-            return i;
-        ++i;
-    }
-    return -1;
-}
-
-// Digits only, at most 9 of them.
-bool digits(const char *p, qsizetype n, int &v)
-{
-    if (n < 1 || n > 9)
-        return false;
-    v = 0;
-    for (qsizetype i = 0; i < n; ++i) {
-        if (p[i] < '0' || p[i] > '9')
-            return false;
-        v = v * 10 + (p[i] - '0');
-    }
-    return true;
-}
-
-// The common written forms of a cleaned ASCII date, read exactly as formatDate reads them.
-// False when the text is not one of them (formatDate then decides).
-bool quickDate(const char *p, qsizetype n, int &day, int &month, int &year, int &h, int &mi, int &s)
-{
-    const char *tok[5];
-    qsizetype len[5];
-    int t = 0;
-    for (qsizetype i = 0; i < n;) {
-        if (p[i] == ' ') {
-            ++i;
-            continue;
-        }
-        if (t == 5)
-            return false;
-        qsizetype j = i;
-        while (j < n && p[j] != ' ')
-            ++j;
-        tok[t] = p + i;
-        len[t] = j - i;
-        ++t;
-        i = j;
-    }
-    if (t < 3 || t > 4)
-        return false;
-    if (!digits(tok[0], len[0], day) || !digits(tok[2], len[2], year) || day < 1 || day > 31 || len[1] < 3)
-        return false;
-    static const char months[] = "janfebmaraprmayjunjulaugsepoctnovdec";
-    char m3[3];
-    for (int k = 0; k < 3; ++k) {
-        const char c = tok[1][k];
-        if (!((c >= 'a' && c <= 'z') || (c >= 'A' && c <= 'Z')))
-            return false;
-        m3[k] = char(c | 0x20);
-    }
-    month = 0;
-    for (int k = 0; k < 12; ++k)
-        if (std::memcmp(months + 3 * k, m3, 3) == 0)
-            month = k + 1;
-    if (month == 0)
-        return false;
-    if (len[2] <= 2)
-        year += year < 70 ? 2000 : 1900;
-    h = mi = s = 0;
-    if (t == 4) {
-        const char *q = tok[3];
-        const qsizetype qn = len[3];
-        const char *c1 = static_cast<const char *>(std::memchr(q, ':', size_t(qn)));
-        if (!c1 || !digits(q, c1 - q, h))
-            return false;
-        const char *rest = c1 + 1;
-        const char *c2 = static_cast<const char *>(std::memchr(rest, ':', size_t(q + qn - rest)));
-        if (!digits(rest, (c2 ? c2 : q + qn) - rest, mi))
-            return false;
-        if (c2) {
-            if (std::memchr(c2 + 1, ':', size_t(q + qn - c2 - 1)) || !digits(c2 + 1, q + qn - c2 - 1, s))
-                return false;
-        }
-        if (h > 23 || mi > 59 || s > 60)
-            return false;
-    }
-    return true;
-}
-
 } // namespace
-
-// The date rule and both forms into the buffers (display at least 16 bytes, sort at least 32)
-// for ASCII dates in the common written forms; false when formatDate has to decide.
-static bool quickDateForms(const char *date, qsizetype size, char *display, int &dlen, char *sort, int &slen,
-                           const char **cleaned, qsizetype *cleanedSize, char (&stack)[128], QByteArray &scratch)
-{
-    // the date rule on bytes: cut at "-", the zones, after ",", at "+"
-    const char *p = date;
-    qsizetype n = size;
-    auto cutBefore = [&](const char *mark, qsizetype mn) {
-        const qsizetype at = findBytes(p, n, mark, mn);
-        if (at >= 0)
-            n = at;
-    };
-    cutBefore("-", 1);
-    cutBefore("GMT", 3);
-    cutBefore("EST", 3);
-    cutBefore("EDT", 3);
-    cutBefore("PST", 3);
-    const qsizetype comma = findBytes(p, n, ",", 1);
-    if (comma >= 0) {
-        p += comma + 1;
-        n -= comma + 1;
-    }
-    cutBefore("+", 1);
-    auto ws = [](char c) { return c == ' ' || (c >= '\t' && c <= '\r'); };
-    {
-        // collapsing double spaces changes no word, so the common forms are read in place
-        qsizetype b = 0, e = n;
-        while (b < e && ws(p[b]))
-            ++b;
-        while (e > b && ws(p[e - 1]))
-            --e;
-        int day, month, year, h, mi, s;
-        if (quickDate(p + b, e - b, day, month, year, h, mi, s)) {
-            *cleaned = p + b;
-            *cleanedSize = e - b;
-            char *d = display;
-            d = putNumber(d, month, 2);
-            *d++ = '/';
-            d = putNumber(d, day, 2);
-            *d++ = '/';
-            d = putNumber(d, year, 4);
-            dlen = int(d - display);
-            d = sort;
-            d = putNumber(d, year, 4);
-            *d++ = '/';
-            d = putNumber(d, month, 2);
-            *d++ = '/';
-            d = putNumber(d, day, 2);
-            *d++ = ' ';
-            d = putNumber(d, h, 2);
-            *d++ = ':';
-            d = putNumber(d, mi, 2);
-            *d++ = ':';
-            d = putNumber(d, s, 2);
-            slen = int(d - sort);
-            return true;
-        }
-    }
-    char *out = stack;
-    if (n > qsizetype(sizeof stack)) {
-        scratch.resize(n);
-        out = scratch.data();
-    }
-    qsizetype o = 0;
-    for (qsizetype i = 0; i < n; ++i) {
-        out[o++] = p[i];
-        if (p[i] == ' ' && i + 1 < n && p[i + 1] == ' ')
-            ++i;
-    }
-    qsizetype b = 0, e = o;
-    while (b < e && ws(out[b]))
-        ++b;
-    while (e > b && ws(out[e - 1]))
-        --e;
-    *cleaned = out + b;
-    *cleanedSize = e - b;
-    return false;
-}
 
 void formatDateBytes(const char *date, qsizetype size, QByteArray &display, QByteArray &sort)
 {
-    if (!isAscii(date, size)) {
-        const auto f = formatDate(NormaliseDate(textFromBytes(date, size)));
-        display = f.first.toUtf8();
-        sort = f.second.toUtf8();
+    char db[10], sb[19];
+    quint64 key = 0;
+    if (isAscii(date, size) && OverviewRows::quickDate(date, size, size, db, sb, key)) {
+        display = QByteArray(db, 10);
+        sort = QByteArray(sb, 19);
         return;
     }
-    char db[16], sb[32];
-    int dl = 0, sl = 0;
-    const char *cleaned = nullptr;
-    qsizetype cn = 0;
-    QByteArray scratch;
-    char stack[128];
-    if (quickDateForms(date, size, db, dl, sb, sl, &cleaned, &cn, stack, scratch)) {
-        display = QByteArray(db, dl);
-        sort = QByteArray(sb, sl);
-        return;
-    }
-    const auto f = formatDate(QString::fromLatin1(cleaned, cn));
+    const auto f = formatDate(NormaliseDate(textFromBytes(date, size)));
     display = f.first.toUtf8();
     sort = f.second.toUtf8();
 }
@@ -477,34 +264,18 @@ static char *buildRow(const char *line, qsizetype size, const OverviewFormat &fm
         has[4] = true;
     }
     // the date's two forms
-    char db[16], sb[32];
-    int dl = 0, sl = 0;
-    QByteArray bigDisplay, bigSort, scratch;
-    char stack[128];
-    const char *display = db, *sort = sb;
-    qsizetype displayLen = 0, sortLen = 0;
-    bool ownDate = false;   // both forms are digits and separators of our own: no 0x7F in them
-    if (has[1]) {
-        const char *cleaned = nullptr;
-        qsizetype cn = 0;
-        if (isAscii(cell[1], len[1]) && quickDateForms(cell[1], len[1], db, dl, sb, sl, &cleaned, &cn, stack, scratch)) {
-            displayLen = dl;
-            sortLen = sl;
-            ownDate = true;
-        } else {
-            formatDateBytes(cell[1], len[1], bigDisplay, bigSort);
-            display = bigDisplay.constData();
-            displayLen = bigDisplay.size();
-            sort = bigSort.constData();
-            sortLen = bigSort.size();
-        }
-    }
+    QByteArray display, sort;
+    if (has[1])
+        formatDateBytes(cell[1], len[1], display, sort);
+    const char *sortAt = sort.constData();
+    qsizetype sortLen = sort.size();
     QByteArray keep[6];
     bool sep[8] = {};
     for (int c : {2, 3, 4, 5, 7})
         textCell(cell[c], len[c], keep[c == 7 ? 1 : c], sep[c]);
-    if (sortLen == 0) {   // no date: the Message-ID sorts in its place
-        sort = cell[5];
+    const bool idSorts = sortLen == 0;   // no date: the Message-ID sorts in its place
+    if (idSorts) {
+        sortAt = cell[5];
         sortLen = len[5];
     }
     char num[24];
@@ -513,13 +284,13 @@ static char *buildRow(const char *line, qsizetype size, const OverviewFormat &fm
         num[sizeof num - 1 - nd++] = char('0' + number % 10);
         number /= 10;
     } while (number > 0);
-    const qsizetype total = nd + displayLen + len[2] + len[3] + len[4] + len[5] + sortLen + len[7] + 8;
+    const qsizetype total = nd + display.size() + len[2] + len[3] + len[4] + len[5] + sortLen + len[7] + 8;
     char *const row = place(total);
     char *d = row;
     std::memcpy(d, num + sizeof num - nd, size_t(nd));
     d += nd;
     *d++ = MessageGrid::Sep;
-    d = ownDate ? putCellKnown(d, display, displayLen, false) : putCell(d, display, displayLen);
+    d = putCell(d, display.constData(), display.size());
     *d++ = MessageGrid::Sep;
     for (int c = 2; c <= 5; ++c) {
         d = putCellKnown(d, cell[c], len[c], sep[c]);
@@ -527,10 +298,7 @@ static char *buildRow(const char *line, qsizetype size, const OverviewFormat &fm
     }
     if (sortCell)
         *sortCell = QByteArrayView(d, sortLen);
-    if (ownDate)
-        d = putCellKnown(d, sort, sortLen, false);
-    else
-        d = sort == cell[5] ? putCellKnown(d, sort, sortLen, sep[5]) : putCell(d, sort, sortLen);
+    d = idSorts ? putCellKnown(d, sortAt, sortLen, sep[5]) : putCell(d, sortAt, sortLen);
     *d++ = MessageGrid::Sep;
     if (refCell)
         *refCell = QByteArrayView(d, len[7]);

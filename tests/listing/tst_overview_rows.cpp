@@ -74,8 +74,9 @@ private slots:
         int quick = 0;
         const QList<QByteArray> corpus = dateCorpus();
         for (const QByteArray &d : corpus) {
-            QByteArray display, sort;
-            formatDateBytes(d.constData(), d.size(), display, sort);
+            // the general rule, on text
+            const auto forms = formatDate(NormaliseDate(textFromBytes(d)));
+            const QByteArray display = forms.first.toUtf8(), sort = forms.second.toUtf8();
             // what follows the date in the buffer must not count: marks the rule looks for
             QByteArray buf = d + QByteArray("-,+GMT EST 1:2 ").repeated(8);
             for (const qsizetype readable : {d.size(), buf.size()}) {
