@@ -3,8 +3,8 @@
 #
 #   bench/listing/run.sh [ROWS [GROUPS [ROUNDS]]]      (default 1000000 100000 3)
 #
-# Prints, measured in the same run: the ratio of ListMessages (request to a filled, sorted grid
-# with its cache written) to a plain read of the same OVER answer (target <= 2.0), the peak
+# Prints, measured in the same run: the ratio of ListMessages (request to a filled, sorted grid;
+# the cache file is finished behind it) to a plain read of the same OVER answer (target <= 2.0), the peak
 # memory of the listing against the overview text (target <= 3.0), the time of a LIST ACTIVE
 # of GROUPS groups through LoadGroupList, and how long Stop takes to end both.
 # Build first: cmake --build build --target bench_listing
