@@ -48,12 +48,17 @@ void MessageList::fetchRows(NewsTransport &t, const QString &cache)
     QPointer<NewsTransport> tp(&t);
     RowBuilder builder(qMax<qint64>(0, maxRows), cache);
     builder.setWake([] { QMetaObject::invokeMethod(qApp, [] {}, Qt::QueuedConnection); });
-    auto drainTransport = [&] {
+    // text to the builder, and the blocks it has spent back to the transport to be filled again
+    auto handOver = [&builder, tp](QList<NewsTransport::OverviewText> blocks) {
         if (!tp)
             return;
         for (QByteArray &b : builder.takeSpentBlocks())
             tp->ReturnOverviewBlock(std::move(b));
-        builder.feed(tp->TakeOverviewRecords(), tp->OverviewFormatInUse());
+        builder.feed(std::move(blocks), tp->OverviewFormatInUse());
+    };
+    auto drainTransport = [&] {
+        if (tp)
+            handOver(tp->TakeOverviewRecords());
     };
     qint64 shownCount = 0;
     auto showCount = [&] {
@@ -68,14 +73,10 @@ void MessageList::fetchRows(NewsTransport &t, const QString &cache)
     };
     t.SetRawOverview(true);
     // full blocks go to the builder as they fill, also in the middle of a long read
-    t.SetOverviewSink([&builder, tp](NewsTransport::OverviewText &&block) {
-        if (!tp)
-            return;
-        for (QByteArray &b : builder.takeSpentBlocks())
-            tp->ReturnOverviewBlock(std::move(b));
+    t.SetOverviewSink([&handOver](NewsTransport::OverviewText &&block) {
         QList<NewsTransport::OverviewText> one;
         one.append(std::move(block));
-        builder.feed(std::move(one), tp->OverviewFormatInUse());
+        handOver(std::move(one));
     });
     t.FetchHeaders(qint64(m.S.FirstArticle), qint64(m.S.LastArticle));
     QElapsedTimer slice, shown;

@@ -886,12 +886,14 @@ qsizetype NewsTransport::scanText()
     return -1;
 }
 
-// The answer's text ends at lineStart, where its terminating line starts; what follows that line
-// (from after) is not overview text: it goes back to the line buffer.
-void NewsTransport::endText(qsizetype lineStart, qsizetype after)
+// The answer's text ends at lineStart, where its terminating line starts. What follows that
+// line is not overview text: with keepRest it goes back to the line buffer (it came straight
+// from the socket); else the caller still has it. Returns how many bytes that is.
+qsizetype NewsTransport::endText(qsizetype lineStart, bool keepRest)
 {
+    const qsizetype after = lineStart + (m_text.at(lineStart + 1) == '\r' ? 3 : 2);
     const qsizetype extra = m_text.size() - after;
-    if (extra > 0) {
+    if (keepRest && extra > 0) {
         // ahead of anything not yet processed in the line buffer
         m_buf.remove(0, m_pos);
         m_pos = 0;
@@ -900,6 +902,7 @@ void NewsTransport::endText(qsizetype lineStart, qsizetype after)
     m_text.resize(lineStart);
     m_textDone = lineStart;
     m_inData = false;
+    return extra;
 }
 
 // Takes answer bytes of an overview into the text block. Returns how many it took: all of them,
@@ -917,13 +920,8 @@ qsizetype NewsTransport::absorbText(const char *data, qsizetype size)
         std::memcpy(m_text.data() + at, data + taken, size_t(n));
         taken += n;
         const qsizetype term = scanText();
-        if (term >= 0) {
-            const qsizetype after = term + (m_text.at(term + 1) == '\r' ? 3 : 2);
-            const qsizetype unused = m_text.size() - after;   // these bytes were not the answer's
-            m_text.resize(after);
-            endText(term, after);
-            return taken - unused;
-        }
+        if (term >= 0)
+            return taken - endText(term, false);   // the bytes after the answer were not taken
         if (m_text.size() - m_textDone > kMaxLine)
             return taken;
         textRoom(qMin(size - taken, kTextBlock));
@@ -1047,7 +1045,7 @@ void NewsTransport::readTextDirect()
             return;   // nothing more now, or the end (Qt reports it)
         const qsizetype term = scanText();
         if (term >= 0) {
-            endText(term, term + (m_text.at(term + 1) == '\r' ? 3 : 2));
+            endText(term, true);
             const quint64 generation = m_generation;
             QPointer<NewsTransport> self(this);
             handleDataEnd();

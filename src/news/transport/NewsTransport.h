@@ -176,7 +176,7 @@ private:
     qsizetype absorbText(const char *data, qsizetype size);
     void textRoom(qsizetype need);
     qsizetype scanText();
-    void endText(qsizetype lineStart, qsizetype after);
+    qsizetype endText(qsizetype lineStart, bool keepRest);
     void readTextDirect();
     void lineTooLong();
     void beginData();
