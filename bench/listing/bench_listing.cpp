@@ -354,7 +354,7 @@ int main(int argc, char **argv)
             order.reserve(rows);
             qint64 built = 0;
             for (const QByteArray &b : blocks)
-                built += maker.build(b.constData(), b.size(), nullptr, arena, order, rows - built);
+                built += maker.build(b.constData(), b.size(), nullptr, arena, order);
             const double t1 = clock.nsecsElapsed() / 1e9, c1 = processCpu();
             const QVector<QByteArray> sorted = order.takeSorted(1);
             const double t2 = clock.nsecsElapsed() / 1e9;

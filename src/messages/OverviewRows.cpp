@@ -49,7 +49,7 @@ inline bool isWs(char c) { return c == ' ' || (c >= '\t' && c <= '\r'); }
 
 // ---------------------------------------------------------------- the vector pass
 
-// Calls rows.line for every whole line of [p, end) with the line's tabs (the first kMaxTabs)
+// Calls onLine for every whole line of [p, end) with the line's tabs (the first kMaxTabs)
 // and whether it holds a byte above 0x7E. Masks(w, tab, nl, high) fills bit masks for the
 // Masks::Width bytes at w. Returns where the unfinished last line starts.
 template <class Masks>
@@ -452,23 +452,21 @@ bool OverviewRows::useKernel(const QString &name)
 OverviewRows::OverviewRows(const OverviewFormat &fmt)
     : m_fmt(fmt), m_columns(overviewColumns(fmt))
 {
-    m_fields = qMin(m_fmt.names.size(), m_columns.size());
-    m_plain = m_fields + 1 <= kMaxTabs && m_fmt.full.size() >= m_fields;
+    const qsizetype fields = qMin(m_fmt.names.size(), m_columns.size());   // those read
+    m_plain = fields + 1 <= kMaxTabs && m_fmt.full.size() >= fields;
     // the fields that fill a column, in field order (a later one wins)
-    for (qsizetype f = 0; m_plain && f < m_fields; ++f)
+    for (qsizetype f = 0; m_plain && f < fields; ++f)
         if (m_columns.at(f) >= 0)
             m_wanted[m_wantedCount++] = Wanted{int(f), int(m_columns.at(f)), m_fmt.full.at(f)};
 }
 
-qint64 OverviewRows::build(const char *text, qsizetype size, const PathMap *paths, RowArena &arena, ListingOrder &order,
-                           qint64 maxRows)
+qint64 OverviewRows::build(const char *text, qsizetype size, const PathMap *paths, RowArena &arena, ListingOrder &order)
 {
     m_paths = paths && !paths->isEmpty() && !m_fmt.hasPath ? paths : nullptr;
     m_arena = &arena;
     m_order = &order;
-    m_left = maxRows;
     m_built = 0;
-    if (maxRows <= 0 || size <= 0)
+    if (size <= 0)
         return 0;
     g_scan(text, text + size,
           [](void *self, const char *s, const char *e, const char *const *tabs, int nt, bool high) {
@@ -480,8 +478,6 @@ qint64 OverviewRows::build(const char *text, qsizetype size, const PathMap *path
 
 void OverviewRows::line(const char *s, const char *e, const char *const *tabs, int tabCount, bool high)
 {
-    if (m_left <= 0)
-        return;
     if (s < e && *s == '.')   // dot-stuffed
         ++s;
     if (e > s && e[-1] == '\r')
@@ -514,7 +510,6 @@ void OverviewRows::generalRow(const char *s, const char *e)
         return;
     m_order->add(r.row.constData(), r.row.size(), r.sortCell, r.refCell, nullptr);
     ++m_built;
-    --m_left;
 }
 
 // A line of plain ASCII (no byte above 0x7E, so no 0x7F either: every cell is copied as it is).
@@ -681,7 +676,7 @@ bool OverviewRows::plainRow(const char *s, const char *e, const char *const *tab
         put(cell[4], len[4]);   // the Path fetched apart
     putLine(cell[5], len[5]);
     const QByteArrayView sortCell(d, sl);
-    if (sl == 19 && sp == sort)
+    if (sl == 19)
         std::memcpy(d, sp, 19), d += 19, *d++ = MessageGrid::Sep;
     else
         put(sp, sl);
@@ -690,7 +685,6 @@ bool OverviewRows::plainRow(const char *s, const char *e, const char *const *tab
     *d = '\n';   // after the empty download mark: the row is its own cache line
     m_order->add(row, total, sortCell, refCell, keyKnown ? &key : nullptr);
     ++m_built;
-    --m_left;
     return true;
 }
 

@@ -27,11 +27,10 @@ public:
     explicit OverviewRows(const OverviewFormat &fmt);
 
     // text: whole lines, each ending in LF (CR LF as on the wire), still dot-stuffed, without
-    // the terminating line. Builds the row of each line that has an article number, at most
-    // maxRows of them, into arena and adds each to order. paths: Paths fetched apart, or null.
-    // Returns the number of rows built.
-    qint64 build(const char *text, qsizetype size, const PathMap *paths, RowArena &arena, ListingOrder &order,
-                 qint64 maxRows);
+    // the terminating line. Builds the row of each line that has an article number into arena
+    // and adds each to order. paths: Paths fetched apart, or null. Returns the number of rows
+    // built.
+    qint64 build(const char *text, qsizetype size, const PathMap *paths, RowArena &arena, ListingOrder &order);
 
     // The date rule and both forms for a plain ASCII date in the common written forms (day,
     // month name, year, optional time; weekday and zone as the rule drops them): display
@@ -52,7 +51,6 @@ private:
 
     OverviewFormat m_fmt;
     QList<qint8> m_columns;
-    qsizetype m_fields = 0;   // fields read: those the format names and columns cover
     struct Wanted {
         int field, col;
         bool full;
@@ -73,7 +71,6 @@ private:
     const PathMap *m_paths = nullptr;
     RowArena *m_arena = nullptr;
     ListingOrder *m_order = nullptr;
-    qint64 m_left = 0;
     qint64 m_built = 0;
 };
 

@@ -1,19 +1,16 @@
 #include "messages/RowBuilder.h"
 
-#include "messages/HeaderRows.h"
 #include "messages/MessageCache.h"
 #include "messages/OverviewRows.h"
 #include "messages/RowArena.h"
 
 
 #include <algorithm>
-#include <chrono>
-#include <limits>
 #include <thread>
 #include <cstring>
 
 RowBuilder::RowBuilder(qint64 maxRows, const QString &cachePath)
-    : m_maxRows(maxRows), m_cachePath(cachePath)
+    : m_maxRows(maxRows)
 {
     for (Lane &l : m_lanes)
         l.arena = std::make_shared<RowArena>();
@@ -86,12 +83,6 @@ qint64 RowBuilder::pendingBytes() const
     return m_pending;
 }
 
-void RowBuilder::waitBelow(qint64 bytes, int ms)
-{
-    std::unique_lock<std::mutex> g(m_mx);
-    m_progress.wait_for(g, std::chrono::milliseconds(ms), [&] { return m_pending <= bytes || m_done; });
-}
-
 qint64 RowBuilder::rowsBuilt() const
 {
     std::lock_guard<std::mutex> g(m_mx);
@@ -114,8 +105,7 @@ void RowBuilder::build(int lane, Batch &b)
     done.lane = lane;
     done.itemBegin = l.order.count();
     position(done.chunkBegin, done.usedBegin);
-    const qint64 n = l.rows->build(b.text.text.constData(), b.text.text.size(), b.text.paths.get(), *l.arena, l.order,
-                                   std::numeric_limits<qint64>::max());
+    const qint64 n = l.rows->build(b.text.text.constData(), b.text.text.size(), b.text.paths.get(), *l.arena, l.order);
     done.itemEnd = l.order.count();
     position(done.chunkEnd, done.usedEnd);
     {
@@ -126,7 +116,6 @@ void RowBuilder::build(int lane, Batch &b)
         if (m_spent.size() < 16)
             m_spent.append(std::move(b.text.text));
     }
-    m_progress.notify_all();
 }
 
 bool RowBuilder::helpOnce()
@@ -228,8 +217,7 @@ void RowBuilder::run()
             m_sorted = std::move(sorted);
             m_done = true;
         }
-        m_progress.notify_all();
-        if (m_wake)
+            if (m_wake)
             m_wake();
         if (keep) {
             for (const Built &k : m_blocks) {

@@ -94,10 +94,8 @@ public:
     // being written: listing::waitForCacheWrites.
     QVector<QByteArray> takeSortedRows();
     qint64 rowsBuilt() const;
-    // Bytes of text fed and not yet built. waitBelow blocks the caller until they are at
-    // most bytes, or at most ms milliseconds (the reader's back-pressure).
+    // Bytes of text fed and not yet built (the reader's back-pressure).
     qint64 pendingBytes() const;
-    void waitBelow(qint64 bytes, int ms);
     // Called on the builder's thread whenever rows are ready or the work is done (to wake a wait).
     void setWake(std::function<void()> wake) { m_wake = std::move(wake); }
 
@@ -128,7 +126,6 @@ private:
 
     mutable std::mutex m_mx;
     std::condition_variable m_cv;
-    std::condition_variable m_progress;
     qint64 m_pending = 0;
     std::deque<Batch> m_queue;
     qsizetype m_nextSeq = 0;
@@ -142,7 +139,6 @@ private:
     Lane m_lanes[2];
     qint64 m_built = 0;
     const qint64 m_maxRows;
-    const QString m_cachePath;
     std::function<void()> m_wake;
     std::thread m_thread;
 };

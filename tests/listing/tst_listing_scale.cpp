@@ -7,13 +7,13 @@
 #include "messages/MessageList.h"
 #include "news/Session.h"
 #include "news/transport/NewsMessage.h"
+#include "support/ListingOracle.h"
 #include "support/ScriptedNntpServer.h"
 #include "ui/Prompter.h"
 
 #include <QFile>
 #include <QTimer>
 #include <QtTest>
-#include <algorithm>
 
 namespace {
 
@@ -188,12 +188,7 @@ private slots:
         QCOMPARE(lines.size(), int(x.rows) + 1);
         for (int i = 0; i < 5; ++i)
             QCOMPARE(lines[i * 1999].toUtf8() + QByteArray(1, '\x7f'), expected[i * 1999] + '\x7f');
-        std::stable_sort(expected.begin(), expected.end(), [](const QByteArray &a, const QByteArray &b) {
-            int c = MessageGrid::cellOf(a, 6).compare(MessageGrid::cellOf(b, 6), Qt::CaseInsensitive);
-            if (c == 0)
-                c = MessageGrid::cellOf(a, 7).compare(MessageGrid::cellOf(b, 7), Qt::CaseInsensitive);
-            return c > 0;
-        });
+        testlisting::sortAsListed(expected);
         QCOMPARE(x.w.grid->Rows(), int(x.rows) + 1);
         for (int r = 1; r <= x.rows; ++r)
             QCOMPARE(x.w.grid->packedRow(r), expected[r - 1]);
