@@ -123,7 +123,14 @@ void MessageList::fetchRows(NewsTransport &t, const QString &cache)
     if (tp)
         tp->SetRawOverview(false);
     builder.finish(ok);
-    nd::waitUntil([&] { return builder.done(); });
+    // the blocks still waiting are built on this thread too (a few milliseconds at a time)
+    nd::waitUntil([&] {
+        QElapsedTimer helping;
+        helping.start();
+        while (helping.elapsed() < 4 && builder.helpOnce()) {
+        }
+        return builder.done();
+    });
     if (ok) {
         showCount();
         // the rows, in order, and the empty row that ends the grid (the builder left room for it)

@@ -123,8 +123,10 @@ bool RowBuilder::helpOnce()
     Batch b;
     {
         std::lock_guard<std::mutex> g(m_mx);
-        if (m_queue.size() < 2 || m_done)
-            return false;   // the builder keeps up
+        // while the answer streams, one waiting block is the builder's next; once it has ended,
+        // any block left is worth taking
+        if (m_queue.size() < (m_finish ? 1u : 2u) || m_done)
+            return false;
         b = std::move(m_queue.back());
         m_queue.pop_back();
         ++m_helping;

@@ -149,6 +149,7 @@ private slots:
     void socks5_proxy();
     void non_utf8_status_and_huge_overview_row();
     void raw_overview_text_as_sent();
+    void raw_overview_end_followed_by_more();
 
 private:
     bool connectTo(NewsTransport &t, Recorder &r, ScriptServer &s, const QString &user = QString(),
@@ -1110,6 +1111,54 @@ void TestTransportScript::raw_overview_text_as_sent()
         QVERIFY(blocks[i].text.startsWith(overRow(4 * i + 1)));
     }
     t.SetRawOverview(false);
+}
+
+// The end of a long answer is found at the tail of what came, as a plain reader finds it. A
+// server that sends more in the same breath (against the protocol), or closes the connection
+// right after, still ends the answer, with its text as sent.
+void TestTransportScript::raw_overview_end_followed_by_more()
+{
+    QByteArray body;
+    for (qint64 n = 1; n <= 20000; ++n)
+        body += overRow(n);
+    bool close = false;
+    ScriptServer s;
+    s.replies["GROUP"] = "211 20000 1 20000 a.b\r\n";
+    s.replies["LIST OVERVIEW.FMT"] = kStdFmt;
+    s.handler = [&](QTcpSocket *c, const QByteArray &line) {
+        if (line.startsWith("HDR Path ")) {
+            c->write("503 no\r\n");
+        } else if (line.startsWith("OVER ")) {
+            c->write("224 overview\r\n" + body + ".\r\n" + (close ? "400 going away\r\n" : "999 unasked\r\n"));
+            if (close)
+                c->disconnectFromHost();
+        } else {
+            s.answer(c, line);
+        }
+    };
+    QVERIFY(s.start());
+    for (const bool closing : {false, true}) {
+        close = closing;
+        NewsTransport t;
+        Recorder r(&t);
+        QVERIFY(connectTo(t, r, s));
+        t.SelectGroup(QStringLiteral("a.b"));
+        QTRY_COMPARE(r.done.size(), 1);
+        t.SetRawOverview(true);
+        t.SetPathChunk(50000);   // one OVER
+        QElapsedTimer clock;
+        clock.start();
+        t.FetchHeaders(1, 20000);
+        QTRY_COMPARE_WITH_TIMEOUT(r.done.size(), 2, 5000);
+        QVERIFY(clock.elapsed() < 3000);   // far from the session's time limit
+        QVERIFY(!r.done.last().error);
+        QByteArray text;
+        for (const NewsTransport::OverviewText &b : t.TakeOverviewRecords())
+            text += b.text;
+        QCOMPARE(text.size(), body.size());
+        QVERIFY(text == body);
+        t.SetRawOverview(false);
+    }
 }
 
 QTEST_GUILESS_MAIN(TestTransportScript)

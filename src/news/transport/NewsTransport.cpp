@@ -856,13 +856,14 @@ void NewsTransport::textRoom(qsizetype need)
         m_textBlocks.append(std::move(full));
 }
 
-// Finds the whole lines that came since the last scan, and the terminating line: its offset in
-// the block (the text ends there) when it has come, else -1. Dot-stuffed lines stay as they are.
-qsizetype NewsTransport::scanText()
+// Finds the whole lines of the block from from (the start of a line) on, and the terminating
+// line: its offset in the block (the text ends there) when it has come, else -1. Dot-stuffed
+// lines stay as they are.
+qsizetype NewsTransport::scanText(qsizetype from)
 {
     const char *b = m_text.constData();
     const qsizetype size = m_text.size();
-    qsizetype pos = m_textDone;   // always the start of a line
+    qsizetype pos = from;
     for (;;) {
         if (pos < size && b[pos] == '.') {
             if (pos + 1 >= size)
@@ -905,6 +906,40 @@ qsizetype NewsTransport::endText(qsizetype lineStart, bool keepRest)
     return extra;
 }
 
+// The end of the answer as a plain reader finds it: the server sends nothing after the terminating
+// line until the next command, which is not sent before the answer has ended. So that line can
+// only be the last thing received, and the text is not searched for it: its offset when the
+// text ends in it, else -1. Also notes where the whole lines received since from end.
+qsizetype NewsTransport::tailEnd(qsizetype from)
+{
+    const char *b = m_text.constData();
+    const qsizetype n = m_text.size();
+    // the block starts at the start of a line
+    auto lineStart = [b](qsizetype i) { return i == 0 || b[i - 1] == '\n'; };
+    if (n >= 2 && b[n - 1] == '\n') {
+        if (b[n - 2] == '.' && lineStart(n - 2))
+            return n - 2;
+        if (n >= 3 && b[n - 2] == '\r' && b[n - 3] == '.' && lineStart(n - 3))
+            return n - 3;
+    }
+    from = qMax(from, m_textDone);
+    if (const void *lf = from < n ? ::memrchr(b + from, '\n', size_t(n - from)) : nullptr)
+        m_textDone = static_cast<const char *>(lf) - b + 1;
+    return -1;
+}
+
+// The answer's terminating line starts at lineStart of the block read straight from the socket:
+// the answer ends, and what came after it is read as usual.
+void NewsTransport::textEnded(qsizetype lineStart)
+{
+    endText(lineStart, true);
+    const quint64 generation = m_generation;
+    QPointer<NewsTransport> self(this);
+    handleDataEnd();
+    if (self && generation == m_generation && m_pos < m_buf.size())
+        processBuffer();   // what came after the answer
+}
+
 // Takes answer bytes of an overview into the text block. Returns how many it took: all of them,
 // or those up to and including the terminating line (the answer has then ended: m_inData is
 // false and the caller goes on with the rest).
@@ -919,7 +954,7 @@ qsizetype NewsTransport::absorbText(const char *data, qsizetype size)
         m_text.resize(at + n);
         std::memcpy(m_text.data() + at, data + taken, size_t(n));
         taken += n;
-        const qsizetype term = scanText();
+        const qsizetype term = scanText(m_textDone);
         if (term >= 0)
             return taken - endText(term, false);   // the bytes after the answer were not taken
         if (m_text.size() - m_textDone > kMaxLine)
@@ -1036,6 +1071,7 @@ void NewsTransport::readTextDirect()
     constexpr qsizetype kMinRoom = 256 << 10;
     while (rawText() && slice.elapsed() < 4) {
         textRoom(kMinRoom);
+        const qsizetype lineBefore = m_textDone;   // where the line the next bytes go on starts
         const qsizetype at = m_text.size();
         const qsizetype room = m_text.capacity() - at;
         m_text.resize(at + room);
@@ -1043,14 +1079,15 @@ void NewsTransport::readTextDirect()
         m_text.resize(at + (got > 0 ? qsizetype(got) : 0));
         if (got <= 0)
             return;   // nothing more now, or the end (Qt reports it)
-        const qsizetype term = scanText();
+        qsizetype term = tailEnd(at);
+        if (term < 0 && m_text.endsWith('\n')) {
+            // The server stopped at a line end, not at the end: one that sends more after the end
+            // in the same breath (which the protocol does not allow) has its end found all the same.
+            // Servers that send whole lines pay the search the old way; others hardly ever.
+            term = scanText(lineBefore);
+        }
         if (term >= 0) {
-            endText(term, true);
-            const quint64 generation = m_generation;
-            QPointer<NewsTransport> self(this);
-            handleDataEnd();
-            if (self && generation == m_generation && m_pos < m_buf.size())
-                processBuffer();   // what came after the answer
+            textEnded(term);
             return;
         }
         if (m_text.size() - m_textDone > kMaxLine) {

@@ -175,7 +175,9 @@ private:
     bool rawText() const { return m_rawOverview && m_step == Step::Over && m_inData; }
     qsizetype absorbText(const char *data, qsizetype size);
     void textRoom(qsizetype need);
-    qsizetype scanText();
+    qsizetype scanText(qsizetype from);
+    qsizetype tailEnd(qsizetype from);
+    void textEnded(qsizetype lineStart);
     qsizetype endText(qsizetype lineStart, bool keepRest);
     void readTextDirect();
     void lineTooLong();
