@@ -100,10 +100,12 @@ void MessageList::fetchRows(NewsTransport &t, const QString &cache)
         // arrived but is not yet built stays small and Stop ends the listing at once
         if (tp) {
             const qint64 pending = builder.pendingBytes();
-            if (pending > kMaxBacklog)
+            if (pending > kMaxBacklog) {
                 tp->SetReadPaused(true);
-            else if (pending < kMaxBacklog / 2)
+                builder.wakeBelow(kMaxBacklog / 2);   // nothing else wakes this thread then
+            } else if (pending < kMaxBacklog / 2) {
                 tp->SetReadPaused(false);
+            }
         }
         if (shown.elapsed() >= 250) {
             showCount();

@@ -468,6 +468,7 @@ qint64 OverviewRows::build(const char *text, qsizetype size, const PathMap *path
     m_arena = &arena;
     m_order = &order;
     m_built = 0;
+    m_textEnd = text + size;
     if (size <= 0)
         return 0;
     g_scan(text, text + size,
@@ -628,8 +629,7 @@ bool OverviewRows::plainRow(const char *s, const char *e, const char *const *tab
     char num[20];
     int k = sizeof num;
     if (numberAsWritten) {
-        k -= int(nd);
-        std::memcpy(num + k, s, size_t(nd));
+        k -= int(nd);   // copied from the line below
     } else {
         do {
             num[--k] = char('0' + number % 10);
@@ -639,20 +639,29 @@ bool OverviewRows::plainRow(const char *s, const char *e, const char *const *tab
     const qsizetype numLen = qsizetype(sizeof num) - k;
     const qsizetype total = numLen + dl + len[2] + len[3] + len[4] + len[5] + sl + len[7] + 8;
     // room for the row, its line end and the slack the short copies below may write into
-    constexpr qsizetype kSlack = 32;
+    constexpr qsizetype kSlack = 64;
     char *const row = m_arena->alloc(total + 1 + kSlack);
     m_arena->unuse(kSlack);
     char *d = row;
-    // A cell of the line: short ones are moved 16 or 32 bytes at a time, which may read past the
-    // cell (not past the line) and write past it (into the slack, or what comes next anyway).
-    auto putLine = [&d, e](const char *p, qsizetype n) {
+    // A cell of the text: short ones are moved 16 bytes at a time, up to 64, which may read past
+    // the cell (not past the block) and write past it (into the slack, or what comes next anyway).
+    const char *const textEnd = m_textEnd;
+    auto putText = [&d, textEnd](const char *p, qsizetype n) {
         if (n <= 0) {
-        } else if (n <= 32 && p + 32 <= e) {
+        } else if (n <= 32 && p + 32 <= textEnd) {
             const __m128i a = _mm_loadu_si128(reinterpret_cast<const __m128i *>(p));
             const __m128i b = _mm_loadu_si128(reinterpret_cast<const __m128i *>(p + 16));
             _mm_storeu_si128(reinterpret_cast<__m128i *>(d), a);
-            if (n > 16)
-                _mm_storeu_si128(reinterpret_cast<__m128i *>(d + 16), b);
+            _mm_storeu_si128(reinterpret_cast<__m128i *>(d + 16), b);
+        } else if (n <= 64 && p + 64 <= textEnd) {
+            const __m128i a = _mm_loadu_si128(reinterpret_cast<const __m128i *>(p));
+            const __m128i b = _mm_loadu_si128(reinterpret_cast<const __m128i *>(p + 16));
+            const __m128i c = _mm_loadu_si128(reinterpret_cast<const __m128i *>(p + 32));
+            const __m128i e = _mm_loadu_si128(reinterpret_cast<const __m128i *>(p + 48));
+            _mm_storeu_si128(reinterpret_cast<__m128i *>(d), a);
+            _mm_storeu_si128(reinterpret_cast<__m128i *>(d + 16), b);
+            _mm_storeu_si128(reinterpret_cast<__m128i *>(d + 32), c);
+            _mm_storeu_si128(reinterpret_cast<__m128i *>(d + 48), e);
         } else {
             std::memcpy(d, p, size_t(n));
         }
@@ -665,25 +674,28 @@ bool OverviewRows::plainRow(const char *s, const char *e, const char *const *tab
         d += n;
         *d++ = MessageGrid::Sep;
     };
-    put(num + k, numLen);
+    if (numberAsWritten)
+        putText(s, nd);
+    else
+        put(num + k, numLen);
     if (dl == 10)
         std::memcpy(d, dp, 10), d += 10, *d++ = MessageGrid::Sep;
     else
         put(dp, dl);
-    putLine(cell[2], len[2]);
-    putLine(cell[3], len[3]);
+    putText(cell[2], len[2]);
+    putText(cell[3], len[3]);
     if (cell[4] && cell[4] >= s && cell[4] < e)
-        putLine(cell[4], len[4]);
+        putText(cell[4], len[4]);
     else
         put(cell[4], len[4]);   // the Path fetched apart
-    putLine(cell[5], len[5]);
+    putText(cell[5], len[5]);
     const QByteArrayView sortCell(d, sl);
     if (sl == 19)
         std::memcpy(d, sp, 19), d += 19, *d++ = MessageGrid::Sep;
     else
         put(sp, sl);
     const QByteArrayView refCell(d, len[7]);
-    putLine(cell[7], len[7]);
+    putText(cell[7], len[7]);
     *d = '\n';   // after the empty download mark: the row is its own cache line
     m_order->add(row, total, sortCell, refCell, keyKnown ? &key : nullptr);
     ++m_built;

@@ -69,6 +69,7 @@ private:
     int m_nextDate = 0;   // the one to replace
     // the block being built
     const PathMap *m_paths = nullptr;
+    const char *m_textEnd = nullptr;   // short cells may be read past their line, not past this
     RowArena *m_arena = nullptr;
     ListingOrder *m_order = nullptr;
     qint64 m_built = 0;

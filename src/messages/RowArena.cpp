@@ -103,16 +103,8 @@ void RowArena::freeChunk(char *p, qsizetype bytes)
     ::munmap(p, size_t(bytes));
 }
 
-char *RowArena::alloc(qsizetype n)
+char *RowArena::allocSlow(qsizetype n)
 {
-    if (!m_chunks.empty()) {
-        Chunk &c = m_chunks.back();
-        if (c.capacity - c.used >= n) {
-            char *p = c.data + c.used;
-            c.used += n;
-            return p;
-        }
-    }
     const auto c = allocChunk(qMax(n, m_chunkBytes));
     m_chunks.push_back(Chunk{c.first, c.second, n});
     return m_chunks.back().data;

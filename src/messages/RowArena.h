@@ -23,7 +23,18 @@ public:
     RowArena &operator=(const RowArena &) = delete;
 
     // n contiguous bytes; a new chunk is started when the current one cannot hold them.
-    char *alloc(qsizetype n);
+    char *alloc(qsizetype n)
+    {
+        if (!m_chunks.empty()) {
+            Chunk &c = m_chunks.back();
+            if (c.capacity - c.used >= n) {
+                char *p = c.data + c.used;
+                c.used += n;
+                return p;
+            }
+        }
+        return allocSlow(n);
+    }
     // Gives back the last n bytes of the latest alloc (when less was written than asked for).
     void unuse(qsizetype n) { m_chunks.back().used -= n; }
 
@@ -43,6 +54,7 @@ public:
     static void freeChunk(char *p, qsizetype bytes);
 
 private:
+    char *allocSlow(qsizetype n);
     qsizetype m_chunkBytes;
     std::vector<Chunk> m_chunks;
     std::vector<std::shared_ptr<const RowArena>> m_adopted;

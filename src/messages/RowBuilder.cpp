@@ -118,6 +118,19 @@ void RowBuilder::build(int lane, Batch &b)
     }
 }
 
+void RowBuilder::wakeBelow(qint64 bytes)
+{
+    {
+        std::lock_guard<std::mutex> g(m_mx);
+        if (m_pending >= bytes) {
+            m_wakeBelow = bytes;
+            return;
+        }
+    }
+    if (m_wake)
+        m_wake();   // already there
+}
+
 bool RowBuilder::helpOnce()
 {
     Batch b;
@@ -177,7 +190,15 @@ void RowBuilder::run()
         }
         if (!finishing) {
             build(0, b);
-            if (m_wake)
+            bool wake = false;
+            {
+                std::lock_guard<std::mutex> g(m_mx);
+                if (m_wakeBelow >= 0 && m_pending < m_wakeBelow) {
+                    m_wakeBelow = -1;
+                    wake = true;
+                }
+            }
+            if (wake && m_wake)
                 m_wake();
             continue;
         }
@@ -219,7 +240,7 @@ void RowBuilder::run()
             m_sorted = std::move(sorted);
             m_done = true;
         }
-            if (m_wake)
+        if (m_wake)
             m_wake();
         if (keep) {
             for (const Built &k : m_blocks) {
@@ -281,7 +302,7 @@ using Item = ListingOrder::Item;
 constexpr quint64 kDateTop = (quint64(1) << 48) - 1;   // above every date's number
 constexpr size_t kSplitSort = 200000;                  // from here on the order is computed on two threads
 
-// Stable LSD radix sort of n items by key >> 16, 12 bits a pass, over the bits in which those
+// Stable LSD radix sort of n items by key >> 16, up to 14 bits a pass, over the bits in which those
 // differ (made relative to the smallest); passes in which every item has the same digit are
 // skipped. The result is in items or in tmp: the one returned.
 Item *radixSort(Item *items, Item *tmp, size_t n)
@@ -295,7 +316,11 @@ Item *radixSort(Item *items, Item *tmp, size_t n)
     int bits = 0;
     while (bits < 64 && ((hi - lo) >> bits) != 0)
         ++bits;
-    constexpr int Bits = 12, Buckets = 1 << Bits;
+    // as few passes as digits of at most 14 bits allow, the digits as even as can be
+    constexpr int maxBits = 14;   // 64 KiB of counts
+    const int passes = (bits + maxBits - 1) / maxBits;
+    const int Bits = passes ? (bits + passes - 1) / passes : 1;
+    const size_t Buckets = size_t(1) << Bits;
     std::vector<quint32> count(Buckets);
     for (int shift = 0; shift < bits; shift += Bits) {
         auto digit = [&](const Item &it) { return size_t((((it.key >> 16) - lo) >> shift) & (Buckets - 1)); };

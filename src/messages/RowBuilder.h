@@ -96,8 +96,10 @@ public:
     qint64 rowsBuilt() const;
     // Bytes of text fed and not yet built (the reader's back-pressure).
     qint64 pendingBytes() const;
-    // Called on the builder's thread whenever rows are ready or the work is done (to wake a wait).
+    // Called on the builder's thread when the work is done, and once the text waiting has come
+    // below wakeBelow(bytes) (to wake a wait).
     void setWake(std::function<void()> wake) { m_wake = std::move(wake); }
+    void wakeBelow(qint64 bytes);
 
 private:
     void run();
@@ -127,6 +129,7 @@ private:
     mutable std::mutex m_mx;
     std::condition_variable m_cv;
     qint64 m_pending = 0;
+    qint64 m_wakeBelow = -1;   // none
     std::deque<Batch> m_queue;
     qsizetype m_nextSeq = 0;
     int m_helping = 0;            // blocks the reader is building now
