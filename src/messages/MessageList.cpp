@@ -39,7 +39,7 @@ QString MessageList::cacheFile() const
 
 void MessageList::fetchRows(NewsTransport &t, const QString &cache)
 {
-    constexpr qint64 kMaxBacklog = 8 << 20;
+    constexpr qint64 kMaxBacklog = 32 << 20;
     // Rows are built on a thread of their own while the answer streams in, and come to the grid
     // at the end, in the listing's order; meanwhile the status bar and the progress bar count
     // them. The requested range bounds what is listed.
