@@ -1,5 +1,7 @@
 #include "messages/RowArena.h"
 
+#include <iterator>
+#include <map>
 #include <mutex>
 #include <new>
 #include <sys/mman.h>
@@ -10,10 +12,12 @@ constexpr qsizetype kHugePage = qsizetype(2) << 20;
 
 // Chunks of arenas that are gone, kept for the next listing: memory the process has touched
 // once costs no page faults (and no zeroing) when it is written again. The kernel may take the
-// pages back at any time (MADV_FREE); then they simply fault in afresh.
+// pages back at any time (MADV_FREE); then they simply fault in afresh. Kept chunks that touch
+// are joined, and a request takes the smallest that holds it, splitting off the rest: so a
+// listing whose rows, order and sort want other sizes than the last one's still finds them.
 struct ChunkPool {
     std::mutex mx;
-    std::vector<std::pair<char *, qsizetype>> chunks;
+    std::map<char *, qsizetype> chunks;   // by address
     qsizetype bytes = 0;
     static constexpr qsizetype Limit = qsizetype(512) << 20;
 };
@@ -53,19 +57,20 @@ std::pair<char *, qsizetype> RowArena::allocChunk(qsizetype bytes)
 {
     bytes = (bytes + kHugePage - 1) / kHugePage * kHugePage;
     {
-        // the smallest kept chunk that holds it, unless it is far larger
         ChunkPool &p = pool();
         std::lock_guard<std::mutex> g(p.mx);
-        size_t best = p.chunks.size();
-        for (size_t i = 0; i < p.chunks.size(); ++i)
-            if (p.chunks[i].second >= bytes && p.chunks[i].second <= 2 * bytes &&
-                (best == p.chunks.size() || p.chunks[i].second < p.chunks[best].second))
-                best = i;
-        if (best < p.chunks.size()) {
-            const auto c = p.chunks[best];
-            p.chunks.erase(p.chunks.begin() + qptrdiff(best));
-            p.bytes -= c.second;
-            return c;
+        auto best = p.chunks.end();
+        for (auto it = p.chunks.begin(); it != p.chunks.end(); ++it)
+            if (it->second >= bytes && (best == p.chunks.end() || it->second < best->second))
+                best = it;
+        if (best != p.chunks.end()) {
+            char *const at = best->first;
+            const qsizetype size = best->second;
+            p.chunks.erase(best);
+            if (size > bytes)
+                p.chunks.emplace(at + bytes, size - bytes);
+            p.bytes -= bytes;
+            return {at, bytes};
         }
     }
     // map a huge page more than needed, so the chunk can start on a huge-page boundary
@@ -95,12 +100,41 @@ void RowArena::freeChunk(char *p, qsizetype bytes)
 #ifdef MADV_FREE
             ::madvise(p, size_t(bytes), MADV_FREE);
 #endif
-            pl.chunks.emplace_back(p, bytes);
             pl.bytes += bytes;
+            auto next = pl.chunks.lower_bound(p);
+            if (next != pl.chunks.end() && p + bytes == next->first) {
+                bytes += next->second;
+                next = pl.chunks.erase(next);
+            }
+            if (next != pl.chunks.begin()) {
+                const auto before = std::prev(next);
+                if (before->first + before->second == p) {
+                    before->second += bytes;
+                    return;
+                }
+            }
+            pl.chunks.emplace_hint(next, p, bytes);
             return;
         }
     }
     ::munmap(p, size_t(bytes));
+}
+
+qsizetype RowArena::keptBytes()
+{
+    ChunkPool &p = pool();
+    std::lock_guard<std::mutex> g(p.mx);
+    return p.bytes;
+}
+
+void RowArena::releaseKept()
+{
+    ChunkPool &p = pool();
+    std::lock_guard<std::mutex> g(p.mx);
+    for (const auto &c : p.chunks)
+        ::munmap(c.first, size_t(c.second));
+    p.chunks.clear();
+    p.bytes = 0;
 }
 
 char *RowArena::allocSlow(qsizetype n)

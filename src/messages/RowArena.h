@@ -52,6 +52,9 @@ public:
     // Memory of the arenas' kind (huge pages, kept for reuse when let go): at least bytes.
     static std::pair<char *, qsizetype> allocChunk(qsizetype bytes);
     static void freeChunk(char *p, qsizetype bytes);
+    // The memory kept for reuse, and letting all of it go.
+    static qsizetype keptBytes();
+    static void releaseKept();
 
 private:
     char *allocSlow(qsizetype n);

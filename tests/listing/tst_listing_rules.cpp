@@ -23,6 +23,7 @@ using namespace listing;
 class TstListingRules : public QObject {
     Q_OBJECT
 private slots:
+    void keptMemoryIsSplitAndJoined();
     void normaliseDateTable_data()
     {
         QTest::addColumn<QString>("raw");
@@ -333,6 +334,38 @@ private slots:
         }
     }
 };
+
+// Memory let go is reused whatever sizes come next: a large piece serves smaller requests, and
+// the pieces, given back, serve a large one again, without a fresh mapping.
+void TstListingRules::keptMemoryIsSplitAndJoined()
+{
+    RowArena::releaseKept();
+    constexpr qsizetype MiB = 1 << 20;
+    const auto big = RowArena::allocChunk(48 * MiB);
+    QCOMPARE(big.second, 48 * MiB);
+    std::memset(big.first, 1, size_t(big.second));
+    RowArena::freeChunk(big.first, big.second);
+    QCOMPARE(RowArena::keptBytes(), 48 * MiB);
+    // three smaller requests (one rounded up to whole huge pages) come out of it
+    std::vector<std::pair<char *, qsizetype>> parts;
+    for (qsizetype want : {8 * MiB, 16 * MiB, 7 * MiB}) {
+        parts.push_back(RowArena::allocChunk(want));
+        QVERIFY(parts.back().second >= want);
+        QVERIFY(parts.back().first >= big.first && parts.back().first + parts.back().second <= big.first + big.second);
+    }
+    QCOMPARE(RowArena::keptBytes(), 16 * MiB);
+    // given back in any order, they join up again
+    RowArena::freeChunk(parts[1].first, parts[1].second);
+    RowArena::freeChunk(parts[0].first, parts[0].second);
+    RowArena::freeChunk(parts[2].first, parts[2].second);
+    QCOMPARE(RowArena::keptBytes(), 48 * MiB);
+    const auto again = RowArena::allocChunk(48 * MiB);
+    QCOMPARE(quintptr(again.first), quintptr(big.first));
+    QCOMPARE(RowArena::keptBytes(), qsizetype(0));
+    RowArena::freeChunk(again.first, again.second);
+    RowArena::releaseKept();
+    QCOMPARE(RowArena::keptBytes(), qsizetype(0));
+}
 
 QTEST_MAIN(TstListingRules)
 #include "tst_listing_rules.moc"
