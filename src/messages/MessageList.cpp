@@ -71,6 +71,14 @@ void MessageList::fetchRows(NewsTransport &t, const QString &cache)
         if (built >= 100)
             m.setStatus(2, QStringLiteral("~%1 So Far").arg(built / 100 * 100));
     };
+    // This thread builds waiting blocks too, a few milliseconds at a time so the window stays
+    // live; while the answer streams, it stops as soon as the server's bytes wait to be read.
+    auto helpBuilding = [&](bool whileNoInput) {
+        QElapsedTimer helping;
+        helping.start();
+        while (helping.elapsed() < 4 && (!whileNoInput || (tp && !tp->InputWaiting())) && builder.helpOnce()) {
+        }
+    };
     t.SetRawOverview(true);
     // full blocks go to the builder as they fill, also in the middle of a long read
     t.SetOverviewSink([&handOver](NewsTransport::OverviewText &&block) {
@@ -88,14 +96,8 @@ void MessageList::fetchRows(NewsTransport &t, const QString &cache)
             drainTransport();
             slice.restart();
         }
-        // while nothing waits to be read and the builder is behind, this thread builds blocks
-        // too (a few milliseconds at most, so the window stays live)
-        if (tp && !tp->InputWaiting()) {
-            QElapsedTimer helping;
-            helping.start();
-            while (helping.elapsed() < 4 && builder.helpOnce() && tp && !tp->InputWaiting()) {
-            }
-        }
+        // while nothing waits to be read and the builder is behind, this thread builds blocks too
+        helpBuilding(true);
         // back-pressure: while the builder is far behind, the server is not read, so what has
         // arrived but is not yet built stays small and Stop ends the listing at once
         if (tp) {
@@ -125,12 +127,9 @@ void MessageList::fetchRows(NewsTransport &t, const QString &cache)
     if (tp)
         tp->SetRawOverview(false);
     builder.finish(ok);
-    // the blocks still waiting are built on this thread too (a few milliseconds at a time)
+    // the blocks still waiting are built on this thread too
     nd::waitUntil([&] {
-        QElapsedTimer helping;
-        helping.start();
-        while (helping.elapsed() < 4 && builder.helpOnce()) {
-        }
+        helpBuilding(false);
         return builder.done();
     });
     if (ok) {

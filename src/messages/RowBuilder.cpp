@@ -89,8 +89,9 @@ qint64 RowBuilder::rowsBuilt() const
     return m_built;
 }
 
-// Builds one block into a lane (no lock held: each lane has one thread).
-void RowBuilder::build(int lane, Batch &b)
+// Builds one block into a lane (no lock held: each lane has one thread). True when the reading
+// thread waits for the text waiting to come below wakeBelow's mark, and now it has.
+bool RowBuilder::build(int lane, Batch &b)
 {
     Lane &l = m_lanes[lane];
     if (!l.rows || b.fmt.names != l.fmt.names || b.fmt.full != l.fmt.full || b.fmt.hasPath != l.fmt.hasPath) {
@@ -108,14 +109,17 @@ void RowBuilder::build(int lane, Batch &b)
     const qint64 n = l.rows->build(b.text.text.constData(), b.text.text.size(), b.text.paths.get(), *l.arena, l.order);
     done.itemEnd = l.order.count();
     position(done.chunkEnd, done.usedEnd);
-    {
-        std::lock_guard<std::mutex> g(m_mx);
-        m_blocks[size_t(b.seq)] = done;
-        m_built += n;
-        m_pending -= b.text.text.size();
-        if (m_spent.size() < 16)
-            m_spent.append(std::move(b.text.text));
+    std::lock_guard<std::mutex> g(m_mx);
+    m_blocks[size_t(b.seq)] = done;
+    m_built += n;
+    m_pending -= b.text.text.size();
+    if (m_spent.size() < 16)
+        m_spent.append(std::move(b.text.text));
+    if (m_wakeBelow >= 0 && m_pending < m_wakeBelow) {
+        m_wakeBelow = -1;
+        return true;
     }
+    return false;
 }
 
 void RowBuilder::wakeBelow(qint64 bytes)
@@ -144,7 +148,7 @@ bool RowBuilder::helpOnce()
         m_queue.pop_back();
         ++m_helping;
     }
-    build(1, b);
+    build(1, b);   // (this is the reading thread: it needs no wake)
     {
         std::lock_guard<std::mutex> g(m_mx);
         --m_helping;
@@ -189,16 +193,7 @@ void RowBuilder::run()
             }
         }
         if (!finishing) {
-            build(0, b);
-            bool wake = false;
-            {
-                std::lock_guard<std::mutex> g(m_mx);
-                if (m_wakeBelow >= 0 && m_pending < m_wakeBelow) {
-                    m_wakeBelow = -1;
-                    wake = true;
-                }
-            }
-            if (wake && m_wake)
+            if (build(0, b) && m_wake)
                 m_wake();
             continue;
         }

@@ -122,7 +122,7 @@ private:
         qsizetype itemBegin = 0, itemEnd = 0;
         qsizetype chunkBegin = 0, usedBegin = 0, chunkEnd = 0, usedEnd = 0;
     };
-    void build(int lane, Batch &b);
+    bool build(int lane, Batch &b);
     // The cache file's pieces of block b's rows, up to end (null: all of them).
     void writeBlock(const Built &b, const char *end);
 
