@@ -43,3 +43,11 @@ void frmMain::detachControllers()
             if (a)
                 w->removeEventFilter(a);
 }
+
+void frmMain::destroyControllers()
+{
+    const QList<QObject *> areas = {serverChecker, viewer, savedFiles, harvester, poster, favorites, downloader,
+                                    gridControl, messages, groups, servers, session};
+    for (QObject *a : areas)
+        delete a;
+}

@@ -1,6 +1,7 @@
 #include "app/frmMain.h"
 
 #include "app/Constants.h"
+#include "app/Core.h"
 #include "app/Paths.h"
 #include "app/StartupDialogs.h"
 #include "app/Wait.h"
@@ -114,12 +115,72 @@ public:
 };
 } // namespace
 
+// The main window's presentation of the shell: status panels, progress bar, commands, captions.
+class GuiShell final : public Shell {
+public:
+    GuiShell(frmMain &w, Prompter *prompter, bool batch) : Shell(prompter, batch), w(w) {}
+
+    void setStatus(int panel, const QString &text) override { w.setStatus(panel, text); }
+    QString status(int panel) const override { return w.status(panel); }
+    void setProgressRange(int minimum, int maximum) override { w.progBar->setRange(minimum, maximum); }
+    void setProgress(int value) override { w.progBar->setValue(value); }
+    int progress() const override { return w.progBar->value(); }
+    int progressMinimum() const override { return w.progBar->minimum(); }
+    int progressMaximum() const override { return w.progBar->maximum(); }
+    void SetMenuState(nd::Cmd command, bool enabled) override { w.SetMenuState(int(command), enabled); }
+    bool menuState(nd::Cmd command) const override
+    {
+        QAction *a = w.action(nd::commandName(command));
+        return a && a->isEnabled();
+    }
+    void setConnectedLook(bool connected) override
+    {
+        if (QAction *a = w.action(QStringLiteral("menuConnect")))
+            a->setText(connected ? QStringLiteral("&Disconnect") : QStringLiteral("&Connect to Server"));
+        if (connected)
+            w.setToolKey(QStringLiteral("Connect"), QStringLiteral("Disconnect"));
+        else
+            w.setToolKey(QStringLiteral("Disconnect"), QStringLiteral("Connect"));
+    }
+    void UpdateCaption(nd::Caption caption) override { w.UpdateCaption(QString::number(int(caption))); }
+    void setViewEnabled(nd::View view, bool enabled) override
+    {
+        if (QWidget *v = viewOf(view))
+            v->setEnabled(enabled);
+    }
+    bool viewEnabled(nd::View view) const override
+    {
+        QWidget *v = viewOf(view);
+        return v && v->isEnabled();
+    }
+    void setBusy(bool busy) override { w.setBusy(busy); }
+    void OpenDocument(const QString &target) override { w.OpenDocument(target); }
+
+protected:
+    void commandWired(const QString &menuName) override { w.commandWired(menuName); }
+
+private:
+    QWidget *viewOf(nd::View view) const
+    {
+        switch (view) {
+        case nd::View::Groups: return w.lstGroupsView;
+        case nd::View::Favorites: return w.lstFavoritesView;
+        case nd::View::Files: return w.lstFilesView;
+        case nd::View::Addresses: return w.lstHTTPView;
+        case nd::View::Messages: return w.MSHResults;
+        }
+        return nullptr;
+    }
+
+    frmMain &w;
+};
+
 frmMain::frmMain(Prompter *prompter, Options options)
-    : m_options(options), m_prompter(prompter)
+    : m_shell(std::make_unique<GuiShell>(*this, prompter, options.batch)),
+      m_core(std::make_unique<Core>(*m_shell)), S(m_shell->S), opt(m_shell->opt),
+      m_options(options)
 {
     setObjectName(QStringLiteral("frmMain"));
-    if (m_options.batch)
-        m_store.setReadOnly(true);
     setWindowIcon(appIcon());
     buildWidgets();
     buildMenus();
@@ -169,6 +230,7 @@ frmMain::~frmMain()
 {
     nd::setWaitEndedHook(nullptr);
     detachControllers();
+    destroyControllers();
 }
 
 // ------------------------------------------------------------------ layout
@@ -186,11 +248,11 @@ void frmMain::buildWidgets()
         return v;
     };
 
-    lstGroups = new ItemList(this);
-    lstFavorites = new ItemList(this);
-    lstFiles = new ItemList(this);
-    lstHTTP = new ItemList(this);
-    lstMsgBuffer = new ItemList(this);
+    lstGroups = m_core->lstGroups;
+    lstFavorites = m_core->lstFavorites;
+    lstFiles = m_core->lstFiles;
+    lstHTTP = m_core->lstHTTP;
+    lstMsgBuffer = m_core->lstMsgBuffer;
 
     lblGrp = new QLabel(QStringLiteral("  Group List"), this);
     lblGrp->setObjectName(QStringLiteral("lblGrp"));
@@ -204,10 +266,11 @@ void frmMain::buildWidgets()
     lstFilesView = makeListView(lstFiles, QStringLiteral("lstFiles"));
     lstHTTPView = makeListView(lstHTTP, QStringLiteral("lstHTTP"));
 
-    grid = new MessageGrid(this);
+    grid = m_core->grid;
     MSHResults = new RowGridView(this);
     MSHResults->setObjectName(QStringLiteral("MSHResults"));
     MSHResults->setModel(grid);
+    MSHResults->setSelectionModel(m_core->gridSelection);
     MSHResults->setSelectionBehavior(QAbstractItemView::SelectRows);
     MSHResults->setSelectionMode(QAbstractItemView::ContiguousSelection);
     MSHResults->setEditTriggers(QAbstractItemView::NoEditTriggers);
@@ -222,8 +285,8 @@ void frmMain::buildWidgets()
     const int widths[MessageGrid::Cols] = {70, 80, 420, 200, 160, 160, 130, 160, 0};
     for (int c = 0; c < MessageGrid::Cols; ++c)
         MSHResults->setColumnWidth(c, widths[c]);
-    MSHResults->setColumnHidden(8, true);
-    MSHResults->setColumnHidden(0, true);   // article numbers are shown on request
+    MSHResults->setColumnHidden(MessageGrid::ColMark, true);
+    MSHResults->setColumnHidden(MessageGrid::ColArticle, true);   // article numbers are shown on request
 
     auto *groupsPane = new QWidget(this);
     auto *gl = new QVBoxLayout(groupsPane);
@@ -314,7 +377,7 @@ void frmMain::buildMenus()
         a->setEnabled(false);
         m_actions.insert(a->objectName(), a);
         connect(a, &QAction::triggered, this, [this, n = a->objectName()] {
-            if (auto h = m_handlers.value(n))
+            if (auto h = m_shell->handler(n))
                 h();
         });
         return a;
@@ -467,10 +530,21 @@ void frmMain::setToolKey(const QString &oldKey, const QString &newKey)
     m_buttons.insert(newKey, a);
 }
 
+Shell &frmMain::shell() { return *m_shell; }
+SettingsStore &frmMain::store() { return m_shell->store(); }
+Prompter &frmMain::prompter() { return m_shell->prompter(); }
+void frmMain::setPrompter(Prompter *p) { m_shell->setPrompter(p); }
+bool frmMain::commandBuilt(const QString &menuName) const { return m_shell->commandBuilt(menuName); }
+int frmMain::serverCount() const { return m_shell->serverCount(); }
+void frmMain::setServerCount(int n) { m_shell->setServerCount(n); }
+
 void frmMain::wireCommand(const QString &menuName, std::function<void()> handler)
 {
-    m_handlers.insert(menuName, std::move(handler));
-    m_built.insert(menuName);
+    m_shell->wireCommand(menuName, std::move(handler));
+}
+
+void frmMain::commandWired(const QString &menuName)
+{
     if (QAction *a = action(menuName))
         a->setEnabled(true);
     for (QAction *b : std::as_const(m_buttons))
@@ -485,7 +559,7 @@ void frmMain::toolbarClick(const QString &key)
         const QString n = QString::fromLatin1(menu);
         QAction *a = action(n);
         if (a ? a->isEnabled() : commandBuilt(n))
-            if (auto h = m_handlers.value(n))
+            if (auto h = m_shell->handler(n))
                 h();
     };
     if (key == QLatin1String("Links"))
@@ -561,7 +635,7 @@ void frmMain::UpdateCaption(const QString &code)
         lblFav->setText(QStringLiteral("  Checking %1 Servers").arg(lstFavorites->count()));
         break;
     case 8:
-        m_setupServerCaption = QStringLiteral("NNTP Servers (%1)").arg(m_serverCount);
+        m_setupServerCaption = QStringLiteral("NNTP Servers (%1)").arg(m_shell->serverCount());
         break;
     case 5:
         setWindowTitle(QStringLiteral("Newsdredge! v%1 (%2) ").arg(QLatin1String(nd::VersionText), opt.NNTPServer));
@@ -595,7 +669,7 @@ bool frmMain::IsConnectedIdle(bool warn)
 {
     const bool open = transportStateText && transportStateText() == QLatin1String("Connected to NNTP Server");
     if (open && warn)
-        m_prompter->message(QStringLiteral("Please Disconnect First"), Prompter::Exclamation, Prompter::Ok,
+        prompter().message(QStringLiteral("Please Disconnect First"), Prompter::Exclamation, Prompter::Ok,
                             QStringLiteral("Newsdredge!"));
     return open;
 }
@@ -613,17 +687,12 @@ void frmMain::OpenDocument(const QString &target)
     }
     setBusy(false);
     if (!ok)
-        m_prompter->message(QStringLiteral("Error Executing Application or File Not Found"), Prompter::NoIcon, Prompter::Ok);
+        prompter().message(QStringLiteral("Error Executing Application or File Not Found"), Prompter::NoIcon, Prompter::Ok);
 }
 
 void frmMain::StopOperation()
 {
-    S.StopRequested = true;
-    SetMenuState(4, false);
-    setStatus(1, QStringLiteral("Stopped"));
-    progBar->setValue(0);
-    if (abortTransaction)
-        abortTransaction();
+    m_shell->StopOperation();
 }
 
 void frmMain::setBusy(bool busy)
@@ -644,7 +713,7 @@ void frmMain::onTick()
 
 void frmMain::applyTrayOnStateChange()
 {
-    if (m_store.get(QStringLiteral("Tray"), QStringLiteral("0")) != QLatin1String("1"))
+    if (store().get(QStringLiteral("Tray"), QStringLiteral("0")) != QLatin1String("1"))
         return;
     if (isMinimized()) {
         TrayIcon1->setVisible(true);
@@ -669,7 +738,7 @@ void frmMain::startUp()
 {
     if (!m_options.skipStartupDialogs && !m_options.batch) {
         showSplash();
-        if (m_store.get(QStringLiteral("QHShow")).isEmpty())
+        if (store().get(QStringLiteral("QHShow")).isEmpty())
             showQuickHelp(true);
     }
     setWindowTitle(QStringLiteral("Newsdredge! v%1").arg(QLatin1String(nd::VersionText)));
@@ -678,7 +747,7 @@ void frmMain::startUp()
         desktop = desktop.united(s->availableGeometry());
     if (desktop.isEmpty())
         desktop = QRect(0, 0, 1024, 768);
-    setGeometry(nd::restoreMainGeometry(m_store, desktop));
+    setGeometry(nd::restoreMainGeometry(store(), desktop));
     GetSettings();
 }
 
@@ -688,7 +757,7 @@ void frmMain::GetSettings()
     TrayIcon1->setToolTip(QStringLiteral("Newsdredge! %1").arg(QLatin1String(nd::VersionText)));
     nd::cleanAppTempFiles();
     QDir::setCurrent(nd::cacheDir());
-    nd::readSettings(opt, m_store);
+    nd::readSettings(opt, store());
     S.FavoritesShortName = QFileInfo(opt.FavoritesFile).completeBaseName();
     UpdateCaption(QStringLiteral("5"));
     if (opt.Preview == 0)
@@ -697,16 +766,16 @@ void frmMain::GetSettings()
     if (QFileInfo::exists(opt.FavoritesFile))
         lstFavorites->load(opt.FavoritesFile);
     UpdateCaption(QStringLiteral("0"));
-    emit settingsLoaded();
+    emit m_shell->settingsLoaded();
     if (opt.NNTPServer.isEmpty())
         firstRunDialogue();
 }
 
 void frmMain::firstRunDialogue()
 {
-    m_prompter->message(QStringLiteral("It appears you have no Usenet server defined.  To access Usenet you must have a server assigned."),
+    prompter().message(QStringLiteral("It appears you have no Usenet server defined.  To access Usenet you must have a server assigned."),
                         Prompter::Critical, Prompter::Ok);
-    const auto a = m_prompter->message(QStringLiteral("Would you like information on obtaining a free Usenet server account?"),
+    const auto a = prompter().message(QStringLiteral("Would you like information on obtaining a free Usenet server account?"),
                                        Prompter::Question, Prompter::YesNo, QString(), Prompter::AnswerNo);
     if (a == Prompter::AnswerYes)
         OpenDocument(QString::fromLatin1(nd::UrlAccountSetup));
@@ -714,12 +783,12 @@ void frmMain::firstRunDialogue()
 
 void frmMain::SaveSettings()
 {
-    if (!opt.FavoritesFile.isEmpty() && !m_store.readOnly() && !S.ScanMode)
+    if (!opt.FavoritesFile.isEmpty() && !store().readOnly() && !S.ScanMode)
         lstFavorites->save(opt.FavoritesFile);
     nd::cleanAppTempFiles();
     nd::cleanDownloadTempFiles(opt.DestDir);
-    nd::writeMainBlock(opt, m_store);
-    m_store.sync();
+    nd::writeMainBlock(opt, store());
+    store().sync();
 }
 
 void frmMain::closeEvent(QCloseEvent *event)
@@ -728,8 +797,8 @@ void frmMain::closeEvent(QCloseEvent *event)
     if (nd::waitDepth() > 0) {
         // a loop is still waiting: let it end, then close for real
         m_closePending = true;
-        if (abortTransaction)
-            abortTransaction();
+        if (m_shell->abortTransaction)
+            m_shell->abortTransaction();
         event->ignore();
         return;
     }
@@ -740,14 +809,14 @@ void frmMain::closeEvent(QCloseEvent *event)
 
 void frmMain::shutdown()
 {
-    emit shuttingDown();   // secondary windows close themselves
+    emit m_shell->shuttingDown();   // secondary windows close themselves
     if (isMinimized() || isMaximized())
         setWindowState(Qt::WindowNoState);
     nd::yieldOnce();
-    nd::storeMainGeometry(m_store, normalGeometry().isValid() ? normalGeometry() : geometry());
-    m_store.save(QStringLiteral("ProxyHost"), opt.ProxyHost);
-    m_store.save(QStringLiteral("ProxyPort"), QString::number(opt.ProxyPort));
-    m_store.save(QStringLiteral("DestDir"), opt.DestDir);
+    nd::storeMainGeometry(store(), normalGeometry().isValid() ? normalGeometry() : geometry());
+    store().save(QStringLiteral("ProxyHost"), opt.ProxyHost);
+    store().save(QStringLiteral("ProxyPort"), QString::number(opt.ProxyPort));
+    store().save(QStringLiteral("DestDir"), opt.DestDir);
     SaveSettings();
     TrayIcon1->hide();
     m_shutdownDone = true;
@@ -760,7 +829,7 @@ void frmMain::showAbout()
 
 void frmMain::showQuickHelp(bool startup)
 {
-    nd::showQuickHelp(this, m_store, startup);
+    nd::showQuickHelp(this, store(), startup);
 }
 
 void frmMain::showSplash()

@@ -1,7 +1,5 @@
 #pragma once
-#include "app/AppState.h"
-#include "settings/Settings.h"
-#include "settings/SettingsStore.h"
+#include "app/Shell.h"
 
 #include <QHash>
 #include <QMainWindow>
@@ -39,11 +37,17 @@ class Viewer;
 class Poster;
 class Harvester;
 class ServerChecker;
+class GuiShell;
+class Core;
 
 // The main window: lives from start to exit and owns the program-wide state, the lists, the
 // message grid, the status bar and the command set.
 class frmMain : public QMainWindow {
     Q_OBJECT
+    // declared first: S and opt below refer into it
+    std::unique_ptr<GuiShell> m_shell;
+    std::unique_ptr<Core> m_core;
+
 public:
     struct Options {
         bool batch = false;          // never shown; settings are read but never written
@@ -58,11 +62,14 @@ public:
     void GetSettings();
     void SaveSettings();
 
-    AppState S;
-    Settings opt;
-    SettingsStore &store() { return m_store; }
-    Prompter &prompter() { return *m_prompter; }
-    void setPrompter(Prompter *p) { m_prompter = p; }
+    // What the areas talk to: the program-wide state, options, status, commands and boxes.
+    Shell &shell();
+    Core &core() { return *m_core; }
+    AppState &S;
+    Settings &opt;
+    SettingsStore &store();
+    Prompter &prompter();
+    void setPrompter(Prompter *p);
     bool isBatch() const { return m_options.batch; }
 
     // Controls other parts of the program address by name.
@@ -113,7 +120,7 @@ public:
     void setToolKey(const QString &oldKey, const QString &newKey); // the Connect/Disconnect button
     // Attaches a procedure to a command. Commands without one stay disabled.
     void wireCommand(const QString &menuName, std::function<void()> handler);
-    bool commandBuilt(const QString &menuName) const { return m_built.contains(menuName); }
+    bool commandBuilt(const QString &menuName) const;
     void toolbarClick(const QString &key);                 // toolbar dispatch
 
     // Helpers every procedure uses.
@@ -124,35 +131,30 @@ public:
     void OpenDocument(const QString &target);
     void StopOperation();
     void setBusy(bool busy);
-    int serverCount() const { return m_serverCount; }      // for caption "8"
-    void setServerCount(int n) { m_serverCount = n; }
+    int serverCount() const;      // for the setup dialog's caption
+    void setServerCount(int n);
     QString setupServerFrameCaption() const { return m_setupServerCaption; }
 
     // The session's state text, as the news transport reports it.
     std::function<QString()> transportStateText;
-    // Called by Stop while a transaction waits (aborts the transport's running transaction).
-    std::function<void()> abortTransaction;
 
     // Tray behaviour on resize/minimise.
     void applyTrayOnStateChange();
 
     bool shutdownDone() const { return m_shutdownDone; }
 
-signals:
-    void settingsLoaded();
-    void shuttingDown();
-    void groupListWanted(bool useCache);   // a connect asks for the group list
-    void previewCleared();                 // a disconnect clears the large preview
-
 protected:
     void closeEvent(QCloseEvent *event) override;
     void changeEvent(QEvent *event) override;
 
 private:
+    friend class GuiShell;
+    void commandWired(const QString &menuName);
     void buildWidgets();
     void buildMenus();
     void buildToolbar();
     void detachControllers();
+    void destroyControllers();   // before the shell goes: the areas talk to it until they are gone
     void createControllers();   // app/Controllers.cpp
     void onTick();
     void shutdown();
@@ -162,15 +164,10 @@ private:
     void firstRunDialogue();
 
     Options m_options;
-    SettingsStore m_store;
-    Prompter *m_prompter;
     QLabel *m_panels[3] = {nullptr, nullptr, nullptr};
     QHash<QString, QAction *> m_actions;
     QHash<QString, QAction *> m_buttons;      // key -> button action
     QHash<int, QAction *> m_buttonAt;         // toolbar position -> button action
-    QHash<QString, std::function<void()>> m_handlers;
-    QSet<QString> m_built;
-    int m_serverCount = 0;
     QString m_setupServerCaption;
     bool m_closePending = false;
     bool m_shutdownDone = false;

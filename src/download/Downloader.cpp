@@ -170,10 +170,10 @@ void Downloader::NNTP_DownloadMessage(qint64 n)
     bool ok = true;
     if (!m.S.CurrentGroup.isEmpty() && session->transport()->SelectedGroup().Name != m.S.CurrentGroup) {
         const QString group = m.S.CurrentGroup;
-        ok = session->runTransaction([group](NewsTransport *t) { t->SelectGroup(group); });
+        ok = session->runTransaction([group](NewsTransport *t) { t->SelectGroup(group); }).ok();
     }
     if (ok && !m.S.StopRequested)
-        ok = session->runTransaction([n](NewsTransport *t) { t->FetchArticles(n, n); });
+        ok = session->runTransaction([n](NewsTransport *t) { t->FetchArticles(n, n); }).ok();
     NewsTransport *t = session->transport();
     if (!ok && m.S.TransportError == 0 && t && t->LastError() != 0)
         m.S.TransportError = t->LastError();

@@ -66,7 +66,7 @@ SavedFiles::SavedFiles(frmMain &main) : QObject(&main), m(main)
             AddSavedFile(path);
             PreviewFile(path);
         });
-    connect(&m, &frmMain::settingsLoaded, this, &SavedFiles::syncPreviewState);
+    connect(&m.shell(), &Shell::settingsLoaded, this, &SavedFiles::syncPreviewState);
     syncPreviewState();
 }
 

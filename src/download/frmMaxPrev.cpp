@@ -26,7 +26,7 @@ frmMaxPrev::frmMaxPrev(frmMain &main) : QWidget(&main, Qt::Window), m(main)
     m_picture->installEventFilter(this);
     l->addWidget(m_picture);
     setFocusProxy(m_picture);
-    connect(&m, &frmMain::shuttingDown, this, &QWidget::close);
+    connect(&m.shell(), &Shell::shuttingDown, this, &QWidget::close);
 }
 
 QString frmMaxPrev::picturePath() const

@@ -48,7 +48,7 @@ Favorites::Favorites(frmMain &main) : QObject(&main), m(main)
 
     // the file named in the settings is loaded at start-up; give its items their icon and
     // show its name
-    connect(&m, &frmMain::settingsLoaded, this, [this] {
+    connect(&m.shell(), &Shell::settingsLoaded, this, [this] {
         setIcons(m.lstFavorites, FavoriteIcon);
         UpdateFavoritesName();
     });
@@ -327,7 +327,7 @@ void Favorites::DownloadFromFavorites()
     m_downloading = true;
     m.lstFavoritesView->setEnabled(false);
     {
-        const StopLatch stop(m);
+        const StopLatch stop(m.shell());
         for (int i = 0; i < l->count(); ++i) {
             m.setStatus(1, m.S.ScanMode ? QStringLiteral("Scanning for Web/FTP Addresses")
                                         : QStringLiteral("Downloading From Favorites"));

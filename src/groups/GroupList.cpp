@@ -30,7 +30,7 @@ GroupList::GroupList(frmMain &main)
         m.S.StopRequested = false;
         LoadGroupList(false);
     });
-    connect(&m, &frmMain::groupListWanted, this, [this](bool useCache) { LoadGroupList(useCache); });
+    connect(&m.shell(), &Shell::groupListWanted, this, [this](bool useCache) { LoadGroupList(useCache); });
     connect(m.lstGroupsView, &QListView::doubleClicked, this, [this] { openSelectedGroup(); });
     m.lstGroupsView->installEventFilter(this);
     m.lstGroupsView->setDragEnabled(true);

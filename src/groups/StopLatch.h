@@ -1,5 +1,5 @@
 #pragma once
-#include "app/frmMain.h"
+#include "app/Shell.h"
 
 #include <functional>
 #include <memory>
@@ -10,7 +10,7 @@
 // transaction; the latch listens there for as long as it lives.
 class StopLatch {
 public:
-    explicit StopLatch(frmMain &m) : m_m(m), m_previous(m.abortTransaction), m_flag(std::make_shared<bool>(false))
+    explicit StopLatch(Shell &m) : m_m(m), m_previous(m.abortTransaction), m_flag(std::make_shared<bool>(false))
     {
         m.abortTransaction = [previous = m_previous, flag = m_flag] {
             *flag = true;
@@ -25,7 +25,7 @@ public:
     bool stopped() const { return *m_flag || m_m.S.StopRequested; }
 
 private:
-    frmMain &m_m;
+    Shell &m_m;
     std::function<void()> m_previous;
     std::shared_ptr<bool> m_flag;
 };

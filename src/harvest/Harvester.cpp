@@ -338,7 +338,7 @@ void Harvester::DoAdvanced(HarvestScope scope, HarvestKind kind)
         return;
     m_running = true;
     m_serversAdded = false;
-    StopLatch latch(m);
+    StopLatch latch(m.shell());
     m_latch = &latch;
     const QString code = scopeCode(scope);
     const QString caption = runCaption(kind);

@@ -19,6 +19,19 @@ class RowArena;
 class MessageGrid : public QAbstractTableModel {
     Q_OBJECT
 public:
+    // The columns, in the classic numbering.
+    enum Column : int {
+        ColArticle = 0,     // article number
+        ColDate = 1,        // "mm/dd/yyyy"
+        ColSubject = 2,
+        ColFrom = 3,        // the whole From value
+        ColPath = 4,
+        ColMessageId = 5,
+        ColSortDate = 6,    // "yyyy/mm/dd hh:mm:ss", or the Message-ID when there is no date
+        ColReferences = 7,
+        ColMark = 8,        // the download mark: "" or MarkDownloaded
+    };
+    static inline const QString MarkDownloaded = QStringLiteral("256");
     static constexpr int Cols = 9;
     static constexpr char Sep = '\x7f';
 

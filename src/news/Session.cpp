@@ -26,7 +26,7 @@ NewsSession::NewsSession(frmMain &main)
     : QObject(&main), m(main)
 {
     m.transportStateText = [this] { return m_t ? m_t->StateText() : StateDisconnected; };
-    m.abortTransaction = [this] {
+    m.shell().abortTransaction = [this] {
         if (m_t && m_inTransaction > 0)
             m_t->AbortTransaction();
     };
@@ -34,7 +34,7 @@ NewsSession::NewsSession(frmMain &main)
         m.S.StopRequested = false;
         ConnectCommand();
     });
-    connect(&m, &frmMain::settingsLoaded, this, [this] { CreateTransport(); });
+    connect(&m.shell(), &Shell::settingsLoaded, this, [this] { CreateTransport(); });
     CreateTransport();
     applyDisconnectedState();
 }
@@ -42,7 +42,7 @@ NewsSession::NewsSession(frmMain &main)
 NewsSession::~NewsSession()
 {
     m.transportStateText = [] { return StateDisconnected; };
-    m.abortTransaction = nullptr;
+    m.shell().abortTransaction = nullptr;
 }
 
 QString NewsSession::ServerFileTag(const QString &server)
@@ -131,17 +131,44 @@ void NewsSession::applyDisconnectedState()
         m.MenuOnOff(QString::fromLatin1(scope), false);
 }
 
-bool NewsSession::runTransaction(const std::function<void(NewsTransport *)> &start)
+TransactionResult NewsSession::runTransaction(const std::function<void(NewsTransport *)> &start)
 {
     if (!m_t)
         CreateTransport();
     m.S.TransactionDone = false;
     m.S.TransportError = 0;
+    m_lastStatus = 0;
     ++m_inTransaction;
+    QPointer<NewsTransport> t = m_t;
     start(m_t);
     nd::waitUntil([this] { return m.S.TransactionDone || m.S.TransportError != 0 || m.S.StopRequested; });
     --m_inTransaction;
-    return m.S.TransactionDone && m.S.TransportError == 0 && !m.S.StopRequested;
+    TransactionResult r;
+    r.status = m_lastStatus;
+    r.text = m.S.LastTransportText;
+    if (m.S.StopRequested) {
+        r.outcome = TransactionResult::Outcome::Stopped;
+    } else if (m.S.TransactionDone && m.S.TransportError == 0) {
+        r.outcome = TransactionResult::Outcome::Done;
+    } else {
+        r.outcome = TransactionResult::Outcome::Failed;
+        r.error = t && t->LastError() != 0 ? t->LastError() : m.S.TransportError;
+    }
+    return r;
+}
+
+bool NewsSession::isConnected() const
+{
+    return m_t && (m_t->State() == NewsTransport::StateConnected || m_t->State() == NewsTransport::StateBusy);
+}
+
+bool NewsSession::IsConnectedIdle(bool warn)
+{
+    const bool open = isConnected();
+    if (open && warn)
+        m.prompter().message(QStringLiteral("Please Disconnect First"), Prompter::Exclamation, Prompter::Ok,
+                             QStringLiteral("Newsdredge!"));
+    return open;
 }
 
 // ------------------------------------------------------------------ connect / disconnect
@@ -256,7 +283,7 @@ void NewsSession::NNTP_Connect(bool loadGroups)
         }
         m.S.ServerFileTag = ServerFileTag(m.opt.NNTPServer);
         if (loadGroups)
-            emit m.groupListWanted(true);
+            emit m.shell().groupListWanted(true);
     }
     m.setBusy(false);
     m.S.ConnectingFlag = false;
@@ -285,7 +312,7 @@ void NewsSession::NNTP_Disconnect()
     if (m_t && m_t->StateText() != StateDisconnected) {
         if (!m.S.QuietMode) {
             m.setBusy(true);
-            emit m.previewCleared();
+            emit m.shell().previewCleared();
             m.Picture1->clear();
             m.SetMenuState(5, false);
             m.UpdateCaption(QStringLiteral("3"));
@@ -354,10 +381,11 @@ void NewsSession::StateChanged(NewsTransport *, qint32, qint32)
 {
 }
 
-void NewsSession::Done(NewsTransport *t, qint32, bool error, const QString &)
+void NewsSession::Done(NewsTransport *t, qint32 value, bool error, const QString &)
 {
     if (t != m_t)
         return;
+    m_lastStatus = value;
     if (!error) {
         m.S.TransactionDone = true;
         return;

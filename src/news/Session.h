@@ -7,6 +7,19 @@
 
 class frmMain;
 
+// What a transaction came to, for the caller that ran it.
+struct TransactionResult {
+    enum class Outcome { Done, Failed, Stopped };
+    Outcome outcome = Outcome::Failed;
+    qint32 status = 0;      // the server's status code of the answer, 0 when none came
+    qint32 error = 0;       // the transport's LastError(), or -1 when the server refused
+    QString text;           // the server's last text (or the transport's reason)
+
+    bool ok() const { return outcome == Outcome::Done; }
+    explicit operator bool() const { return ok(); }
+    bool stopped() const { return outcome == Outcome::Stopped; }
+};
+
 // Opening and closing the session with the current server, the waits for transactions, and the
 // main window's handling of the transport's notifications.
 class NewsSession : public QObject, public NewsTransportNotify {
@@ -25,8 +38,13 @@ public:
     void ConnectCommand();
 
     // Clears TransactionDone and TransportError, starts the operation, and waits until it is
-    // done, fails or Stop is pressed. True when it finished without error.
-    bool runTransaction(const std::function<void(NewsTransport *)> &start);
+    // done, fails or Stop is pressed. The program-wide flags stay true for what the window
+    // shows; the caller reads the outcome from the result.
+    TransactionResult runTransaction(const std::function<void(NewsTransport *)> &start);
+    // A session is open with the server (idle or running a transaction).
+    bool isConnected() const;
+    // Open and idle; with warn, "Please Disconnect First" is shown when it is.
+    bool IsConnectedIdle(bool warn);
     bool transactionRunning() const { return m_inTransaction > 0; }
 
     // The credential string kept with a server in the server list ("user|||password").
@@ -58,5 +76,6 @@ private:
     frmMain &m;
     QPointer<NewsTransport> m_t;
     int m_inTransaction = 0;
+    qint32 m_lastStatus = 0;
     bool m_limitHandling = false;
 };

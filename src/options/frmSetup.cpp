@@ -67,7 +67,7 @@ frmSetup::frmSetup(frmMain &main)
 
     connect(&servers, &ServerList::captionChanged, frameServers, &QGroupBox::setTitle);
     connect(&servers, &ServerList::currentServerChanged, this, &frmSetup::lstServs_Click);
-    connect(&m, &frmMain::shuttingDown, this, [this] {
+    connect(&m.shell(), &Shell::shuttingDown, this, [this] {
         if (isVisible())
             reject();
     });

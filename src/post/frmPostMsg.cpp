@@ -97,7 +97,7 @@ frmPostMsg::frmPostMsg(frmMain &main) : QWidget(&main, Qt::Window), m(main)
         close();
     });
     cmdOK->installEventFilter(this);
-    connect(&m, &frmMain::shuttingDown, this, [this] { close(); });
+    connect(&m.shell(), &Shell::shuttingDown, this, [this] { close(); });
 }
 
 QString frmPostMsg::status(int panel) const
@@ -253,7 +253,7 @@ void frmPostMsg::cmdPostMessage(const QString &subject, const QString &messageTe
         f.inReplyTo = ReplyInReplyTo;
     }
 
-    const StopLatch stop(m);
+    const StopLatch stop(m.shell());
     for (int k = 0; k < targets.size() && !stop.stopped(); ++k) {
         const Target &tg = targets[k];
         if (tg.group.isEmpty() || tg.server.isEmpty())
@@ -275,7 +275,7 @@ void frmPostMsg::cmdPostMessage(const QString &subject, const QString &messageTe
         article.Message.Body = PostArticle::body(f.body);
         article.Message.Raw = PostArticle::build(f);
         setStatus(1, QStringLiteral("Sending Message"));
-        const bool done = m.session->runTransaction([&article](NewsTransport *t) { t->Post(article); });
+        const bool done = m.session->runTransaction([&article](NewsTransport *t) { t->Post(article); }).ok();
         NewsTransport *t = m.session->transport();
         const bool up = t && t->StateText() == Connected;
         if (done && m.S.TransportError == 0 && up) {
@@ -325,8 +325,8 @@ void frmPostMsg::closeEvent(QCloseEvent *event)
     if (m_posting) {
         // the run ends at its next step; the window goes once it has
         m.S.StopRequested = true;
-        if (m.abortTransaction)
-            m.abortTransaction();
+        if (m.shell().abortTransaction)
+            m.shell().abortTransaction();
         m_closeAfterRun = true;
         event->ignore();
         return;

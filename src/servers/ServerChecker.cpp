@@ -38,7 +38,7 @@ ServerChecker::ServerChecker(frmMain &main)
         connect(m.groups, &GroupList::groupListLoaded, this, [this] { updateGroupMarker(); });
     // Closing the window while a run holds the favourites list: give the favourites back
     // before they are written at shutdown.
-    connect(&m, &frmMain::shuttingDown, this, [this] {
+    connect(&m.shell(), &Shell::shuttingDown, this, [this] {
         if (m_favoritesBorrowed) {
             m.lstFavorites->clear();
             Favorites::LoadListFromFile(m, m.lstFavorites, m.opt.FavoritesFile, Favorites::FavoriteIcon);
@@ -138,7 +138,7 @@ void ServerChecker::DoCheckServers(const QString &mode)
     if (m_running || !m.servers || !m.session)
         return;
     m_running = true;
-    StopLatch latch(m);
+    StopLatch latch(m.shell());
     m_stop = &latch;
     ItemList *servs = m.servers->lstServs;
 

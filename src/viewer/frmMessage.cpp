@@ -138,7 +138,7 @@ frmMessage::frmMessage(frmMain &main) : QWidget(&main, Qt::Window), m(main)
         return std::make_unique<QPrinter>(def);
     };
 
-    connect(&m, &frmMain::shuttingDown, this, [this] {
+    connect(&m.shell(), &Shell::shuttingDown, this, [this] {
         if (isVisible())
             close();
     });
