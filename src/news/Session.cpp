@@ -188,7 +188,7 @@ void NewsSession::setConnectedLook(bool connected)
     sh.setConnectedLook(connected);
 }
 
-void NewsSession::NNTP_Connect(bool loadGroups)
+bool NewsSession::NNTP_Connect(bool loadGroups)
 {
     sh.S.ConnectingFlag = true;
     if (!m_t)
@@ -198,24 +198,26 @@ void NewsSession::NNTP_Connect(bool loadGroups)
     if (sh.opt.NNTPServer.isEmpty()) {
         noServerConfigured();
         sh.S.ConnectingFlag = false;
-        return;
+        return false;
     }
     if (m_t->Host() != sh.opt.NNTPServer)
         NNTP_Disconnect();
     if (isConnected()) {
         sh.setBusy(false);
         sh.S.ConnectingFlag = false;
-        return;
+        return true;
     }
 
     showConnecting();
     startConnect();
-    if (waitForConnect())
+    const bool open = waitForConnect();
+    if (open)
         connectSucceeded(loadGroups);
     else
         connectFailed();
     sh.setBusy(false);
     sh.S.ConnectingFlag = false;
+    return open && isConnected();
 }
 
 void NewsSession::noServerConfigured()

@@ -37,7 +37,9 @@ public:
     NewsTransport *transport() const { return m_t; }
     void CreateTransport();
 
-    void NNTP_Connect(bool loadGroups);
+    // Opens a session with the current server unless one is open with it; with loadGroups the
+    // group list is asked for. True when a session is open at the end.
+    bool NNTP_Connect(bool loadGroups);
     void NNTP_Disconnect();
     // The Connect command: connects, or disconnects while the command reads "Disconnect".
     void ConnectCommand();
