@@ -51,7 +51,7 @@ private slots:
         x.w.session->NNTP_Connect(false);
         QCOMPARE(x.w.session->transport()->StateText(), QStringLiteral("Connected to NNTP Server"));
         QCOMPARE(x.w.action("menuConnect")->text(), QStringLiteral("&Disconnect"));
-        QVERIFY(x.w.toolButton("Disconnect"));
+        QCOMPARE(x.w.toolButton("Disconnect")->toolTip(), QStringLiteral("Disconnect"));
         QCOMPARE(x.w.S.ServerFileTag, QStringLiteral("127_0_0_1_%1").arg(srv.serverPort()));
         QVERIFY(x.w.S.PostingAllowed);
         QVERIFY(x.w.IsConnectedIdle(false));
@@ -65,7 +65,7 @@ private slots:
         QCOMPARE(x.w.action("menuConnect")->text(), QStringLiteral("&Connect to Server"));
         QCOMPARE(x.w.status(1), QStringLiteral("Click on CONNECT to connect to Server"));
         QCOMPARE(x.w.lblGrp->text(), QStringLiteral("  Group List"));
-        QVERIFY(x.w.toolButton("Connect"));
+        QCOMPARE(x.w.toolButton("Connect")->toolTip(), QStringLiteral("Connect"));
         QVERIFY(srv.sawCommand("QUIT"));
     }
 
