@@ -55,7 +55,7 @@ public:
     void MenuOnOff(nd::Scope scope, bool enabled);
     // Runs a command as its menu item would: only while it is on. False when it did not run.
     bool runCommand(nd::Cmd command);
-    // The Connect command reads "Disconnect" (and the Post command shows) while a session is open.
+    // The Connect command reads "Disconnect" while a session is open; with none, Post is shown.
     virtual void setConnectedLook(bool connected) = 0;
 
     // Captions that count what the lists hold.

@@ -89,7 +89,7 @@ void NewsSession::CreateTransport()
     m_t->SetNotify(this);
     m_t->SetOption(0);
     if (!sh.opt.ProxyHost.isEmpty()) {
-        m_t->SetProxyType(3);
+        m_t->SetProxyType(NewsTransport::ProxySocks5);
         m_t->SetProxyHost(sh.opt.ProxyHost);
         m_t->SetProxyPort(sh.opt.ProxyPort);
     }
