@@ -80,6 +80,13 @@ inline constexpr Cmd MessageWork[] = {Cmd::Download, Cmd::DownloadAll, Cmd::View
                                                           Cmd::Groups, Cmd::Connect};
 // The commands that open the current message list's articles.
 inline constexpr Cmd MessageOpen[] = {Cmd::Download, Cmd::DownloadAll, Cmd::View};
+// What cannot run while no session is open.
+inline constexpr Cmd OffWithoutSession[] = {Cmd::Stop, Cmd::Groups, Cmd::Download, Cmd::DownloadAll,
+                                            Cmd::View, Cmd::RefreshMessages, Cmd::RefreshGroups};
+// The scopes over what an open session lists: off while none is open.
+inline constexpr Scope SessionScopes[] = {Scope::CurrentGroup, Scope::SelectedMessages, Scope::SelectedGroups};
+// The scopes whose runs open sessions of their own: off while the user's session is opening.
+inline constexpr Scope OwnSessionScopes[] = {Scope::Favorites, Scope::SelectedServers, Scope::ServerRuns};
 } // namespace cmds
 
 // The menu item a command code stands for ("menuConnect"); empty for an unknown code.

@@ -3,6 +3,9 @@
 #include "download/SavedFiles.h"
 #include "groups/Favorites.h"
 #include "groups/GroupList.h"
+#include "gui/groups/FavoriteViews.h"
+#include "gui/groups/GroupViews.h"
+#include "gui/news/SessionViews.h"
 #include "harvest/Harvester.h"
 #include "messages/GridController.h"
 #include "messages/MessageList.h"
@@ -17,13 +20,18 @@
 // Keep one line per area.
 void frmMain::createControllers()
 {
-    session = new NewsSession(*this);
+    session = new NewsSession(shell(), *lstGroups, *lstMsgBuffer, *grid, this);
+    new SessionViews(*this, *session);
     servers = new ServerList(*this);
-    groups = new GroupList(*this);
+    groups = new GroupList(shell(), *session, *lstGroups, *lstMsgBuffer, *grid, this);
+    new GroupViews(lstGroupsView, *groups);
     messages = new MessageList(*this);
     gridControl = new GridController(*this);
     downloader = new Downloader(*this);
-    favorites = new Favorites(*this);
+    favorites = new Favorites(shell(), *session, *lstFavorites, *grid, messages, downloader, this);
+    new FavoriteViews(lstFavoritesView, lstGroupsView, *lstGroups, *favorites);
+    groups->setFavorites(favorites);
+    connect(groups, &GroupList::listMessagesWanted, messages, [this] { messages->ListMessages(true); });
     poster = new Poster(*this);
     harvester = new Harvester(*this);
     savedFiles = new SavedFiles(*this);

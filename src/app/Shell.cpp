@@ -21,6 +21,17 @@ void Shell::MenuOnOff(nd::Scope scope, bool enabled)
         SetMenuState(c, enabled);
 }
 
+bool Shell::runCommand(nd::Cmd command)
+{
+    if (!menuState(command))
+        return false;
+    const auto run = handler(nd::commandName(command));
+    if (!run)
+        return false;
+    run();
+    return true;
+}
+
 void Shell::StopOperation()
 {
     S.StopRequested = true;

@@ -53,7 +53,9 @@ public:
     virtual void SetMenuState(nd::Cmd command, bool enabled) = 0;
     virtual bool menuState(nd::Cmd command) const = 0;
     void MenuOnOff(nd::Scope scope, bool enabled);
-    // The Connect command reads "Disconnect" while a session is open.
+    // Runs a command as its menu item would: only while it is on. False when it did not run.
+    bool runCommand(nd::Cmd command);
+    // The Connect command reads "Disconnect" while a session is open; with none, Post is shown.
     virtual void setConnectedLook(bool connected) = 0;
 
     // Captions that count what the lists hold.

@@ -135,12 +135,18 @@ public:
     }
     void setConnectedLook(bool connected) override
     {
+        const QString key = connected ? QStringLiteral("Disconnect") : QStringLiteral("Connect");
+        w.setToolKey(connected ? QStringLiteral("Connect") : QStringLiteral("Disconnect"), key);
+        if (QAction *b = w.toolButton(key))
+            b->setToolTip(key);
         if (QAction *a = w.action(QStringLiteral("menuConnect")))
             a->setText(connected ? QStringLiteral("&Disconnect") : QStringLiteral("&Connect to Server"));
-        if (connected)
-            w.setToolKey(QStringLiteral("Connect"), QStringLiteral("Disconnect"));
-        else
-            w.setToolKey(QStringLiteral("Disconnect"), QStringLiteral("Connect"));
+        if (!connected) {
+            if (QAction *post = w.action(QStringLiteral("menuPost")))
+                post->setVisible(true);
+            if (QAction *b = w.toolButton(QStringLiteral("Post")))
+                b->setVisible(true);
+        }
     }
     void UpdateCaption(nd::Caption caption) override { w.UpdateCaption(QString::number(int(caption))); }
     void setViewEnabled(nd::View view, bool enabled) override

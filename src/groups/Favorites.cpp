@@ -1,370 +1,269 @@
 #include "groups/Favorites.h"
-#include "download/Downloader.h"
-#include "messages/MessageGrid.h"
-#include "messages/MessageList.h"
 
-#include "app/Paths.h"
-#include "app/Wait.h"
-#include "app/frmMain.h"
+#include "app/Shell.h"
 #include "download/Downloader.h"
 #include "groups/FavoriteRules.h"
 #include "groups/StopLatch.h"
 #include "messages/MessageGrid.h"
+#include "messages/MessageList.h"
 #include "news/Session.h"
 #include "ui/ItemList.h"
 #include "ui/Prompter.h"
 
-#include <QApplication>
-#include <QDateTime>
-#include <QDragEnterEvent>
-#include <QDragMoveEvent>
-#include <QDropEvent>
 #include <QFileInfo>
-#include <QKeyEvent>
-#include <QListView>
-#include <QStyle>
 
-Favorites::Favorites(frmMain &main) : QObject(&main), m(main)
+Favorites::Favorites(Shell &shell, NewsSession &session, ItemList &lstFavorites, MessageGrid &grid,
+                     MessageList *messages, Downloader *downloader, QObject *parent)
+    : QObject(parent), sh(shell), m_session(session), m_list(lstFavorites), m_grid(grid), m_messages(messages),
+      m_downloader(downloader)
 {
-    m.wireCommand(QStringLiteral("menuNew"), [this] { SaveFavoritesAs(true); });
-    m.wireCommand(QStringLiteral("menuSave"), [this] { SaveFavoritesAs(false); });
-    m.wireCommand(QStringLiteral("menuLoad"), [this] { LoadFavorites(); });
-    m.wireCommand(QStringLiteral("menuDowloadAllF"), [this] { DownloadFromFavorites(); });
-
-    // groups are dragged from the group list and dropped here
-    m.lstGroupsView->setDragEnabled(true);
-    m.lstGroupsView->setDragDropMode(QAbstractItemView::DragOnly);
-    m.lstFavoritesView->setAcceptDrops(true);
-    m.lstFavoritesView->viewport()->setAcceptDrops(true);
-    m.lstFavoritesView->setDropIndicatorShown(false);
-    m.lstFavoritesView->setDragDropMode(QAbstractItemView::DropOnly);
-    m.lstFavoritesView->viewport()->installEventFilter(this);
-    m.lstFavoritesView->installEventFilter(this);
-
-    connect(m.lstFavoritesView, &QAbstractItemView::doubleClicked, this, [this] {
-        if (!m.S.QuietMode)
-            OpenFavorite(true);
-    });
+    sh.wireCommand(QStringLiteral("menuNew"), [this] { SaveFavoritesAs(true); });
+    sh.wireCommand(QStringLiteral("menuSave"), [this] { SaveFavoritesAs(false); });
+    sh.wireCommand(QStringLiteral("menuLoad"), [this] { LoadFavorites(); });
+    sh.wireCommand(QStringLiteral("menuDowloadAllF"), [this] { DownloadFromFavorites(); });
 
     // the file named in the settings is loaded at start-up; give its items their icon and
     // show its name
-    connect(&m.shell(), &Shell::settingsLoaded, this, [this] {
-        setIcons(m.lstFavorites, FavoriteIcon);
+    connect(&sh, &Shell::settingsLoaded, this, [this] {
+        emit iconsWanted(&m_list, FavoriteIcon);
         UpdateFavoritesName();
     });
-}
-
-QIcon Favorites::listIcon(int iconIndex)
-{
-    if (iconIndex == FavoriteIcon)
-        return QApplication::style()->standardIcon(QStyle::SP_DirLinkIcon);
-    return QApplication::style()->standardIcon(QStyle::SP_FileIcon);
-}
-
-void Favorites::setIcons(ItemList *list, int iconIndex)
-{
-    if (iconIndex == -1)
-        return;
-    const QIcon icon = listIcon(iconIndex);
-    for (int i = 0; i < list->count(); ++i)
-        list->setIcon(i, icon);
 }
 
 bool Favorites::saveToCurrentFile()
 {
     // server checking and harvesting borrow the list; what they put there is not a favourite
-    if (m.S.ScanMode || m.opt.FavoritesFile.isEmpty())
+    if (sh.S.ScanMode || sh.opt.FavoritesFile.isEmpty())
         return false;
-    if (!m.lstFavorites->save(m.opt.FavoritesFile)) {
-        m.setStatus(1, QStringLiteral("Unable to Save Favorites"));
-        m.setStatus(2, m.opt.FavoritesFile);
+    if (!m_list.save(sh.opt.FavoritesFile)) {
+        sh.setStatus(nd::PanelState, QStringLiteral("Unable to Save Favorites"));
+        sh.setStatus(nd::PanelDetail, sh.opt.FavoritesFile);
         return false;
     }
     return true;
+}
+
+bool Favorites::acceptsChanges() const
+{
+    return !m_downloading && !sh.S.ScanMode;
 }
 
 // ------------------------------------------------------------------ files
 
 void Favorites::SaveFavoritesAs(bool clear)
 {
-    if (m.S.ScanMode || m_downloading)
+    if (!acceptsChanges())
         return;
-    const QString path = m.prompter().saveFileName(clear ? QStringLiteral("New Favorites File") : QStringLiteral("Save Favorites"),
-                                                   QFileInfo(m.opt.FavoritesFile).absolutePath(),
-                                                   QStringLiteral("Text (*.fav)|*.fav"));
+    const QString path = sh.prompter().saveFileName(clear ? QStringLiteral("New Favorites File") : QStringLiteral("Save Favorites"),
+                                                    QFileInfo(sh.opt.FavoritesFile).absolutePath(),
+                                                    QStringLiteral("Text (*.fav)|*.fav"));
     if (path.isEmpty())
         return;
     if (QFileInfo::exists(path)) {
-        const auto a = m.prompter().message(QStringLiteral("OverWrite Existing File?"), Prompter::Question,
-                                            Prompter::YesNo, QString(), Prompter::AnswerNo);
+        const auto a = sh.prompter().message(QStringLiteral("OverWrite Existing File?"), Prompter::Question,
+                                             Prompter::YesNo, QString(), Prompter::AnswerNo);
         if (a != Prompter::AnswerYes)
             return;
     }
     if (clear)
-        m.lstFavorites->clear();
-    if (!m.lstFavorites->save(path)) {
-        m.prompter().message(QStringLiteral("Unable to write ") + path, Prompter::Critical, Prompter::Ok,
-                             QStringLiteral("Newsdredge!"));
+        m_list.clear();
+    if (!m_list.save(path)) {
+        sh.prompter().message(QStringLiteral("Unable to write ") + path, Prompter::Critical, Prompter::Ok,
+                              QStringLiteral("Newsdredge!"));
         return;
     }
-    m.opt.FavoritesFile = path;
+    sh.opt.FavoritesFile = path;
     UpdateFavoritesName();
 }
 
 void Favorites::LoadFavorites()
 {
-    if (m.S.ScanMode || m_downloading)
+    if (!acceptsChanges())
         return;
-    const QString path = m.prompter().openFileName(QStringLiteral("Load Favorites"),
-                                                   QFileInfo(m.opt.FavoritesFile).absolutePath(),
-                                                   QStringLiteral("Newsdredge! Favorites (*.fav)|*.fav"));
+    const QString path = sh.prompter().openFileName(QStringLiteral("Load Favorites"),
+                                                    QFileInfo(sh.opt.FavoritesFile).absolutePath(),
+                                                    QStringLiteral("Newsdredge! Favorites (*.fav)|*.fav"));
     if (path.isEmpty() || !QFileInfo(path).isFile())
         return;
     saveToCurrentFile();
-    LoadListFromFile(m, m.lstFavorites, path, FavoriteIcon);
-    m.opt.FavoritesFile = path;
+    LoadListFromFile(&m_list, path, FavoriteIcon);
+    sh.opt.FavoritesFile = path;
     UpdateFavoritesName();
 }
 
-void Favorites::LoadListFromFile(frmMain &m, ItemList *list, const QString &path, int iconIndex)
+void Favorites::LoadListFromFile(ItemList *list, const QString &path, int iconIndex)
 {
     if (path.isEmpty() || path.endsWith(QLatin1Char('/')) || path.endsWith(QLatin1Char('\\'))
         || !QFileInfo(path).isFile())
         return;
-    QListView *view = nullptr;
-    if (list == m.lstFavorites) view = m.lstFavoritesView;
-    else if (list == m.lstGroups) view = m.lstGroupsView;
-    else if (list == m.lstFiles) view = m.lstFilesView;
-    else if (list == m.lstHTTP) view = m.lstHTTPView;
-    const bool quiet = m.S.QuietMode;
-    if (view && !quiet)
-        view->setUpdatesEnabled(false);
     list->load(path);
-    if (iconIndex != -1 && !quiet) {
-        const QIcon icon = listIcon(iconIndex);
-        for (int i = 0; i < list->count(); ++i)
-            list->setIcon(i, icon);
-    }
-    if (view && !quiet)
-        view->setUpdatesEnabled(true);
+    if (iconIndex != -1 && !sh.S.QuietMode)
+        emit iconsWanted(list, iconIndex);
 }
 
 void Favorites::UpdateFavoritesName()
 {
-    m.S.FavoritesShortName = FavoriteRules::shortName(m.opt.FavoritesFile);
-    m.UpdateCaption(QStringLiteral("0"));
+    sh.S.FavoritesShortName = FavoriteRules::shortName(sh.opt.FavoritesFile);
+    sh.UpdateCaption(nd::Caption::Favorites);
 }
 
 // ------------------------------------------------------------------ list events
 
 void Favorites::SelectAll()
 {
-    m.lstFavorites->selectAll();
+    m_list.selectAll();
 }
 
-void Favorites::DeleteSelected()
+bool Favorites::DeleteSelected()
 {
-    ItemList *l = m.lstFavorites;
-    const QList<int> sel = l->selectedIndexes();
+    const QList<int> sel = m_list.selectedIndexes();
     if (sel.isEmpty())
-        return;
-    m.lstFavoritesView->setEnabled(false);
+        return false;
+    sh.setViewEnabled(nd::View::Favorites, false);
     for (int k = int(sel.size()) - 1; k >= 0; --k)
-        l->remove(sel[k]);
+        m_list.remove(sel[k]);
     saveToCurrentFile();
-    m.UpdateCaption(QStringLiteral("0"));
-    m.lstFavoritesView->setEnabled(true);
-    if (l->count() > 0) {
-        const int keep = qMin(sel.first(), l->count() - 1);
-        l->clearSelection();
-        l->setSelected(keep, true);
-        l->setCurrentIndex(keep);
+    sh.UpdateCaption(nd::Caption::Favorites);
+    sh.setViewEnabled(nd::View::Favorites, true);
+    if (m_list.count() > 0) {
+        const int keep = qMin(sel.first(), m_list.count() - 1);
+        m_list.clearSelection();
+        m_list.setSelected(keep, true);
+        m_list.setCurrentIndex(keep);
     }
-    m.lstFavoritesView->setFocus();
+    return true;
 }
 
 bool Favorites::DropGroup(const QString &groupItem)
 {
-    if (m.S.ScanMode || m_downloading)
+    if (!acceptsChanges())
         return false;
-    const auto item = FavoriteRules::itemForDrop(groupItem, m.opt.NNTPServer, m.lstFavorites->texts());
+    const auto item = FavoriteRules::itemForDrop(groupItem, sh.opt.NNTPServer, m_list.texts());
     if (!item)
         return false;
-    const int i = m.lstFavorites->add(*item);
-    m.lstFavorites->setIcon(i, listIcon(FavoriteIcon));
+    m_list.add(*item);
+    emit iconsWanted(&m_list, FavoriteIcon);
     saveToCurrentFile();
-    m.UpdateCaption(QStringLiteral("0"));
+    sh.UpdateCaption(nd::Caption::Favorites);
     return true;
 }
 
-void Favorites::updateFavoriteMarker(const QString &group, qint64 count)
+void Favorites::updateFavoriteMarker(const QString &group, qint64 count, bool failed)
 {
     const QString g = group.trimmed();
-    const int i = FavoriteRules::findFavorite(m.lstFavorites->texts(), g, m.opt.NNTPServer);
+    const int i = FavoriteRules::findFavorite(m_list.texts(), g, sh.opt.NNTPServer);
     if (i < 0)
         return;
     // keep the server's name as the favourite spells it
-    const QString server = FavoriteRules::GetServerName(m.lstFavorites->text(i));
-    m.lstFavorites->setText(i, FavoriteRules::itemAfterListing(g, server, count, m.S.TransportError != 0));
-}
-
-bool Favorites::eventFilter(QObject *watched, QEvent *event)
-{
-    if (watched == m.lstFavoritesView->viewport()) {
-        switch (event->type()) {
-        case QEvent::DragEnter:
-        case QEvent::DragMove: {
-            auto *e = static_cast<QDropEvent *>(event);
-            if (e->source() == m.lstGroupsView && !m_downloading && !m.S.ScanMode) {
-                e->setDropAction(Qt::CopyAction);
-                e->accept();
-            } else {
-                e->ignore();
-            }
-            return true;
-        }
-        case QEvent::Drop: {
-            auto *e = static_cast<QDropEvent *>(event);
-            if (e->source() != m.lstGroupsView || m_downloading || m.S.ScanMode) {
-                e->ignore();
-                return true;
-            }
-            QList<int> rows = m.lstGroups->selectedIndexes();
-            if (rows.isEmpty() && m.lstGroups->currentIndex() >= 0)
-                rows << m.lstGroups->currentIndex();
-            for (int r : rows)
-                DropGroup(m.lstGroups->text(r));
-            e->setDropAction(Qt::CopyAction);
-            e->accept();
-            return true;
-        }
-        default:
-            break;
-        }
-        return false;
-    }
-    if (watched == m.lstFavoritesView && event->type() == QEvent::KeyPress) {
-        auto *k = static_cast<QKeyEvent *>(event);
-        if (k->key() == Qt::Key_A && (k->modifiers() & Qt::ControlModifier)) {
-            SelectAll();
-            return true;
-        }
-        if (m_downloading || m.S.ScanMode)
-            return false;
-        if (k->key() == Qt::Key_Delete) {
-            DeleteSelected();
-            return true;
-        }
-        if (k->key() == Qt::Key_Return || k->key() == Qt::Key_Enter) {
-            if (!m.S.QuietMode)
-                OpenFavorite(true);
-            return true;
-        }
-    }
-    return false;
+    const QString server = FavoriteRules::GetServerName(m_list.text(i));
+    m_list.setText(i, FavoriteRules::itemAfterListing(g, server, count, failed));
 }
 
 // ------------------------------------------------------------------ opening and downloading
 
 bool Favorites::switchServerAndConnect(const QString &server)
 {
-    if (!m.session)
-        return false;
-    const QString connected = QStringLiteral("Connected to NNTP Server");
-    NewsTransport *t = m.session->transport();
-    const bool open = t && t->StateText() == connected;
-    const bool otherServer = server != m.opt.NNTPServer || (t && !t->Host().isEmpty() && t->Host() != server);
+    NewsTransport *t = m_session.transport();
+    const bool open = m_session.isConnected();
+    const bool otherServer = server != sh.opt.NNTPServer || (t && !t->Host().isEmpty() && t->Host() != server);
     if (otherServer) {
-        m.session->NNTP_Disconnect();
-        m.opt.NNTPServer = server;
-        m.UpdateCaption(QStringLiteral("5"));
+        m_session.NNTP_Disconnect();
+        sh.opt.NNTPServer = server;
+        sh.UpdateCaption(nd::Caption::Title);
     }
     if (otherServer || !open)
-        m.session->NNTP_Connect(false);
-    t = m.session->transport();
-    return t && t->StateText() == connected;
+        m_session.NNTP_Connect(false);
+    return m_session.isConnected();
+}
+
+void Favorites::openCurrent()
+{
+    if (!sh.S.QuietMode)
+        OpenFavorite(true);
 }
 
 bool Favorites::OpenFavorite(bool warn)
 {
-    ItemList *l = m.lstFavorites;
-    if (l->selectedCount() < 1) {
+    if (m_list.selectedCount() < 1) {
         if (warn)
-            m.prompter().message(QStringLiteral("Please Select Item(s) First"), Prompter::Exclamation, Prompter::Ok,
-                                 QStringLiteral("Newsdredge!"));
+            sh.prompter().message(QStringLiteral("Please Select Item(s) First"), Prompter::Exclamation, Prompter::Ok,
+                                  QStringLiteral("Newsdredge!"));
         return false;
     }
-    int i = l->currentIndex();
-    if (i < 0 || !l->isSelected(i))
-        i = l->selectedIndexes().first();
-    if ((m.session && m.session->transactionRunning()) || m.S.DownloadBusy) {
-        m.setStatus(2, QStringLiteral("Please wait until current transaction is finished"));
+    int i = m_list.currentIndex();
+    if (i < 0 || !m_list.isSelected(i))
+        i = m_list.selectedIndexes().first();
+    if (m_session.transactionRunning() || sh.S.DownloadBusy) {
+        sh.setStatus(nd::PanelDetail, QStringLiteral("Please wait until current transaction is finished"));
         return false;
     }
-    const QString item = l->text(i);
+    const QString item = m_list.text(i);
     const QString group = FavoriteRules::groupOfItem(item);
     const QString server = FavoriteRules::GetServerName(item);
     if (group.isEmpty() || server.isEmpty())
         return false;
-    m.S.CurrentGroup = group;
+    sh.S.CurrentGroup = group;
     if (!switchServerAndConnect(server))
         return false;
-    m.S.CurrentGroup = group;
+    sh.S.CurrentGroup = group;
     return listGroup();
 }
 
 void Favorites::DownloadFromFavorites()
 {
-    if (m.IsConnectedIdle(true) || m.S.QuietMode || m_downloading)
+    if (m_session.IsConnectedIdle(true) || sh.S.QuietMode || m_downloading)
         return;
-    ItemList *l = m.lstFavorites;
-    if (l->selectedCount() < 1) {
-        m.prompter().message(QStringLiteral("Please Select Item(s) First"), Prompter::Exclamation, Prompter::Ok,
-                             QStringLiteral("Newsdredge!"));
+    if (m_list.selectedCount() < 1) {
+        sh.prompter().message(QStringLiteral("Please Select Item(s) First"), Prompter::Exclamation, Prompter::Ok,
+                              QStringLiteral("Newsdredge!"));
         return;
     }
-    m.S.StopRequested = false;
+    sh.S.StopRequested = false;
     m_downloading = true;
-    m.lstFavoritesView->setEnabled(false);
-    {
-        const StopLatch stop(m.shell());
-        for (int i = 0; i < l->count(); ++i) {
-            m.setStatus(1, m.S.ScanMode ? QStringLiteral("Scanning for Web/FTP Addresses")
-                                        : QStringLiteral("Downloading From Favorites"));
-            if (stop.stopped())
-                break;
-            if (!l->isSelected(i))
-                continue;
-            l->setCurrentIndex(i);
-            if (OpenFavorite(false) && !stop.stopped())
-                downloadAll();
-            if (stop.stopped())
-                break;
-            l->setSelected(i, false);
-        }
-    }
-    if (m.session)
-        m.session->NNTP_Disconnect();
-    m.setStatus(1, m.S.ScanMode ? QStringLiteral("Finished Scanning for Web/FTP Addresses")
-                                : QStringLiteral("Finished Downloading From Favorites"));
-    m.lstFavoritesView->setEnabled(true);
+    sh.setViewEnabled(nd::View::Favorites, false);
+    downloadSelected(m_list);
+    m_session.NNTP_Disconnect();
+    sh.setStatus(nd::PanelState, sh.S.ScanMode ? QStringLiteral("Finished Scanning for Web/FTP Addresses")
+                                               : QStringLiteral("Finished Downloading From Favorites"));
+    sh.setViewEnabled(nd::View::Favorites, true);
     m_downloading = false;
+}
+
+// Opens each selected favourite in turn and downloads all it lists; each one done is deselected.
+void Favorites::downloadSelected(ItemList &l)
+{
+    const StopLatch stop(sh);
+    for (int i = 0; i < l.count(); ++i) {
+        sh.setStatus(nd::PanelState, sh.S.ScanMode ? QStringLiteral("Scanning for Web/FTP Addresses")
+                                                   : QStringLiteral("Downloading From Favorites"));
+        if (stop.stopped())
+            break;
+        if (!l.isSelected(i))
+            continue;
+        l.setCurrentIndex(i);
+        if (OpenFavorite(false) && !stop.stopped())
+            downloadAll();
+        if (stop.stopped())
+            break;
+        l.setSelected(i, false);
+    }
 }
 
 bool Favorites::listGroup()
 {
-    if (!m.messages)
+    if (!m_messages)
         return false;
-    m.messages->ListMessages(true);
-    return m.S.TransportError == 0 && m.grid->lastMessageRow() > 0;
+    m_messages->ListMessages(true);
+    // the listing tells its failure only through the session's error flag so far
+    return sh.S.TransportError == 0 && m_grid.lastMessageRow() > 0;
 }
 
 void Favorites::downloadAll()
 {
-    if (!m.downloader || m.grid->lastMessageRow() < 1)
+    if (!m_downloader || m_grid.lastMessageRow() < 1)
         return;
-    m.S.TransportError = 0;
-    m.downloader->DownloadRows(-1);
+    sh.S.TransportError = 0;
+    m_downloader->DownloadRows(-1);
     // the download gives the list back when it ends; the favourites run still holds it
-    m.lstFavoritesView->setEnabled(false);
+    sh.setViewEnabled(nd::View::Favorites, false);
 }

@@ -1,11 +1,13 @@
 #pragma once
-#include <QIcon>
 #include <QObject>
 #include <QStringList>
 
-class frmMain;
+class Downloader;
 class ItemList;
-class QListView;
+class MessageGrid;
+class MessageList;
+class NewsSession;
+class Shell;
 
 // The favourites list: groups the user returns to, each with the server it came from, kept in a
 // favourites file (*.fav). Opening a favourite switches servers when needed and lists it; a
@@ -13,44 +15,56 @@ class QListView;
 class Favorites : public QObject {
     Q_OBJECT
 public:
-    explicit Favorites(frmMain &m);
+    Favorites(Shell &sh, NewsSession &session, ItemList &lstFavorites, MessageGrid &grid, MessageList *messages,
+              Downloader *downloader, QObject *parent = nullptr);
+
+    ItemList &list() { return m_list; }
 
     // File commands.
     void SaveFavoritesAs(bool clear);
     void LoadFavorites();
     // Loads a list from a file when the file exists and the path is not a directory; iconIndex
     // -1 leaves the items without an icon.
-    static void LoadListFromFile(frmMain &m, ItemList *list, const QString &path, int iconIndex);
+    void LoadListFromFile(ItemList *list, const QString &path, int iconIndex);
     void UpdateFavoritesName();
 
     // List events.
     bool OpenFavorite(bool warn);     // the current item; false when nothing was opened
-    void DeleteSelected();
+    void openCurrent();               // Enter or a double-click on the list
+    bool DeleteSelected();            // false when nothing was selected
     void SelectAll();
     // A group item of the group list dropped on the favourites; true when a favourite was added.
     bool DropGroup(const QString &groupItem);
+    // Whether the user may change the list now: not while a favourites download or another run
+    // that borrows the list is under way.
+    bool acceptsChanges() const;
 
     // After a listing: rewrites the favourite of `group` on the current server.
-    void updateFavoriteMarker(const QString &group, qint64 count);
+    void updateFavoriteMarker(const QString &group, qint64 count, bool failed);
 
     void DownloadFromFavorites();
 
-    // The icon every favourite carries (list icon 9 of the main window).
-    static QIcon listIcon(int iconIndex);
+    // The list icon every favourite carries.
     static constexpr int FavoriteIcon = 9;
 
     // Writes the list to the current favourites file unless another run borrows the list.
     bool saveToCurrentFile();
 
-protected:
-    bool eventFilter(QObject *watched, QEvent *event) override;
+signals:
+    // The items of `list` are to carry list icon iconIndex (the windows hold the icons).
+    void iconsWanted(ItemList *list, int iconIndex);
 
 private:
     bool switchServerAndConnect(const QString &server);
     bool listGroup();       // lists CurrentGroup on the connected server
     void downloadAll();     // downloads every listed row
-    void setIcons(ItemList *list, int iconIndex);
+    void downloadSelected(ItemList &l);
 
-    frmMain &m;
+    Shell &sh;
+    NewsSession &m_session;
+    ItemList &m_list;
+    MessageGrid &m_grid;
+    MessageList *m_messages;
+    Downloader *m_downloader;
     bool m_downloading = false;
 };

@@ -10,22 +10,22 @@
 // transaction; the latch listens there for as long as it lives.
 class StopLatch {
 public:
-    explicit StopLatch(Shell &m) : m_m(m), m_previous(m.abortTransaction), m_flag(std::make_shared<bool>(false))
+    explicit StopLatch(Shell &shell) : sh(shell), m_previous(shell.abortTransaction), m_flag(std::make_shared<bool>(false))
     {
-        m.abortTransaction = [previous = m_previous, flag = m_flag] {
+        shell.abortTransaction = [previous = m_previous, flag = m_flag] {
             *flag = true;
             if (previous)
                 previous();
         };
     }
-    ~StopLatch() { m_m.abortTransaction = m_previous; }
+    ~StopLatch() { sh.abortTransaction = m_previous; }
     StopLatch(const StopLatch &) = delete;
     StopLatch &operator=(const StopLatch &) = delete;
 
-    bool stopped() const { return *m_flag || m_m.S.StopRequested; }
+    bool stopped() const { return *m_flag || sh.S.StopRequested; }
 
 private:
-    Shell &m_m;
+    Shell &sh;
     std::function<void()> m_previous;
     std::shared_ptr<bool> m_flag;
 };

@@ -258,7 +258,7 @@ bool MessageList::ListMessages(bool useCache)
                         m.MSHResults->selectRow(0);
                     }
                     if (m.groups)
-                        m.groups->updateGroupMarkerNFavs(m.S.CurrentGroup, m.grid->lastMessageRow());
+                        m.groups->updateGroupMarkerNFavs(m.S.CurrentGroup, m.grid->lastMessageRow(), m.S.TransportError != 0);
                     m.setStatus(1, QStringLiteral("Double-click Message to View"));
                     notFetched = !(m.S.TransactionDone && m.grid->lastMessageRow() > 0);
                 }

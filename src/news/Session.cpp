@@ -3,46 +3,37 @@
 
 #include "app/Constants.h"
 #include "app/Paths.h"
+#include "app/Shell.h"
 #include "app/Wait.h"
-#include "app/frmMain.h"
 #include "messages/MessageGrid.h"
 #include "ui/ItemList.h"
 #include "ui/Prompter.h"
 
-#include <QAction>
 #include <QDir>
 #include <QFile>
-#include <QLabel>
-#include <QListView>
-#include <QProgressBar>
 #include <QTimer>
 #include <QUrl>
 #include <QUrlQuery>
 
-static const QString StateConnected = QStringLiteral("Connected to NNTP Server");
-static const QString StateDisconnected = QStringLiteral("Disconnected from NNTP Server");
-
-NewsSession::NewsSession(frmMain &main)
-    : QObject(&main), m(main)
+NewsSession::NewsSession(Shell &shell, ItemList &lstGroups, ItemList &lstMsgBuffer, MessageGrid &grid, QObject *parent)
+    : QObject(parent), sh(shell), m_groups(lstGroups), m_msgBuffer(lstMsgBuffer), m_grid(grid)
 {
-    m.transportStateText = [this] { return m_t ? m_t->StateText() : StateDisconnected; };
-    m.shell().abortTransaction = [this] {
+    sh.abortTransaction = [this] {
         if (m_t && m_inTransaction > 0)
             m_t->AbortTransaction();
     };
-    m.wireCommand(QStringLiteral("menuConnect"), [this] {
-        m.S.StopRequested = false;
+    sh.wireCommand(QStringLiteral("menuConnect"), [this] {
+        sh.S.StopRequested = false;
         ConnectCommand();
     });
-    connect(&m.shell(), &Shell::settingsLoaded, this, [this] { CreateTransport(); });
+    connect(&sh, &Shell::settingsLoaded, this, [this] { CreateTransport(); });
     CreateTransport();
     applyDisconnectedState();
 }
 
 NewsSession::~NewsSession()
 {
-    m.transportStateText = [] { return StateDisconnected; };
-    m.shell().abortTransaction = nullptr;
+    sh.abortTransaction = nullptr;
 }
 
 QString NewsSession::ServerFileTag(const QString &server)
@@ -97,16 +88,16 @@ void NewsSession::CreateTransport()
     m_t = new NewsTransport(this);
     m_t->SetNotify(this);
     m_t->SetOption(0);
-    if (!m.opt.ProxyHost.isEmpty()) {
-        m_t->SetProxyType(3);
-        m_t->SetProxyHost(m.opt.ProxyHost);
-        m_t->SetProxyPort(m.opt.ProxyPort);
+    if (!sh.opt.ProxyHost.isEmpty()) {
+        m_t->SetProxyType(NewsTransport::ProxySocks5);
+        m_t->SetProxyHost(sh.opt.ProxyHost);
+        m_t->SetProxyPort(sh.opt.ProxyPort);
     }
-    m_t->SetTimeout(m.opt.Timeout);
+    m_t->SetTimeout(sh.opt.Timeout);
     m_t->SetCertificateCheck([this](const QString &host, const QString &sha256, const QString &reason) {
         if (isTrustedCertificate(host, sha256))
             return true;
-        const auto a = m.prompter().message(
+        const auto a = sh.prompter().message(
             QStringLiteral("The certificate of %1 could not be verified:\n%2\n\nSHA-256 fingerprint:\n%3\n\n"
                            "Trust this certificate for this server from now on?")
                 .arg(host, reason, sha256),
@@ -120,39 +111,44 @@ void NewsSession::CreateTransport()
 
 void NewsSession::applyDisconnectedState()
 {
-    m.setStatus(1, QStringLiteral("Click on CONNECT to connect to Server"));
-    for (int code : {1, 5})
-        m.SetMenuState(code, true);
-    for (const char *scope : {"FA", "SS", "SR"})
-        m.MenuOnOff(QString::fromLatin1(scope), true);
-    for (int code : {4, 3, 7, 8, 9, 52, 53})
-        m.SetMenuState(code, false);
-    for (const char *scope : {"CG", "SM", "SG"})
-        m.MenuOnOff(QString::fromLatin1(scope), false);
+    sh.setStatus(nd::PanelState, QStringLiteral("Click on CONNECT to connect to Server"));
+    for (nd::Cmd c : {nd::Cmd::Setup, nd::Cmd::Connect})
+        sh.SetMenuState(c, true);
+    for (nd::Scope s : nd::cmds::OwnSessionScopes)
+        sh.MenuOnOff(s, true);
+    for (nd::Cmd c : nd::cmds::OffWithoutSession)
+        sh.SetMenuState(c, false);
+    for (nd::Scope s : nd::cmds::SessionScopes)
+        sh.MenuOnOff(s, false);
 }
 
-TransactionResult NewsSession::runTransaction(const std::function<void(NewsTransport *)> &start)
+TransactionResult NewsSession::runTransaction(const std::function<void(NewsTransport *)> &start,
+                                              const std::function<void()> &whileWaiting)
 {
     if (!m_t)
         CreateTransport();
-    m.S.TransactionDone = false;
-    m.S.TransportError = 0;
+    sh.S.TransactionDone = false;
+    sh.S.TransportError = 0;
     m_lastStatus = 0;
     ++m_inTransaction;
     QPointer<NewsTransport> t = m_t;
     start(m_t);
-    nd::waitUntil([this] { return m.S.TransactionDone || m.S.TransportError != 0 || m.S.StopRequested; });
+    nd::waitUntil([&] {
+        if (whileWaiting)
+            whileWaiting();
+        return sh.S.TransactionDone || sh.S.TransportError != 0 || sh.S.StopRequested;
+    });
     --m_inTransaction;
     TransactionResult r;
     r.status = m_lastStatus;
-    r.text = m.S.LastTransportText;
-    if (m.S.StopRequested) {
+    r.text = sh.S.LastTransportText;
+    if (sh.S.StopRequested) {
         r.outcome = TransactionResult::Outcome::Stopped;
-    } else if (m.S.TransactionDone && m.S.TransportError == 0) {
+    } else if (sh.S.TransactionDone && sh.S.TransportError == 0) {
         r.outcome = TransactionResult::Outcome::Done;
     } else {
         r.outcome = TransactionResult::Outcome::Failed;
-        r.error = t && t->LastError() != 0 ? t->LastError() : m.S.TransportError;
+        r.error = t && t->LastError() != 0 ? t->LastError() : sh.S.TransportError;
     }
     return r;
 }
@@ -162,132 +158,167 @@ bool NewsSession::isConnected() const
     return m_t && (m_t->State() == NewsTransport::StateConnected || m_t->State() == NewsTransport::StateBusy);
 }
 
+bool NewsSession::transportClosed() const
+{
+    return !m_t || m_t->State() == NewsTransport::StateDisconnected;
+}
+
 bool NewsSession::IsConnectedIdle(bool warn)
 {
     const bool open = isConnected();
     if (open && warn)
-        m.prompter().message(QStringLiteral("Please Disconnect First"), Prompter::Exclamation, Prompter::Ok,
-                             QStringLiteral("Newsdredge!"));
+        sh.prompter().message(QStringLiteral("Please Disconnect First"), Prompter::Exclamation, Prompter::Ok,
+                              QStringLiteral("Newsdredge!"));
     return open;
 }
 
-// ------------------------------------------------------------------ connect / disconnect
+// ------------------------------------------------------------------ connect
 
 void NewsSession::ConnectCommand()
 {
-    QAction *a = m.action(QStringLiteral("menuConnect"));
-    if (a && a->text() == QLatin1String("&Disconnect"))
+    if (m_connectedLook)
         NNTP_Disconnect();
     else
         NNTP_Connect(true);
 }
 
-void NewsSession::NNTP_Connect(bool loadGroups)
+void NewsSession::setConnectedLook(bool connected)
 {
-    m.S.ConnectingFlag = true;
+    m_connectedLook = connected;
+    sh.setConnectedLook(connected);
+}
+
+bool NewsSession::NNTP_Connect(bool loadGroups)
+{
+    sh.S.ConnectingFlag = true;
     if (!m_t)
         CreateTransport();
-    m_t->SetTimeout(m.opt.Timeout);
+    m_t->SetTimeout(sh.opt.Timeout);
 
-    if (m.opt.NNTPServer.isEmpty()) {
-        m.prompter().message(QStringLiteral("Newsdredge! has detected no Usenet server configured."), Prompter::Critical);
-        const auto a = m.prompter().message(QStringLiteral("We highly recommend a free Usenet account.  Would you like to go there now?"),
-                                            Prompter::Question, Prompter::YesNo, QString(), Prompter::AnswerNo);
-        if (a == Prompter::AnswerYes) {
-            m.OpenDocument(QString::fromLatin1(nd::UrlFreeAccount));
-        } else {
-            m.prompter().message(QStringLiteral("Please manually configure Newsdredge! with Usenet Server, ID and Password if necessary in setup to use this functionality."));
-            if (QAction *setup = m.action(QStringLiteral("menuSetup")); setup && m.commandBuilt(QStringLiteral("menuSetup")))
-                setup->trigger();
-        }
-        m.S.ConnectingFlag = false;
-        return;
+    if (sh.opt.NNTPServer.isEmpty()) {
+        noServerConfigured();
+        sh.S.ConnectingFlag = false;
+        return false;
     }
-
-    if (m_t->Host() != m.opt.NNTPServer)
+    if (m_t->Host() != sh.opt.NNTPServer)
         NNTP_Disconnect();
-
-    if (m_t->StateText() == StateConnected) {
-        m.setBusy(false);
-        m.S.ConnectingFlag = false;
-        return;
+    if (isConnected()) {
+        sh.setBusy(false);
+        sh.S.ConnectingFlag = false;
+        return true;
     }
 
-    m.setBusy(true);
-    m.SetMenuState(4, true);
-    m.S.TransportError = 0;
-    m.S.SecondsTick = 0;
-    if (!m.S.QuietMode) {
-        for (const char *scope : {"FA", "SS", "SR"})
-            m.MenuOnOff(QString::fromLatin1(scope), false);
-        m.SetMenuState(1, false);
-        m.SetMenuState(5, false);
-    }
-    m.progBar->setRange(0, m.opt.Timeout + 1);
-    m.setStatus(1, QStringLiteral("Connecting"));
-    m.setStatus(2, QString());
-    m.setStatus(3, QString());
-    m.UpdateCaption(QStringLiteral("5"));
-    nd::yieldOnce();
-
-    m_t->SetHost(m.opt.NNTPServer);
-    const auto cred = splitCredentials(serverData ? serverData(m.opt.NNTPServer) : QString());
-    m.S.ServerUserId = cred.first;
-    m.S.ServerPassword = cred.second;
-    if (!m.S.ServerUserId.isEmpty())
-        m_t->Connect(m.opt.NNTPServer, m.S.ServerUserId, m.S.ServerPassword);
+    showConnecting();
+    startConnect();
+    const bool open = waitForConnect();
+    if (open)
+        connectSucceeded(loadGroups);
     else
-        m_t->Connect(m.opt.NNTPServer);
+        connectFailed();
+    sh.setBusy(false);
+    sh.S.ConnectingFlag = false;
+    return open && isConnected();
+}
 
+void NewsSession::noServerConfigured()
+{
+    sh.prompter().message(QStringLiteral("Newsdredge! has detected no Usenet server configured."), Prompter::Critical);
+    const auto a = sh.prompter().message(QStringLiteral("We highly recommend a free Usenet account.  Would you like to go there now?"),
+                                         Prompter::Question, Prompter::YesNo, QString(), Prompter::AnswerNo);
+    if (a == Prompter::AnswerYes) {
+        sh.OpenDocument(QString::fromLatin1(nd::UrlFreeAccount));
+    } else {
+        sh.prompter().message(QStringLiteral("Please manually configure Newsdredge! with Usenet Server, ID and Password if necessary in setup to use this functionality."));
+        sh.runCommand(nd::Cmd::Setup);
+    }
+}
+
+void NewsSession::showConnecting()
+{
+    sh.setBusy(true);
+    sh.SetMenuState(nd::Cmd::Stop, true);
+    sh.S.TransportError = 0;
+    sh.S.SecondsTick = 0;
+    if (!sh.S.QuietMode) {
+        for (nd::Scope s : nd::cmds::OwnSessionScopes)
+            sh.MenuOnOff(s, false);
+        sh.SetMenuState(nd::Cmd::Setup, false);
+        sh.SetMenuState(nd::Cmd::Connect, false);
+    }
+    sh.setProgressRange(0, sh.opt.Timeout + 1);
+    sh.setStatus(nd::PanelState, QStringLiteral("Connecting"));
+    sh.setStatus(nd::PanelDetail, QString());
+    sh.setStatus(nd::PanelPart, QString());
+    sh.UpdateCaption(nd::Caption::Title);
+    nd::yieldOnce();
+}
+
+void NewsSession::startConnect()
+{
+    m_t->SetHost(sh.opt.NNTPServer);
+    const auto cred = splitCredentials(serverData ? serverData(sh.opt.NNTPServer) : QString());
+    sh.S.ServerUserId = cred.first;
+    sh.S.ServerPassword = cred.second;
+    if (!sh.S.ServerUserId.isEmpty())
+        m_t->Connect(sh.opt.NNTPServer, sh.S.ServerUserId, sh.S.ServerPassword);
+    else
+        m_t->Connect(sh.opt.NNTPServer);
+}
+
+// Waits for the greeting and log-in, showing the seconds gone on the progress bar; true once the
+// session is open. The transport's error, Stop and the time-out end the wait.
+bool NewsSession::waitForConnect()
+{
     QPointer<NewsTransport> t = m_t;
+    auto open = [&t] { return t && (t->State() == NewsTransport::StateConnected || t->State() == NewsTransport::StateBusy); };
     nd::waitUntil([&] {
         if (!t)
             return true;
-        if (m.S.TransportError == 0)
-            m.S.TransportError = t->LastError();
-        m.progBar->setValue(qMin(m.S.SecondsTick, m.progBar->maximum()));
-        return t->StateText() == StateConnected || m.S.TransportError != 0 || m.S.StopRequested
-            || m.S.SecondsTick > m.opt.Timeout;
+        if (sh.S.TransportError == 0)
+            sh.S.TransportError = t->LastError();
+        sh.setProgress(qMin(sh.S.SecondsTick, sh.progressMaximum()));
+        return open() || sh.S.TransportError != 0 || sh.S.StopRequested || sh.S.SecondsTick > sh.opt.Timeout;
     });
-
-    if (!t || t->StateText() != StateConnected) {
-        if (m.S.SecondsTick > m.opt.Timeout && m.S.TransportError == 0)
-            m.S.LastTransportText = QStringLiteral("No answer from %1 within %2 seconds").arg(m.opt.NNTPServer).arg(m.opt.Timeout);
-        m.S.LastFailureReason = QStringLiteral("Could Not Connect ");
-        const QString reason = m.S.LastTransportText;
-        NNTP_Disconnect();
-        m.progBar->setValue(0);
-        m.setStatus(2, QStringLiteral("Unable to Connect - ") + reason);
-        if (!m.S.QuietMode) {
-            for (const char *scope : {"FA", "SS", "SR"})
-                m.MenuOnOff(QString::fromLatin1(scope), true);
-            m.SetMenuState(4, false);
-            m.SetMenuState(1, true);
-            m.SetMenuState(5, true);
-        }
-    } else {
-        m.lstFilesView->setEnabled(true);
-        m.lstHTTPView->setEnabled(true);
-        m.progBar->setValue(0);
-        if (!m.S.QuietMode) {
-            m.SetMenuState(4, false);
-            m.SetMenuState(1, true);
-            m.SetMenuState(5, true);
-            m.MenuOnOff(QStringLiteral("FA"), false);
-            m.MenuOnOff(QStringLiteral("SS"), false);
-            m.setToolKey(QStringLiteral("Connect"), QStringLiteral("Disconnect"));
-            if (QAction *b = m.toolButton(QStringLiteral("Disconnect")))
-                b->setToolTip(QStringLiteral("Disconnect"));
-            if (QAction *a = m.action(QStringLiteral("menuConnect")))
-                a->setText(QStringLiteral("&Disconnect"));
-        }
-        m.S.ServerFileTag = ServerFileTag(m.opt.NNTPServer);
-        if (loadGroups)
-            emit m.shell().groupListWanted(true);
-    }
-    m.setBusy(false);
-    m.S.ConnectingFlag = false;
+    return open();
 }
+
+void NewsSession::connectFailed()
+{
+    if (sh.S.SecondsTick > sh.opt.Timeout && sh.S.TransportError == 0)
+        sh.S.LastTransportText = QStringLiteral("No answer from %1 within %2 seconds").arg(sh.opt.NNTPServer).arg(sh.opt.Timeout);
+    sh.S.LastFailureReason = QStringLiteral("Could Not Connect ");
+    const QString reason = sh.S.LastTransportText;
+    NNTP_Disconnect();
+    sh.setProgress(0);
+    sh.setStatus(nd::PanelDetail, QStringLiteral("Unable to Connect - ") + reason);
+    if (!sh.S.QuietMode) {
+        for (nd::Scope s : nd::cmds::OwnSessionScopes)
+            sh.MenuOnOff(s, true);
+        sh.SetMenuState(nd::Cmd::Stop, false);
+        sh.SetMenuState(nd::Cmd::Setup, true);
+        sh.SetMenuState(nd::Cmd::Connect, true);
+    }
+}
+
+void NewsSession::connectSucceeded(bool loadGroups)
+{
+    sh.setViewEnabled(nd::View::Files, true);
+    sh.setViewEnabled(nd::View::Addresses, true);
+    sh.setProgress(0);
+    if (!sh.S.QuietMode) {
+        sh.SetMenuState(nd::Cmd::Stop, false);
+        sh.SetMenuState(nd::Cmd::Setup, true);
+        sh.SetMenuState(nd::Cmd::Connect, true);
+        sh.MenuOnOff(nd::Scope::Favorites, false);
+        sh.MenuOnOff(nd::Scope::SelectedServers, false);
+        setConnectedLook(true);
+    }
+    sh.S.ServerFileTag = ServerFileTag(sh.opt.NNTPServer);
+    if (loadGroups)
+        emit sh.groupListWanted(true);
+}
+
+// ------------------------------------------------------------------ disconnect
 
 void NewsSession::deleteServerMessageCaches(const QString &server)
 {
@@ -303,60 +334,63 @@ void NewsSession::deleteServerMessageCaches(const QString &server)
 void NewsSession::NNTP_Disconnect()
 {
     nd::yieldOnce();
-    m.lstGroupsView->setEnabled(false);
-    if (!m.S.QuietMode)
-        m.lstGroups->clear();
+    sh.setViewEnabled(nd::View::Groups, false);
+    if (!sh.S.QuietMode)
+        m_groups.clear();
     // the caches of the server the session was with, not of the one just made current
-    deleteServerMessageCaches(m_t && !m_t->Host().isEmpty() ? m_t->Host() : m.opt.NNTPServer);
+    deleteServerMessageCaches(m_t && !m_t->Host().isEmpty() ? m_t->Host() : sh.opt.NNTPServer);
 
-    if (m_t && m_t->StateText() != StateDisconnected) {
-        if (!m.S.QuietMode) {
-            m.setBusy(true);
-            emit m.shell().previewCleared();
-            m.Picture1->clear();
-            m.SetMenuState(5, false);
-            m.UpdateCaption(QStringLiteral("3"));
-            m.UpdateCaption(QStringLiteral("4"));
-            for (int code : {4, 3, 7, 8, 53, 52, 9})
-                m.SetMenuState(code, false);
-            m.MenuOnOff(QStringLiteral("CG"), false);
-            m.MenuOnOff(QStringLiteral("FA"), true);
-            m.MenuOnOff(QStringLiteral("SS"), true);
-            m.MenuOnOff(QStringLiteral("SM"), false);
-            m.MenuOnOff(QStringLiteral("SG"), false);
-            m.MenuOnOff(QStringLiteral("SR"), true);
-            if (QAction *post = m.action(QStringLiteral("menuPost")))
-                post->setVisible(true);
-            if (QAction *b = m.toolButton(QStringLiteral("Post")))
-                b->setVisible(true);
-        }
-        m.setStatus(1, QStringLiteral("Disconnecting"));
-        QPointer<NewsTransport> t = m_t;
-        t->Disconnect();
-        m.S.TransactionDone = false;
-        m.S.StopRequested = false;
-        nd::waitUntil([&] {
-            return !t || t->StateText() == StateDisconnected || m.S.TransactionDone || m.S.StopRequested;
-        });
-        nd::yieldOnce();
+    if (!transportClosed()) {
+        if (!sh.S.QuietMode)
+            showDisconnecting();
+        closeTransport();
     }
 
     CreateTransport();
 
-    if (!m.S.QuietMode) {
-        m.setToolKey(QStringLiteral("Disconnect"), QStringLiteral("Connect"));
-        if (QAction *b = m.toolButton(QStringLiteral("Connect")))
-            b->setToolTip(QStringLiteral("Connect"));
-        if (QAction *a = m.action(QStringLiteral("menuConnect")))
-            a->setText(QStringLiteral("&Connect to Server"));
-        m.grid->ResizeGrid();
-        m.lstMsgBuffer->clear();
-        m.SetMenuState(5, true);
-        m.setStatus(1, QStringLiteral("Click on CONNECT to connect to Server"));
-        m.setBusy(false);
-    }
-    m.lblGrp->setText(QStringLiteral("  Group List"));
-    m.lstGroupsView->setEnabled(true);
+    if (!sh.S.QuietMode)
+        showDisconnected();
+    sh.setViewEnabled(nd::View::Groups, true);
+    emit sessionClosed();
+}
+
+void NewsSession::showDisconnecting()
+{
+    sh.setBusy(true);
+    emit sh.previewCleared();
+    sh.SetMenuState(nd::Cmd::Connect, false);
+    sh.UpdateCaption(nd::Caption::SavedFiles);
+    sh.UpdateCaption(nd::Caption::WebAddresses);
+    for (nd::Cmd c : nd::cmds::OffWithoutSession)
+        sh.SetMenuState(c, false);
+    for (nd::Scope s : nd::cmds::SessionScopes)
+        sh.MenuOnOff(s, false);
+    for (nd::Scope s : nd::cmds::OwnSessionScopes)
+        sh.MenuOnOff(s, true);
+}
+
+// Sends QUIT and waits until the transport has closed (or Stop is pressed).
+void NewsSession::closeTransport()
+{
+    sh.setStatus(nd::PanelState, QStringLiteral("Disconnecting"));
+    QPointer<NewsTransport> t = m_t;
+    t->Disconnect();
+    sh.S.TransactionDone = false;
+    sh.S.StopRequested = false;
+    nd::waitUntil([&] {
+        return !t || t->State() == NewsTransport::StateDisconnected || sh.S.TransactionDone || sh.S.StopRequested;
+    });
+    nd::yieldOnce();
+}
+
+void NewsSession::showDisconnected()
+{
+    setConnectedLook(false);
+    m_grid.ResizeGrid();
+    m_msgBuffer.clear();
+    sh.SetMenuState(nd::Cmd::Connect, true);
+    sh.setStatus(nd::PanelState, QStringLiteral("Click on CONNECT to connect to Server"));
+    sh.setBusy(false);
 }
 
 // ------------------------------------------------------------------ notifications
@@ -365,16 +399,16 @@ void NewsSession::Connected(NewsTransport *t)
 {
     if (t != m_t)
         return;
-    m.setStatus(1, QStringLiteral("Connected"));
-    m.S.TransactionDone = true;
+    sh.setStatus(nd::PanelState, QStringLiteral("Connected"));
+    sh.S.TransactionDone = true;
 }
 
 void NewsSession::Disconnected(NewsTransport *t)
 {
     if (t != m_t)
         return;
-    m.setStatus(1, QStringLiteral("Disconnected"));
-    m.S.TransactionDone = true;
+    sh.setStatus(nd::PanelState, QStringLiteral("Disconnected"));
+    sh.S.TransactionDone = true;
 }
 
 void NewsSession::StateChanged(NewsTransport *, qint32, qint32)
@@ -387,35 +421,35 @@ void NewsSession::Done(NewsTransport *t, qint32 value, bool error, const QString
         return;
     m_lastStatus = value;
     if (!error) {
-        m.S.TransactionDone = true;
+        sh.S.TransactionDone = true;
         return;
     }
-    if (!m.S.QuietMode) {
+    if (!sh.S.QuietMode) {
         // shown after the handler returns, so no box opens inside the transport's signal
-        const QString text = m.S.LastTransportText;
-        QTimer::singleShot(0, &m, [this, text] { m.prompter().message(text); });
+        const QString text = sh.S.LastTransportText;
+        QTimer::singleShot(0, this, [this, text] { sh.prompter().message(text); });
     }
-    m.S.TransportError = -1;
+    sh.S.TransportError = -1;
 }
 
 void NewsSession::Debug(NewsTransport *t, const QString &text)
 {
     if (t != m_t)
         return;
-    m.S.LastTransportText = text;
+    sh.S.LastTransportText = text;
     const QString up = text.toUpper();
-    if (m.S.ConnectingFlag && up.contains(QLatin1String("POSTING"))) {
+    if (sh.S.ConnectingFlag && up.contains(QLatin1String("POSTING"))) {
         if (up.contains(QLatin1String("POSTING NOT ALLOWED")))
-            m.S.PostingAllowed = false;
+            sh.S.PostingAllowed = false;
         else if (up.contains(QLatin1String("POSTING OK")))
-            m.S.PostingAllowed = true;
+            sh.S.PostingAllowed = true;
         else if (up.contains(QLatin1String("POSTING ALLOWED")))
-            m.S.PostingAllowed = true;
+            sh.S.PostingAllowed = true;
         else if (up.contains(QLatin1String("NO POSTING")))
-            m.S.PostingAllowed = false;
+            sh.S.PostingAllowed = false;
     }
     if (up.contains(QLatin1String("LIMIT EXCEEDED"))) {
-        m.S.TransportError = -1;
+        sh.S.TransportError = -1;
         if (!m_limitHandling) {
             m_limitHandling = true;
             QTimer::singleShot(0, this, [this] { limitExceeded(); });
@@ -425,18 +459,18 @@ void NewsSession::Debug(NewsTransport *t, const QString &text)
 
 void NewsSession::limitExceeded()
 {
-    m.prompter().message(QStringLiteral("We're sorry, but your Download Limit has been exceeded."), Prompter::Critical);
-    m.S.TransportError = -1;
+    sh.prompter().message(QStringLiteral("We're sorry, but your Download Limit has been exceeded."), Prompter::Critical);
+    sh.S.TransportError = -1;
     NNTP_Disconnect();
-    const auto a = m.prompter().message(QStringLiteral("Would you like information on additional download bandwidth?"),
-                                        Prompter::Question, Prompter::YesNo, QString(), Prompter::AnswerNo);
+    const auto a = sh.prompter().message(QStringLiteral("Would you like information on additional download bandwidth?"),
+                                         Prompter::Question, Prompter::YesNo, QString(), Prompter::AnswerNo);
     if (a == Prompter::AnswerYes) {
         QUrl url(QString::fromLatin1(nd::UrlBandwidth));
         QUrlQuery q;
-        q.addQueryItem(QStringLiteral("S"), m.opt.NNTPServer.trimmed());
-        q.addQueryItem(QStringLiteral("UID"), m.S.ServerUserId);
+        q.addQueryItem(QStringLiteral("S"), sh.opt.NNTPServer.trimmed());
+        q.addQueryItem(QStringLiteral("UID"), sh.S.ServerUserId);
         url.setQuery(q);
-        m.OpenDocument(url.toString());
+        sh.OpenDocument(url.toString());
     }
     m_limitHandling = false;
 }

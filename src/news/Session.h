@@ -5,7 +5,9 @@
 #include <QPointer>
 #include <functional>
 
-class frmMain;
+class ItemList;
+class MessageGrid;
+class Shell;
 
 // What a transaction came to, for the caller that ran it.
 struct TransactionResult {
@@ -21,26 +23,33 @@ struct TransactionResult {
 };
 
 // Opening and closing the session with the current server, the waits for transactions, and the
-// main window's handling of the transport's notifications.
+// handling of the transport's notifications. The session keeps the program-wide flags of a
+// transaction (TransactionDone, TransportError, LastTransportText) true for what the user sees;
+// whoever runs a transaction reads its outcome from the result.
 class NewsSession : public QObject, public NewsTransportNotify {
     Q_OBJECT
 public:
-    explicit NewsSession(frmMain &m);
+    // lstGroups, lstMsgBuffer and grid are emptied when a session closes.
+    NewsSession(Shell &sh, ItemList &lstGroups, ItemList &lstMsgBuffer, MessageGrid &grid, QObject *parent = nullptr);
     ~NewsSession() override;
 
     // The current transport object. It is replaced at every disconnect: re-read it after a wait.
     NewsTransport *transport() const { return m_t; }
     void CreateTransport();
 
-    void NNTP_Connect(bool loadGroups);
+    // Opens a session with the current server unless one is open with it; with loadGroups the
+    // group list is asked for. True when a session is open at the end.
+    bool NNTP_Connect(bool loadGroups);
     void NNTP_Disconnect();
-    // The Connect command: by the caption of the menu item.
+    // The Connect command: connects, or disconnects while the command reads "Disconnect".
     void ConnectCommand();
 
     // Clears TransactionDone and TransportError, starts the operation, and waits until it is
-    // done, fails or Stop is pressed. The program-wide flags stay true for what the window
-    // shows; the caller reads the outcome from the result.
-    TransactionResult runTransaction(const std::function<void(NewsTransport *)> &start);
+    // done, fails or Stop is pressed; whileWaiting (when given) runs at every wake of the wait.
+    // The program-wide flags stay true for what the window shows; the caller reads the outcome
+    // from the result.
+    TransactionResult runTransaction(const std::function<void(NewsTransport *)> &start,
+                                     const std::function<void()> &whileWaiting = {});
     // A session is open with the server (idle or running a transaction).
     bool isConnected() const;
     // Open and idle; with warn, "Please Disconnect First" is shown when it is.
@@ -58,7 +67,7 @@ public:
     static bool isTrustedCertificate(const QString &host, const QString &sha256);
     static void trustCertificate(const QString &host, const QString &sha256);
 
-    // The window's disconnected state (start-up and after every disconnect).
+    // The commands' disconnected state (start-up and after every disconnect).
     void applyDisconnectedState();
 
     // NewsTransportNotify
@@ -69,13 +78,35 @@ public:
     void Debug(NewsTransport *t, const QString &text) override;
     void GetReadStream(NewsTransport *t, QIODevice *stream) override;
 
+signals:
+    // NNTP_Disconnect has ended: no session is open and the group list is empty.
+    void sessionClosed();
+
 private:
+    // connecting
+    void noServerConfigured();
+    void showConnecting();
+    void startConnect();
+    bool waitForConnect();
+    void connectFailed();
+    void connectSucceeded(bool loadGroups);
+    void setConnectedLook(bool connected);
+    // disconnecting
+    void showDisconnecting();
+    void closeTransport();
+    void showDisconnected();
+
     void limitExceeded();
     void deleteServerMessageCaches(const QString &server);
+    bool transportClosed() const;
 
-    frmMain &m;
+    Shell &sh;
+    ItemList &m_groups;
+    ItemList &m_msgBuffer;
+    MessageGrid &m_grid;
     QPointer<NewsTransport> m_t;
     int m_inTransaction = 0;
     qint32 m_lastStatus = 0;
     bool m_limitHandling = false;
+    bool m_connectedLook = false;   // the Connect command reads "Disconnect"
 };

@@ -41,7 +41,7 @@ ServerChecker::ServerChecker(frmMain &main)
     connect(&m.shell(), &Shell::shuttingDown, this, [this] {
         if (m_favoritesBorrowed) {
             m.lstFavorites->clear();
-            Favorites::LoadListFromFile(m, m.lstFavorites, m.opt.FavoritesFile, Favorites::FavoriteIcon);
+            m.favorites->LoadListFromFile(m.lstFavorites, m.opt.FavoritesFile, Favorites::FavoriteIcon);
             m_favoritesBorrowed = false;
         }
     });
@@ -170,7 +170,7 @@ void ServerChecker::DoCheckServers(const QString &mode)
         // 3. a group search extends the current favourites file
         lstTempF->clear();
         if (!m_mode.isEmpty() && m_mode != GenList)
-            Favorites::LoadListFromFile(m, lstTempF, m.opt.FavoritesFile, -1);
+            m.favorites->LoadListFromFile(lstTempF, m.opt.FavoritesFile, -1);
 
         // 4.
         m.progBar->setValue(0);
@@ -404,7 +404,7 @@ void ServerChecker::finish()
     m_mode.clear();
     m.session->NNTP_Disconnect();
     m.S.QuietMode = false;
-    Favorites::LoadListFromFile(m, m.lstFavorites, m.opt.FavoritesFile, Favorites::FavoriteIcon);
+    m.favorites->LoadListFromFile(m.lstFavorites, m.opt.FavoritesFile, Favorites::FavoriteIcon);
     m_favoritesBorrowed = false;
     m.UpdateCaption(QStringLiteral("0"));
     m.lstGroupsView->setEnabled(true);

@@ -211,14 +211,12 @@ private slots:
     void listingRewritesTheFavoriteOfTheCurrentServer()
     {
         Window x({"alt.a (news1)", mk('4', "alt.a (news2)"), mk('1', "alt.b (news1) (4)")});
-        x.w->favorites->updateFavoriteMarker(QStringLiteral(" alt.a "), 12);
+        x.w->favorites->updateFavoriteMarker(QStringLiteral(" alt.a "), 12, false);
         QCOMPARE(x.fav()->text(0), mk('1', "alt.a (news1) (12)"));
         QCOMPARE(x.fav()->text(1), mk('4', "alt.a (news2)"));
-        x.w->S.TransportError = -1;
-        x.w->favorites->updateFavoriteMarker(QStringLiteral("alt.b"), 0);
+        x.w->favorites->updateFavoriteMarker(QStringLiteral("alt.b"), 0, true);
         QCOMPARE(x.fav()->text(2), mk('2', "alt.b (news1)"));
-        x.w->S.TransportError = 0;
-        x.w->favorites->updateFavoriteMarker(QStringLiteral("alt.b"), 0);
+        x.w->favorites->updateFavoriteMarker(QStringLiteral("alt.b"), 0, false);
         QCOMPARE(x.fav()->text(2), mk('4', "alt.b (news1)"));
     }
 };

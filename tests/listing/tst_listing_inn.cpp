@@ -13,6 +13,7 @@
 #include <QFile>
 #include <QLocale>
 #include <QLabel>
+#include <QListView>
 #include <QtTest>
 
 static const QString Group = QStringLiteral("rec.arts.newsdredge");
@@ -123,6 +124,18 @@ private slots:
         QVERIFY(w->grid->cell(5, 0).isEmpty());
         // file order is the order of the fetch (oldest number first), not the date sort
         QCOMPARE(w->grid->rowCells(1).mid(0, 8), oldestRow.mid(0, 8));
+
+        // Enter on the group list opens the selected group: it is listed (from the cache) again
+        w->S.CurrentGroup.clear();
+        w->grid->ResizeGrid();
+        const int item = w->lstGroups->findGroup(Group);
+        w->lstGroups->clearSelection();
+        w->lstGroups->setSelected(item, true);
+        w->lstGroups->setCurrentIndex(item);
+        QTest::keyClick(w->lstGroupsView, Qt::Key_Return);
+        QCOMPARE(w->S.CurrentGroup, Group);
+        QCOMPARE(w->grid->lastMessageRow(), 4);
+        QVERIFY(w->lstGroupsView->isEnabled());
 
         // disconnecting removes the message caches of the server
         const QString cache = w->messages->cacheFile();

@@ -1,6 +1,9 @@
+#include "app/BatchShell.h"
+#include "app/Core.h"
 #include "app/Paths.h"
 #include "app/Wait.h"
 #include "app/frmMain.h"
+#include "groups/GroupList.h"
 #include "news/Session.h"
 #include "support/ScriptedNntpServer.h"
 #include "ui/ItemList.h"
@@ -48,7 +51,7 @@ private slots:
         x.w.session->NNTP_Connect(false);
         QCOMPARE(x.w.session->transport()->StateText(), QStringLiteral("Connected to NNTP Server"));
         QCOMPARE(x.w.action("menuConnect")->text(), QStringLiteral("&Disconnect"));
-        QVERIFY(x.w.toolButton("Disconnect"));
+        QCOMPARE(x.w.toolButton("Disconnect")->toolTip(), QStringLiteral("Disconnect"));
         QCOMPARE(x.w.S.ServerFileTag, QStringLiteral("127_0_0_1_%1").arg(srv.serverPort()));
         QVERIFY(x.w.S.PostingAllowed);
         QVERIFY(x.w.IsConnectedIdle(false));
@@ -62,7 +65,7 @@ private slots:
         QCOMPARE(x.w.action("menuConnect")->text(), QStringLiteral("&Connect to Server"));
         QCOMPARE(x.w.status(1), QStringLiteral("Click on CONNECT to connect to Server"));
         QCOMPARE(x.w.lblGrp->text(), QStringLiteral("  Group List"));
-        QVERIFY(x.w.toolButton("Connect"));
+        QCOMPARE(x.w.toolButton("Connect")->toolTip(), QStringLiteral("Connect"));
         QVERIFY(srv.sawCommand("QUIT"));
     }
 
@@ -226,6 +229,52 @@ private slots:
             "Newsdredge! has detected no Usenet server configured.",
             "We highly recommend a free Usenet account.  Would you like to go there now?",
             "Please manually configure Newsdredge! with Usenet Server, ID and Password if necessary in setup to use this functionality."}));
+    }
+
+    // The session and the group list over a shell with no window: the Connect command opens the
+    // session and loads the list, a refused list is told through the load's result, and the
+    // command then closes the session.
+    void sessionAndGroupListRunWithoutAWindow()
+    {
+        ScriptedNntpServer srv;
+        bool refuse = false;
+        srv.respond = [&refuse, base = srv.respond](const QByteArray &cmd) -> QByteArray {
+            if (cmd.startsWith("LIST"))
+                return refuse ? "503 program fault\r\n" : "215 list\r\nalt.one 20 11 y\r\nalt.two 5 5 y\r\n.\r\n";
+            return base(cmd);
+        };
+        ScriptedPrompter p;
+        BatchShell sh(&p);
+        Core core(sh);
+        sh.opt.NNTPServer = srv.address();
+        sh.opt.Timeout = 10;
+        NewsSession session(sh, *core.lstGroups, *core.lstMsgBuffer, *core.grid);
+        GroupList groups(sh, session, *core.lstGroups, *core.lstMsgBuffer, *core.grid);
+        int loaded = 0;
+        connect(&groups, &GroupList::groupListLoaded, [&loaded] { ++loaded; });
+
+        QVERIFY(sh.runCommand(nd::Cmd::Connect));
+        QVERIFY(session.isConnected());
+        QCOMPARE(core.lstGroups->texts(), (QStringList{ItemList::marked('1', "alt.one (9)"), "alt.two (0)"}));
+        QCOMPARE(loaded, 1);
+        QCOMPARE(sh.status(nd::PanelState), QStringLiteral("Double-click Group to List Messages"));
+        QVERIFY(sh.menuState(nd::Cmd::Groups));
+        QVERIFY(!sh.menuState(nd::Cmd::Stop));
+
+        refuse = true;
+        const TransactionResult r = groups.LoadGroupList(false);
+        QCOMPARE(r.outcome, TransactionResult::Outcome::Failed);
+        QCOMPARE(r.status, 503);
+        QCOMPARE(sh.status(nd::PanelDetail), QStringLiteral("Error Retrieving Group List"));
+        QCOMPARE(loaded, 1);
+        QVERIFY(session.isConnected());
+
+        // the command reads "Disconnect" now
+        QVERIFY(sh.runCommand(nd::Cmd::Connect));
+        QVERIFY(!session.isConnected());
+        QVERIFY(srv.sawCommand("QUIT"));
+        QCOMPARE(sh.status(nd::PanelState), QStringLiteral("Click on CONNECT to connect to Server"));
+        QVERIFY(core.lstGroups->texts().isEmpty());
     }
 
     void disconnectOfAFreshObjectReturns()
