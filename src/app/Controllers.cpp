@@ -1,6 +1,11 @@
 #include "app/frmMain.h"
 #include "download/Downloader.h"
 #include "download/SavedFiles.h"
+#include "app/Core.h"
+#include "gui/download/SavedFilesView.h"
+#include "gui/messages/GridView.h"
+#include "gui/ui/ListLook.h"
+#include "gui/viewer/ViewerView.h"
 #include "groups/Favorites.h"
 #include "groups/GroupList.h"
 #include "harvest/Harvester.h"
@@ -20,14 +25,24 @@ void frmMain::createControllers()
     session = new NewsSession(*this);
     servers = new ServerList(*this);
     groups = new GroupList(*this);
-    messages = new MessageList(*this);
-    gridControl = new GridController(*this);
-    downloader = new Downloader(*this);
+    nd::gui::installListLook();
+    messages = new MessageList(shell(), *session, *m_core->grid, *m_core->gridSelection, this);
+    downloader = new Downloader(shell(), *session, *m_core->grid, *m_core->gridSelection, this);
+    gridControl = new GridController(shell(), *m_core->grid, *m_core->gridSelection, *messages, *downloader, this);
+    new GridView(*this, *gridControl);
     favorites = new Favorites(*this);
     poster = new Poster(*this);
     harvester = new Harvester(*this);
-    savedFiles = new SavedFiles(*this);
-    viewer = new Viewer(*this);
+    savedFiles = new SavedFiles(shell(), *m_core->lstFiles, this);
+    connect(downloader, &Downloader::fileSaved, savedFiles, [this](const QString &path) {
+        savedFiles->AddSavedFile(path);
+        savedFiles->PreviewFile(path);
+    });
+    connect(downloader, &Downloader::textToScan, harvester, &Harvester::FindWebAddresses);
+    connect(messages, &MessageList::groupListed, groups,
+            [this](const QString &group, int lastRow) { groups->updateGroupMarkerNFavs(group, lastRow); });
+    viewer = new Viewer(shell(), *session, *m_core->grid, *m_core->gridSelection, *downloader, this);
+    new ViewerView(*this, *viewer, new SavedFilesView(*this, *savedFiles));
     serverChecker = new ServerChecker(*this);
 }
 
@@ -36,7 +51,8 @@ void frmMain::createControllers()
 void frmMain::detachControllers()
 {
     const QList<QObject *> areas = {session, servers, groups, messages, gridControl, downloader, favorites,
-                                    poster, harvester, savedFiles, viewer, serverChecker};
+                                    poster, harvester, savedFiles, viewer, serverChecker,
+                                    findChild<GridView *>(), findChild<SavedFilesView *>(), findChild<ViewerView *>()};
     const QList<QWidget *> widgets = findChildren<QWidget *>();
     for (QWidget *w : widgets)
         for (QObject *a : areas)
@@ -46,6 +62,10 @@ void frmMain::detachControllers()
 
 void frmMain::destroyControllers()
 {
+    // the views (and the windows they made) go before the areas they show
+    delete findChild<ViewerView *>();
+    delete findChild<SavedFilesView *>();
+    delete findChild<GridView *>();
     const QList<QObject *> areas = {serverChecker, viewer, savedFiles, harvester, poster, favorites, downloader,
                                     gridControl, messages, groups, servers, session};
     for (QObject *a : areas)

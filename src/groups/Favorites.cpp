@@ -54,20 +54,18 @@ Favorites::Favorites(frmMain &main) : QObject(&main), m(main)
     });
 }
 
-QIcon Favorites::listIcon(int iconIndex)
+QString Favorites::listIcon(int iconIndex)
 {
-    if (iconIndex == FavoriteIcon)
-        return QApplication::style()->standardIcon(QStyle::SP_DirLinkIcon);
-    return QApplication::style()->standardIcon(QStyle::SP_FileIcon);
+    return iconIndex == FavoriteIcon ? QStringLiteral("std:dirlink") : QStringLiteral("std:file");
 }
 
 void Favorites::setIcons(ItemList *list, int iconIndex)
 {
     if (iconIndex == -1)
         return;
-    const QIcon icon = listIcon(iconIndex);
+    const QString icon = listIcon(iconIndex);
     for (int i = 0; i < list->count(); ++i)
-        list->setIcon(i, icon);
+        list->setIconKey(i, icon);
 }
 
 bool Favorites::saveToCurrentFile()
@@ -141,9 +139,9 @@ void Favorites::LoadListFromFile(frmMain &m, ItemList *list, const QString &path
         view->setUpdatesEnabled(false);
     list->load(path);
     if (iconIndex != -1 && !quiet) {
-        const QIcon icon = listIcon(iconIndex);
+        const QString icon = listIcon(iconIndex);
         for (int i = 0; i < list->count(); ++i)
-            list->setIcon(i, icon);
+            list->setIconKey(i, icon);
     }
     if (view && !quiet)
         view->setUpdatesEnabled(true);
@@ -191,7 +189,7 @@ bool Favorites::DropGroup(const QString &groupItem)
     if (!item)
         return false;
     const int i = m.lstFavorites->add(*item);
-    m.lstFavorites->setIcon(i, listIcon(FavoriteIcon));
+    m.lstFavorites->setIconKey(i, listIcon(FavoriteIcon));
     saveToCurrentFile();
     m.UpdateCaption(QStringLiteral("0"));
     return true;

@@ -1,5 +1,5 @@
 #pragma once
-#include <QIcon>
+#include <QString>
 #include <QObject>
 #include <QStringList>
 
@@ -35,8 +35,8 @@ public:
 
     void DownloadFromFavorites();
 
-    // The icon every favourite carries (list icon 9 of the main window).
-    static QIcon listIcon(int iconIndex);
+    // The icon key every favourite carries (list icon 9 of the main window).
+    static QString listIcon(int iconIndex);
     static constexpr int FavoriteIcon = 9;
 
     // Writes the list to the current favourites file unless another run borrows the list.

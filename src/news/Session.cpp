@@ -131,7 +131,8 @@ void NewsSession::applyDisconnectedState()
         m.MenuOnOff(QString::fromLatin1(scope), false);
 }
 
-TransactionResult NewsSession::runTransaction(const std::function<void(NewsTransport *)> &start)
+TransactionResult NewsSession::runTransaction(const std::function<void(NewsTransport *)> &start,
+                                              const std::function<void()> &whileWaiting)
 {
     if (!m_t)
         CreateTransport();
@@ -141,7 +142,11 @@ TransactionResult NewsSession::runTransaction(const std::function<void(NewsTrans
     ++m_inTransaction;
     QPointer<NewsTransport> t = m_t;
     start(m_t);
-    nd::waitUntil([this] { return m.S.TransactionDone || m.S.TransportError != 0 || m.S.StopRequested; });
+    nd::waitUntil([this, &whileWaiting] {
+        if (whileWaiting)
+            whileWaiting();
+        return m.S.TransactionDone || m.S.TransportError != 0 || m.S.StopRequested;
+    });
     --m_inTransaction;
     TransactionResult r;
     r.status = m_lastStatus;

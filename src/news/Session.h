@@ -39,8 +39,10 @@ public:
 
     // Clears TransactionDone and TransportError, starts the operation, and waits until it is
     // done, fails or Stop is pressed. The program-wide flags stay true for what the window
-    // shows; the caller reads the outcome from the result.
-    TransactionResult runTransaction(const std::function<void(NewsTransport *)> &start);
+    // shows; the caller reads the outcome from the result. whileWaiting, when given, runs each
+    // time the wait wakes (work that goes with the transaction, such as building what streams in).
+    TransactionResult runTransaction(const std::function<void(NewsTransport *)> &start,
+                                     const std::function<void()> &whileWaiting = {});
     // A session is open with the server (idle or running a transaction).
     bool isConnected() const;
     // Open and idle; with warn, "Please Disconnect First" is shown when it is.

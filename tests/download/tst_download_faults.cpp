@@ -138,19 +138,32 @@ private slots:
     {
         Fixture x;
         Downloader *d = x.w.downloader;
-        d->NNTP_DownloadMessage(5);
+        // what the fetch returns, and what the window's state shows of it
+        const ArticleFetch text = d->NNTP_DownloadMessage(5);
+        QVERIFY(text.ok() && text.result.ok());
+        QCOMPARE(text.result.status, 220);
         QCOMPARE(x.w.S.TransportError, 0);
         // the transport has already undone the dot doubling; it is not undone twice
-        QCOMPARE(x.w.S.MessageText, QStringLiteral("Hello\r\n.dotted line\r\nWorld\r\n"));
-        QVERIFY(x.w.S.AttachmentName.isEmpty());
+        QCOMPARE(text.text, QStringLiteral("Hello\r\n.dotted line\r\nWorld\r\n"));
+        QCOMPARE(x.w.S.MessageText, text.text);
+        QCOMPARE(text.kind, ArticleFetch::Kind::None);
+        QVERIFY(text.attachmentName.isEmpty() && x.w.S.AttachmentName.isEmpty());
 
-        d->NNTP_DownloadMessage(6);
-        QCOMPARE(x.w.S.MessageText, QStringLiteral("Look at this{binary attachment}"));
+        const ArticleFetch picture = d->NNTP_DownloadMessage(6);
+        QCOMPARE(picture.text, QStringLiteral("Look at this{binary attachment}"));
+        QCOMPARE(x.w.S.MessageText, picture.text);
+        QCOMPARE(picture.kind, ArticleFetch::Kind::Yenc);
         QVERIFY(x.w.S.IsYenc);
+        QCOMPARE(picture.attachmentName, QStringLiteral("p.gif"));
         QCOMPARE(x.w.S.AttachmentName, QStringLiteral("p.gif"));
+        QVERIFY(picture.bytes.contains("=ybegin "));
+        QVERIFY(!picture.duplicate);
         QCOMPARE(x.files(), QStringList());     // showing a message writes no file
 
-        d->NNTP_DownloadMessage(8);
+        const ArticleFetch gone = d->NNTP_DownloadMessage(8);
+        QVERIFY(gone.gone && !gone.ok());
+        QCOMPARE(gone.error, -1);
+        QCOMPARE(gone.text, QStringLiteral("Message no longer available on server."));
         QCOMPARE(x.w.S.MessageText, QStringLiteral("Message no longer available on server."));
         QCOMPARE(x.w.status(1), QStringLiteral("Message no longer available on server."));
         QCOMPARE(x.w.S.TransportError, -1);

@@ -2,7 +2,9 @@
 // preview on and off, stepping through the grid, the text limit, printing, copying and mail.
 #include "app/frmMain.h"
 #include "download/SavedFiles.h"
-#include "download/frmMaxPrev.h"
+#include "gui/download/SavedFilesView.h"
+#include "gui/download/frmMaxPrev.h"
+#include "gui/viewer/ViewerView.h"
 #include "messages/MessageGrid.h"
 #include "news/Session.h"
 #include "post/Poster.h"
@@ -12,7 +14,7 @@
 #include "ui/PictureBox.h"
 #include "ui/Prompter.h"
 #include "viewer/Viewer.h"
-#include "viewer/frmMessage.h"
+#include "gui/viewer/frmMessage.h"
 
 #include <QAction>
 #include <QBuffer>
@@ -155,7 +157,8 @@ class TstViewer : public QObject {
                                    QStringLiteral("Ann <ann@example.org>"), QStringLiteral("x!y"),
                                    QStringLiteral("<m%1@x>").arg(11 + i), QString(), QString()});
         }
-        frmMessage *v() const { return w.viewer->window(); }
+        frmMessage *v() const { return w.findChild<ViewerView *>()->window(); }
+        SavedFilesView *previews() const { return w.findChild<SavedFilesView *>(); }
         void open(int row)
         {
             w.MSHResults->selectionModel()->setCurrentIndex(w.grid->index(row - 1, 0),
@@ -236,7 +239,7 @@ private slots:
         QCOMPARE(x.files(), (QStringList{"pic.bmp", "~image2.tmp"}));   // no part file left
         QVERIFY(v->Image1->isVisible());
         QCOMPARE(v->Image1->image().pixelColor(2, 2), QColor(Qt::red));
-        QCOMPARE(x.w.savedFiles->previewPath(), x.path(QStringLiteral("~image2.tmp")));
+        QCOMPARE(x.previews()->previewPath(), x.path(QStringLiteral("~image2.tmp")));
         QVERIFY(!x.w.Picture1->pixmap().isNull());
         QCOMPARE(x.w.lstFiles->count(), 0);   // viewing saves nothing
 
@@ -246,7 +249,7 @@ private slots:
         QCOMPARE(v->Image1->image().pixelColor(2, 2), QColor(Qt::blue));
         QTest::mouseClick(v->Image1, Qt::LeftButton);
         QVERIFY(x.w.action(QStringLiteral("menuPreviewL"))->isChecked());
-        QVERIFY(x.w.savedFiles->largePreview() && x.w.savedFiles->largePreview()->isVisible());
+        QVERIFY(x.previews()->largePreview() && x.previews()->largePreview()->isVisible());
 
         // and a text message afterwards deletes it and shows no picture
         x.open(1);
@@ -258,7 +261,7 @@ private slots:
     {
         Fixture x;
         x.w.action(QStringLiteral("menuPreview"))->trigger();
-        QVERIFY(!x.w.savedFiles->previewOn());
+        QVERIFY(!x.previews()->previewOn());
         x.open(2);
         frmMessage *v = x.v();
         QCOMPARE(x.w.S.TransportError, 0);

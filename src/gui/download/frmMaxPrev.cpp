@@ -1,4 +1,4 @@
-#include "download/frmMaxPrev.h"
+#include "gui/download/frmMaxPrev.h"
 
 #include "app/frmMain.h"
 #include "download/SavedFiles.h"
