@@ -6,7 +6,7 @@
 #include "gui/download/frmMaxPrev.h"
 #include "gui/ui/ListLook.h"
 #include "ui/ItemList.h"
-#include "ui/PictureBox.h"
+#include "gui/ui/PictureBox.h"
 #include "ui/Prompter.h"
 
 #include <QAction>

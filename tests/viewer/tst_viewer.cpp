@@ -11,7 +11,7 @@
 #include "post/frmPostMsg.h"
 #include "support/ScriptedNntpServer.h"
 #include "ui/ItemList.h"
-#include "ui/PictureBox.h"
+#include "gui/ui/PictureBox.h"
 #include "ui/Prompter.h"
 #include "viewer/Viewer.h"
 #include "gui/viewer/frmMessage.h"

@@ -5,7 +5,7 @@
 #include "gui/download/frmMaxPrev.h"
 #include "messages/MessageList.h"
 #include "ui/ItemList.h"
-#include "ui/PictureBox.h"
+#include "gui/ui/PictureBox.h"
 
 #include <QAction>
 #include <QEvent>

@@ -4,7 +4,7 @@
 #include "download/SavedFiles.h"
 #include "settings/Settings.h"
 #include "ui/ItemList.h"
-#include "ui/PictureBox.h"
+#include "gui/ui/PictureBox.h"
 
 #include <QAction>
 #include <QCloseEvent>

@@ -5,7 +5,7 @@
 #include "gui/download/SavedFilesView.h"
 #include "post/Poster.h"
 #include "settings/Settings.h"
-#include "ui/PictureBox.h"
+#include "gui/ui/PictureBox.h"
 #include "ui/Prompter.h"
 #include "viewer/Viewer.h"
 
