@@ -95,15 +95,17 @@ void Viewer::msgActivate()
 // The picture of the article's attachment, decoded straight into the picture file: a file the
 // user saved under the attachment's name is never touched by viewing. failed: the article has an
 // attachment that gave no picture.
-QString Viewer::decodePicture(const QString &tempFile, bool &failed)
+QString Viewer::decodePicture(const QString &tempFile, ArticleFetch::Kind kind, bool &failed)
 {
     const QString picture = destDir() + PictureFileName;
     if (QFileInfo::exists(picture))
         QFile::remove(picture);
     failed = false;
-    if (!sh.S.IsMimeAttachment && !sh.S.IsYenc && !sh.S.IsUuencoded)
+    if (kind == ArticleFetch::Kind::None)
         return QString();
-    const int format = sh.S.IsYenc ? FormatYenc : sh.S.IsUuencoded ? FormatUuencode : FormatMime;
+    const int format = kind == ArticleFetch::Kind::Yenc       ? FormatYenc
+                       : kind == ArticleFetch::Kind::Uuencode ? FormatUuencode
+                                                              : FormatMime;
     const DecodeOutcome decoded = decodeAndWait(*m_decoder, destDir() + tempFile, picture, format, true);
     if (!decoded.ok() && !decoded.outputPath.isEmpty() && decoded.outputPath != picture)
         QFile::remove(decoded.outputPath);   // a damaged picture is not kept
@@ -145,7 +147,7 @@ bool Viewer::load(ViewedMessage &msg)
     if (fetch.ok()) {
         msg.text = fetch.text;
         bool pictureFailed = false;
-        msg.picturePath = decodePicture(sh.S.TempFileName, pictureFailed);
+        msg.picturePath = decodePicture(sh.S.TempFileName, fetch.kind, pictureFailed);
         sh.S.TransportError = pictureFailed ? -1 : 0;
         emit messageLoaded(msg);
         shown = !pictureFailed;

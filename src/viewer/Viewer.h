@@ -1,10 +1,11 @@
 #pragma once
+#include "download/Downloader.h"
+
 #include <QMetaType>
 #include <QObject>
 #include <QString>
 
 class DecoderWizard;
-class Downloader;
 class MessageGrid;
 class NewsSession;
 class QItemSelectionModel;
@@ -57,7 +58,7 @@ private:
     void messageCommands(bool on);
     ViewedMessage rowMessage(int row) const;
     bool load(ViewedMessage &message);
-    QString decodePicture(const QString &tempFile, bool &failed);
+    QString decodePicture(const QString &tempFile, ArticleFetch::Kind kind, bool &failed);
     QString destDir() const;
 
     Shell &sh;
