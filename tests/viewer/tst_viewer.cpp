@@ -230,9 +230,17 @@ private slots:
         mine.write("mine");
         mine.close();
 
+        QSignalSpy loaded(x.w.viewer, &Viewer::messageLoaded);
         x.open(2);
         frmMessage *v = x.v();
         QCOMPARE(x.w.S.TransportError, 0);
+        // what the viewer hands to its window
+        QCOMPARE(loaded.count(), 1);
+        const ViewedMessage msg = loaded.at(0).at(0).value<ViewedMessage>();
+        QCOMPARE(msg.articleNumber, 12);
+        QCOMPARE(msg.subject, QStringLiteral("red picture"));
+        QCOMPARE(msg.text, QStringLiteral("Look at this{binary attachment}"));
+        QCOMPARE(msg.picturePath, x.path(QStringLiteral("~image2.tmp")));
         QCOMPARE(v->txtMsgBody->toPlainText(), QStringLiteral("Look at this{binary attachment}"));
         QCOMPARE(x.fileBytes(QStringLiteral("~image2.tmp")), x.red);
         QCOMPARE(x.fileBytes(QStringLiteral("pic.bmp")), QByteArray("mine"));
