@@ -9,7 +9,7 @@
 #include "news/Session.h"
 #include "post/Poster.h"
 #include "post/frmPostMsg.h"
-#include "support/ScriptedNntpServer.h"
+#include "support/ArticleServer.h"
 #include "ui/ItemList.h"
 #include "gui/ui/PictureBox.h"
 #include "ui/Prompter.h"
@@ -30,20 +30,6 @@
 #include <QtTest>
 
 namespace {
-
-// Dot-stuffs the body as a server sends it.
-QByteArray article(qint64 n, const QByteArray &subject, const QByteArray &body)
-{
-    QByteArray stuffed;
-    for (const QByteArray &line : body.split('\n')) {
-        if (line.startsWith('.'))
-            stuffed += '.';
-        stuffed += line + '\n';
-    }
-    stuffed.chop(1);
-    return "220 " + QByteArray::number(n) + " <m" + QByteArray::number(n) + "@x> article\r\nFrom: Ann <ann@example.org>\r\nSubject: "
-           + subject + "\r\nMessage-ID: <m" + QByteArray::number(n) + "@x>\r\n\r\n" + stuffed + ".\r\n";
-}
 
 QByteArray yencode(const QByteArray &data, const QByteArray &name)
 {
@@ -120,33 +106,26 @@ class TstViewer : public QObject {
     Q_OBJECT
 
     struct Fixture {
-        ScriptedNntpServer srv;
+        ArticleServer srv;
         ScriptedPrompter p;
         frmMain w{&p, frmMain::Options{false, true}};
         QTemporaryDir dest;
         QByteArray red = picture(Qt::red);
         QByteArray blue = picture(Qt::blue);
-        QMap<qint64, QByteArray> articles;
+        QMap<qint64, QByteArray> &articles = srv.articles;
         Fixture()
         {
-            articles[11] = article(11, "Hello there", "First line\r\nsecond line\r\n");
-            articles[12] = article(12, "red picture", "Look at this  \r\n" + yencode(red, "pic.bmp"));
-            articles[13] = article(13, "blue picture", "Blue one\r\n" + uuencode(blue, "blue.bmp"));
-            articles[14] = article(14, "long", text(9999));
-            articles[15] = article(15, "longer", text(10000));
-            articles[16] = article(16, "longest", text(12345));
-            articles[17] = article(17, "broken picture", "=ybegin line=128 size=50 name=bad.bmp\r\nabc\r\n=yend size=50\r\n");
+            srv.groupRange = "9 11 19";
+            articles[11] = ArticleServer::article(11, "Hello there", "First line\r\nsecond line\r\n");
+            articles[12] = ArticleServer::article(12, "red picture", "Look at this  \r\n" + yencode(red, "pic.bmp"));
+            articles[13] = ArticleServer::article(13, "blue picture", "Blue one\r\n" + uuencode(blue, "blue.bmp"));
+            articles[14] = ArticleServer::article(14, "long", text(9999));
+            articles[15] = ArticleServer::article(15, "longer", text(10000));
+            articles[16] = ArticleServer::article(16, "longest", text(12345));
+            articles[17] = ArticleServer::article(17, "broken picture", "=ybegin line=128 size=50 name=bad.bmp\r\nabc\r\n=yend size=50\r\n");
             w.opt.NNTPServer = srv.address();
             w.opt.Timeout = 10;
             w.opt.DestDir = dest.path() + QLatin1Char('/');
-            srv.respond = [this, base = srv.respond](const QByteArray &cmd) -> QByteArray {
-                const QList<QByteArray> f = cmd.split(' ');
-                if (f[0] == "GROUP")
-                    return "211 9 11 19 " + f.value(1) + "\r\n";
-                if (f[0] != "ARTICLE")
-                    return base(cmd);
-                return articles.value(f.value(1).toLongLong(), "430 no such article\r\n");
-            };
             w.session->NNTP_Connect(false);
             w.S.CurrentGroup = QStringLiteral("alt.test");
             w.grid->ResizeGrid();
