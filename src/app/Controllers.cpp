@@ -1,11 +1,16 @@
 #include "app/frmMain.h"
+#include "app/Core.h"
 #include "download/Downloader.h"
 #include "download/SavedFiles.h"
 #include "groups/Favorites.h"
 #include "groups/GroupList.h"
+#include "gui/download/SavedFilesView.h"
 #include "gui/groups/FavoriteViews.h"
 #include "gui/groups/GroupViews.h"
+#include "gui/messages/GridView.h"
 #include "gui/news/SessionViews.h"
+#include "gui/ui/ListLook.h"
+#include "gui/viewer/ViewerView.h"
 #include "harvest/Harvester.h"
 #include "messages/GridController.h"
 #include "messages/MessageList.h"
@@ -25,17 +30,27 @@ void frmMain::createControllers()
     servers = new ServerList(*this);
     groups = new GroupList(shell(), *session, *lstGroups, *lstMsgBuffer, *grid, this);
     new GroupViews(lstGroupsView, *groups);
-    messages = new MessageList(*this);
-    gridControl = new GridController(*this);
-    downloader = new Downloader(*this);
+    nd::gui::installListLook();
+    messages = new MessageList(shell(), *session, *m_core->grid, *m_core->gridSelection, this);
+    downloader = new Downloader(shell(), *session, *m_core->grid, *m_core->gridSelection, this);
+    gridControl = new GridController(shell(), *m_core->grid, *m_core->gridSelection, *messages, *downloader, this);
+    new GridView(*this, *gridControl);
     favorites = new Favorites(shell(), *session, *lstFavorites, *grid, messages, downloader, this);
     new FavoriteViews(lstFavoritesView, lstGroupsView, *lstGroups, *favorites);
     groups->setFavorites(favorites);
     connect(groups, &GroupList::listMessagesWanted, messages, [this] { messages->ListMessages(true); });
     poster = new Poster(*this);
     harvester = new Harvester(*this);
-    savedFiles = new SavedFiles(*this);
-    viewer = new Viewer(*this);
+    savedFiles = new SavedFiles(shell(), *m_core->lstFiles, this);
+    connect(downloader, &Downloader::fileSaved, savedFiles, [this](const QString &path) {
+        savedFiles->AddSavedFile(path);
+        savedFiles->PreviewFile(path);
+    });
+    connect(downloader, &Downloader::textToScan, harvester, &Harvester::FindWebAddresses);
+    connect(messages, &MessageList::groupListed, groups,
+            [this](const QString &group, int lastRow) { groups->updateGroupMarkerNFavs(group, lastRow, false); });
+    viewer = new Viewer(shell(), *session, *m_core->grid, *m_core->gridSelection, *downloader, this);
+    new ViewerView(*this, *viewer, new SavedFilesView(*this, *savedFiles));
     serverChecker = new ServerChecker(*this);
 }
 
@@ -44,7 +59,8 @@ void frmMain::createControllers()
 void frmMain::detachControllers()
 {
     const QList<QObject *> areas = {session, servers, groups, messages, gridControl, downloader, favorites,
-                                    poster, harvester, savedFiles, viewer, serverChecker};
+                                    poster, harvester, savedFiles, viewer, serverChecker,
+                                    findChild<GridView *>(), findChild<SavedFilesView *>(), findChild<ViewerView *>()};
     const QList<QWidget *> widgets = findChildren<QWidget *>();
     for (QWidget *w : widgets)
         for (QObject *a : areas)
@@ -54,6 +70,10 @@ void frmMain::detachControllers()
 
 void frmMain::destroyControllers()
 {
+    // the views (and the windows they made) go before the areas they show
+    delete findChild<ViewerView *>();
+    delete findChild<SavedFilesView *>();
+    delete findChild<GridView *>();
     const QList<QObject *> areas = {serverChecker, viewer, savedFiles, harvester, poster, favorites, downloader,
                                     gridControl, messages, groups, servers, session};
     for (QObject *a : areas)

@@ -1,21 +1,16 @@
 #pragma once
-#include <QIcon>
-#include <QImage>
 #include <QObject>
-#include <QPointer>
 #include <QStringList>
 
-class frmMain;
-class frmMaxPrev;
-class QAction;
-class QGroupBox;
+class ItemList;
+class Shell;
 
-// The saved-files list (lstFiles) with the icon of each file type, the preview box Picture1 in
-// the "Image Preview" frame, the large preview window and the two preview commands.
+// The saved-files list (lstFiles): the decoded files with the icon key of each file type,
+// opening and deleting them, and which of them are previewed while preview is on (Preview).
 class SavedFiles : public QObject {
     Q_OBJECT
 public:
-    explicit SavedFiles(frmMain &m);
+    SavedFiles(Shell &sh, ItemList &files, QObject *parent = nullptr);
 
     // A picture by its name: the upper-cased text holds .GIF, .TMP, .JPG, .JPEG, .PCX, .WMA or
     // .BMP anywhere.
@@ -33,41 +28,24 @@ public:
     void RemoveSelected();         // Delete: removes the entries and deletes their files
     void SelectCurrentIfNone();    // Space
 
-    // The commands.
-    void TogglePreview();          // menuPreview, after its check mark flipped
-    void ToggleLargePreview();     // menuPreviewL, after its check mark flipped
+    // Preview of incoming and clicked pictures (the "Preview" option).
     bool previewOn() const;
-    bool largePreviewChecked() const;
+    void setPreviewOn(bool on);
 
-    // The preview box: shows a picture file (false when it cannot be read) or nothing.
-    bool showInPreviewBox(const QString &path);
-    void clearPreviewBox();
-    QString previewPath() const { return m_previewPath; }
-    QImage previewImage() const { return m_previewImage; }
-    QGroupBox *framePreview() const { return m_frame; }
-
-    // Opens (or refreshes) the large preview with a picture.
-    void showLargePreview(const QString &path, const QString &entryText);
-    frmMaxPrev *largePreview() const;
-
-    // The icon of a file type: the theme icon of its MIME type, else the text/html one.
-    static QIcon iconForFile(const QString &fileName);
-    // The theme names tried in order for a file name (the last one is the text/html icon).
+    // The theme icon names of a file type, tried in order: its MIME type's, then the text/html one.
     static QStringList iconNamesFor(const QString &fileName);
+    // The icon key the list gives a file (the names above, "|" between).
+    static QString iconKeyFor(const QString &fileName);
 
-protected:
-    bool eventFilter(QObject *watched, QEvent *event) override;
+signals:
+    // A picture to show in the preview box (and the large preview when that is on).
+    void previewWanted(const QString &path, const QString &entryText);
+    // A file left the list and the download directory.
+    void fileRemoved(const QString &path);
 
 private:
     QString destDir() const;
-    void refitPreview();
-    void syncPreviewState();
 
-    frmMain &m;
-    QAction *m_preview = nullptr;
-    QAction *m_large_action = nullptr;
-    QGroupBox *m_frame = nullptr;
-    QPointer<frmMaxPrev> m_large;
-    QString m_previewPath;
-    QImage m_previewImage;
+    Shell &sh;
+    ItemList &files;
 };

@@ -25,9 +25,23 @@ Favorites::Favorites(Shell &shell, NewsSession &session, ItemList &lstFavorites,
     // the file named in the settings is loaded at start-up; give its items their icon and
     // show its name
     connect(&sh, &Shell::settingsLoaded, this, [this] {
-        emit iconsWanted(&m_list, FavoriteIcon);
+        setIcons(&m_list, FavoriteIcon);
         UpdateFavoritesName();
     });
+}
+
+QString Favorites::listIcon(int iconIndex)
+{
+    return iconIndex == FavoriteIcon ? QStringLiteral("std:dirlink") : QStringLiteral("std:file");
+}
+
+void Favorites::setIcons(ItemList *list, int iconIndex)
+{
+    if (iconIndex == -1)
+        return;
+    const QString icon = listIcon(iconIndex);
+    for (int i = 0; i < list->count(); ++i)
+        list->setIconKey(i, icon);
 }
 
 bool Favorites::saveToCurrentFile()
@@ -98,7 +112,7 @@ void Favorites::LoadListFromFile(ItemList *list, const QString &path, int iconIn
         return;
     list->load(path);
     if (iconIndex != -1 && !sh.S.QuietMode)
-        emit iconsWanted(list, iconIndex);
+        setIcons(list, iconIndex);
 }
 
 void Favorites::UpdateFavoritesName()
@@ -142,7 +156,7 @@ bool Favorites::DropGroup(const QString &groupItem)
     if (!item)
         return false;
     m_list.add(*item);
-    emit iconsWanted(&m_list, FavoriteIcon);
+    setIcons(&m_list, FavoriteIcon);
     saveToCurrentFile();
     sh.UpdateCaption(nd::Caption::Favorites);
     return true;

@@ -50,11 +50,12 @@ public:
     // Writes the list to the current favourites file unless another run borrows the list.
     bool saveToCurrentFile();
 
-signals:
-    // The items of `list` are to carry list icon iconIndex (the windows hold the icons).
-    void iconsWanted(ItemList *list, int iconIndex);
-
 private:
+    // The icon key of list icon index iconIndex (FavoriteIcon for every favourite), and every
+    // item of list given it.
+    static QString listIcon(int iconIndex);
+    void setIcons(ItemList *list, int iconIndex);
+
     bool switchServerAndConnect(const QString &server);
     bool listGroup();       // lists CurrentGroup on the connected server
     void downloadAll();     // downloads every listed row

@@ -1,25 +1,28 @@
 #pragma once
-#include <QDialog>
 #include <QObject>
 
-class frmMain;
-class QLineEdit;
-class QPushButton;
+class Downloader;
+class ItemList;
+class MessageGrid;
+class MessageList;
+class QItemSelectionModel;
+class Shell;
 
-// Working on the message grid: heading sort, selection keys, opening and downloading messages,
-// and Find / Find Next over the grid or the group list.
+// Working on the message grid: heading sort, selection by rows, opening and downloading
+// messages, and Find / Find Next over the grid or a group list.
 class GridController : public QObject {
     Q_OBJECT
 public:
-    explicit GridController(frmMain &m);
+    GridController(Shell &sh, MessageGrid &grid, QItemSelectionModel &gridSelection, MessageList &messages,
+                   Downloader &downloader, QObject *parent = nullptr);
 
     void headingClicked(int col);
     void openMessage();                 // double-click / Enter
-    void downloadSelection();           // right button and F2
-    // Find over the grid (or the focused group / favourites list). False when nothing was found
-    // (then "Not Found" was shown).
-    bool FindText(const QString &text, bool first);
-    void showFind();
+    void downloadSelection();           // right button
+    void downloadAll();                 // F2
+    // Find over the grid, or over list when one is given. False when nothing was found (then
+    // "Not Found" was shown).
+    bool FindText(const QString &text, bool first, ItemList *list = nullptr);
 
     // Grid rows in the classic numbering (row 0 is the heading).
     int currentRow() const;             // the selection-end row, 0 when none
@@ -27,27 +30,20 @@ public:
     void selectRows(int from, int to, int lastCol = 7);
     int sortOrder() const { return m_sortOrder; }   // 0 unset, 1 ascending, 2 descending
 
-protected:
-    bool eventFilter(QObject *watched, QEvent *event) override;
+signals:
+    // The view brings this grid row to its top.
+    void rowShown(int row);
+    // Find selected this item of a group list.
+    void listItemFound(ItemList *list, int index);
 
 private:
-    bool findInList(const QString &text, bool first);
-    frmMain &m;
+    bool findInList(ItemList &list, const QString &text, bool first);
+    bool findInGrid(const QString &text, bool first);
+
+    Shell &sh;
+    MessageGrid &grid;
+    QItemSelectionModel &gridSelection;
+    MessageList &messages;
+    Downloader &downloader;
     int m_sortOrder = 0;
-    int m_anchor = 0;
-};
-
-// The Find dialog.
-class frmFind : public QDialog {
-    Q_OBJECT
-public:
-    frmFind(frmMain &m, GridController &grid);
-    QLineEdit *txtSearch = nullptr;
-    QPushButton *cmdOK = nullptr;
-    void ok();
-
-private:
-    frmMain &m;
-    GridController &g;
-    QString m_previous;
 };

@@ -1,103 +1,77 @@
 #include "messages/MessageList.h"
 
+#include "app/Shell.h"
 #include "app/Wait.h"
-#include "app/frmMain.h"
 #include "groups/GroupList.h"
 #include "messages/HeaderRows.h"
 #include "messages/MessageCache.h"
 #include "messages/MessageGrid.h"
 #include "messages/RowBuilder.h"
-#include "news/transport/NewsTransport.h"
 #include "news/Session.h"
-#include "ui/ItemList.h"
+#include "news/transport/NewsTransport.h"
 
-#include <QAction>
-#include <QApplication>
-#include <QPointer>
-#include <limits>
+#include <QCoreApplication>
 #include <QElapsedTimer>
 #include <QFile>
-#include <QLabel>
-#include <QListView>
-#include <QProgressBar>
-#include <QTableView>
+#include <QItemSelectionModel>
+#include <QPointer>
+#include <limits>
 
-MessageList::MessageList(frmMain &main)
-    : QObject(&main), m(main)
+MessageList::MessageList(Shell &shell, NewsSession &newsSession, MessageGrid &messageGrid,
+                         QItemSelectionModel &selection, QObject *parent)
+    : QObject(parent), sh(shell), session(newsSession), grid(messageGrid), gridSelection(selection)
 {
-    m.wireCommand(QStringLiteral("menuRefreshM"), [this] {
-        if (m.action(QStringLiteral("menuRefreshM"))->isEnabled())
+    sh.wireCommand(QStringLiteral("menuRefreshM"), [this] {
+        if (sh.menuState(nd::Cmd::RefreshMessages))
             ListMessages(false);
     });
-    m.SetMenuState(52, false);
+    sh.SetMenuState(nd::Cmd::RefreshMessages, false);
 }
 
 QString MessageList::cacheFile() const
 {
-    return listing::messageCacheFile(m.S.ServerFileTag, GroupList::CleanNewsGroup(m.S.CurrentGroup).trimmed());
+    return listing::messageCacheFile(sh.S.ServerFileTag, GroupList::CleanNewsGroup(sh.S.CurrentGroup).trimmed());
 }
 
-void MessageList::fetchRows(NewsTransport &t, const QString &cache)
-{
-    constexpr qint64 kMaxBacklog = 32 << 20;
-    // Rows are built on a thread of their own while the answer streams in, and come to the grid
-    // at the end, in the listing's order; meanwhile the status bar and the progress bar count
-    // them. The requested range bounds what is listed.
-    const double span = m.S.LastArticle - m.S.FirstArticle + 1;
-    const qint64 maxRows = span + 1 >= 9e18 ? std::numeric_limits<qint64>::max() : qint64(span + 1);
-    QPointer<NewsTransport> tp(&t);
-    RowBuilder builder(qMax<qint64>(0, maxRows), cache);
-    builder.setWake([] { QMetaObject::invokeMethod(qApp, [] {}, Qt::QueuedConnection); });
-    // text to the builder, and the blocks it has spent back to the transport to be filled again
-    auto handOver = [&builder, tp](QList<NewsTransport::OverviewText> blocks) {
-        if (!tp)
-            return;
-        for (QByteArray &b : builder.takeSpentBlocks())
-            tp->ReturnOverviewBlock(std::move(b));
-        builder.feed(std::move(blocks), tp->OverviewFormatInUse());
-    };
-    auto drainTransport = [&] {
-        if (tp)
-            handOver(tp->TakeOverviewRecords());
-    };
-    qint64 shownCount = 0;
-    auto showCount = [&] {
-        const qint64 built = builder.rowsBuilt();
-        if (built == shownCount)
-            return;
-        shownCount = built;
-        m.S.SecondsTick = 0;
-        m.progBar->setValue(int(qMin<qint64>(built, m.progBar->maximum())));
-        if (built >= 100)
-            m.setStatus(2, QStringLiteral("~%1 So Far").arg(built / 100 * 100));
-    };
-    // This thread builds waiting blocks too, a few milliseconds at a time so the window stays
-    // live; while the answer streams, it stops as soon as the server's bytes wait to be read.
-    auto helpBuilding = [&](bool whileNoInput) {
-        QElapsedTimer helping;
-        helping.start();
-        while (helping.elapsed() < 4 && (!whileNoInput || (tp && !tp->InputWaiting())) && builder.helpOnce()) {
-        }
-    };
-    t.SetRawOverview(true);
-    // full blocks go to the builder as they fill, also in the middle of a long read
-    t.SetOverviewSink([&handOver](NewsTransport::OverviewText &&block) {
-        QList<NewsTransport::OverviewText> one;
-        one.append(std::move(block));
-        handOver(std::move(one));
-    });
-    t.FetchHeaders(qint64(m.S.FirstArticle), qint64(m.S.LastArticle));
-    QElapsedTimer slice, shown;
-    slice.start();
-    shown.start();
-    nd::waitUntil([&] {
+namespace {
+
+constexpr qint64 kMaxBacklog = 32 << 20;
+
+// What goes between the transport and the row builder while an overview answer streams in: the
+// text handed over, blocks given back for reuse, this thread's share of the building, the
+// back-pressure on the reader, and the count shown on the status and progress bars.
+class RowFeed {
+public:
+    RowFeed(RowBuilder &builder, Shell &sh) : builder(builder), sh(sh)
+    {
+        slice.start();
+        shown.start();
+    }
+
+    // Starts the listing on the transport; full blocks go to the builder as they fill, also in
+    // the middle of a long read.
+    void start(NewsTransport *t, qint64 first, qint64 last)
+    {
+        tp = t;
+        t->SetRawOverview(true);
+        t->SetOverviewSink([this](NewsTransport::OverviewText &&block) {
+            QList<NewsTransport::OverviewText> one;
+            one.append(std::move(block));
+            handOver(std::move(one));
+        });
+        t->FetchHeaders(first, last);
+    }
+
+    // Each wake of the wait for the answer.
+    void step()
+    {
         // the reader hands over what came whenever the builder runs short, at least every 20 ms
         if (slice.elapsed() >= 20 || builder.pendingBytes() < (1 << 20)) {
-            drainTransport();
+            drain();
             slice.restart();
         }
         // while nothing waits to be read and the builder is behind, this thread builds blocks too
-        helpBuilding(true);
+        help(true);
         // back-pressure: while the builder is far behind, the server is not read, so what has
         // arrived but is not yet built stays small and Stop ends the listing at once
         if (tp) {
@@ -113,192 +87,290 @@ void MessageList::fetchRows(NewsTransport &t, const QString &cache)
             showCount();
             shown.restart();
         }
-        return m.S.TransportError != 0 || m.S.StopRequested || m.S.TransactionDone;
-    });
-    if (tp)
-        tp->SetReadPaused(false);
-    if (m.S.StopRequested && tp)
-        tp->AbortTransaction();
-    m.SetMenuState(4, false);
+    }
+
+    // The answer is over (or stopped, or failed): the transport back to normal, what it still
+    // holds to the builder when it is listed, and the waiting blocks built here too.
+    void finish(bool listed)
+    {
+        if (tp)
+            tp->SetReadPaused(false);
+        if (sh.S.StopRequested && tp)
+            tp->AbortTransaction();
+        sh.SetMenuState(nd::Cmd::Stop, false);
+        if (listed)
+            drain();
+        if (tp)
+            tp->SetRawOverview(false);
+        builder.finish(listed);
+        nd::waitUntil([this] {
+            help(false);
+            return builder.done();
+        });
+    }
+
+    void showCount()
+    {
+        const qint64 built = builder.rowsBuilt();
+        if (built == shownCount)
+            return;
+        shownCount = built;
+        sh.S.SecondsTick = 0;
+        sh.setProgress(int(qMin<qint64>(built, sh.progressMaximum())));
+        if (built >= 100)
+            sh.setStatus(nd::PanelDetail, QStringLiteral("~%1 So Far").arg(built / 100 * 100));
+    }
+
+private:
+    // text to the builder, and the blocks it has spent back to the transport to be filled again
+    void handOver(QList<NewsTransport::OverviewText> blocks)
+    {
+        if (!tp)
+            return;
+        for (QByteArray &b : builder.takeSpentBlocks())
+            tp->ReturnOverviewBlock(std::move(b));
+        builder.feed(std::move(blocks), tp->OverviewFormatInUse());
+    }
+    void drain()
+    {
+        if (tp)
+            handOver(tp->TakeOverviewRecords());
+    }
+    // This thread builds waiting blocks too, a few milliseconds at a time so the window stays
+    // live; while the answer streams, it stops as soon as the server's bytes wait to be read.
+    void help(bool whileNoInput)
+    {
+        QElapsedTimer helping;
+        helping.start();
+        while (helping.elapsed() < 4 && (!whileNoInput || (tp && !tp->InputWaiting())) && builder.helpOnce()) {
+        }
+    }
+
+    RowBuilder &builder;
+    Shell &sh;
+    QPointer<NewsTransport> tp;
+    QElapsedTimer slice, shown;
+    qint64 shownCount = 0;
+};
+
+} // namespace
+
+TransactionResult MessageList::fetchRows(const QString &cache)
+{
+    // Rows are built on a thread of their own while the answer streams in, and come to the grid
+    // at the end, in the listing's order; meanwhile the status bar and the progress bar count
+    // them. The requested range bounds what is listed.
+    const double span = sh.S.LastArticle - sh.S.FirstArticle + 1;
+    const qint64 maxRows = span + 1 >= 9e18 ? std::numeric_limits<qint64>::max() : qint64(span + 1);
+    RowBuilder builder(qMax<qint64>(0, maxRows), cache);
+    builder.setWake([] { QMetaObject::invokeMethod(QCoreApplication::instance(), [] {}, Qt::QueuedConnection); });
+    RowFeed feed(builder, sh);
+    const qint64 first = qint64(sh.S.FirstArticle), last = qint64(sh.S.LastArticle);
+    const TransactionResult result =
+        session.runTransaction([&](NewsTransport *t) { feed.start(t, first, last); }, [&feed] { feed.step(); });
     // what was fetched is listed, also after Stop; after a failure nothing is, and no cache
-    const bool ok = m.S.TransportError == 0;
-    if (ok)
-        drainTransport();
-    if (tp)
-        tp->SetRawOverview(false);
-    builder.finish(ok);
-    // the blocks still waiting are built on this thread too
-    nd::waitUntil([&] {
-        helpBuilding(false);
-        return builder.done();
-    });
+    const bool ok = result.outcome != TransactionResult::Outcome::Failed;
+    feed.finish(ok);
     if (ok) {
-        showCount();
+        feed.showCount();
         // the rows, in order, and the empty row that ends the grid (the builder left room for it)
         QVector<QByteArray> rows = builder.takeSortedRows();
-        m.S.CurrentRow += int(rows.size());
+        sh.S.CurrentRow += int(rows.size());
         rows.append(QByteArray(MessageGrid::Cols - 1, MessageGrid::Sep));
-        m.grid->keepArena(builder.arena());
-        m.grid->resetRows(std::move(rows));
+        grid.keepArena(builder.arena());
+        grid.resetRows(std::move(rows));
     } else {
-        m.grid->ResizeGrid();
+        grid.ResizeGrid();
     }
+    return result;
+}
+
+void MessageList::listFromCache(const QString &cache)
+{
+    // read a block at a time, yielding between blocks, so a long list neither freezes the
+    // window nor ignores Stop (what was read so far is listed)
+    QVector<QByteArray> rows;
+    listing::ArenaCacheReader reader(cache);
+    QElapsedTimer slice;
+    slice.start();
+    while (!reader.atEnd() && !sh.S.StopRequested) {
+        reader.next(rows, 1 << 20);
+        if (slice.elapsed() >= 20) {
+            if (rows.size() >= 100)
+                sh.setStatus(nd::PanelDetail, QStringLiteral("~%1 So Far").arg(rows.size() / 100 * 100));
+            nd::yieldOnce();
+            slice.restart();
+        }
+    }
+    // rows with an empty display date at the top are dropped
+    qsizetype skip = 0;
+    while (skip < rows.size() && MessageGrid::cellView(rows[skip], MessageGrid::ColDate).isEmpty())
+        ++skip;
+    if (skip == rows.size() && skip > 0)
+        --skip;   // keep the last one, as the classic loop stops at three rows
+    rows.remove(0, skip);
+    const qsizetype listed = rows.size();
+    // the rows and the empty row that ends a cache listing (two when there is at most one row)
+    rows.append(QByteArray(MessageGrid::Cols - 1, MessageGrid::Sep));
+    if (rows.size() < 2)
+        rows.append(QByteArray(MessageGrid::Cols - 1, MessageGrid::Sep));
+    grid.keepArena(reader.arena());
+    grid.resetRows(std::move(rows));
+    if (listed >= 100)
+        sh.setStatus(nd::PanelDetail, QStringLiteral("~%1 So Far").arg(listed / 100 * 100));
+}
+
+TransactionResult MessageList::selectGroup()
+{
+    sh.MenuOnOff(nd::Scope::Favorites, true);
+    sh.MenuOnOff(nd::Scope::SelectedServers, true);
+    sh.SetMenuState(nd::Cmd::Setup, true);
+    sh.setStatus(nd::PanelState, QStringLiteral("Selecting Group"));
+    sh.S.CurrentRow = 1;
+    const QString group = GroupList::CleanNewsGroup(sh.S.CurrentGroup).trimmed();
+    const TransactionResult r = session.runTransaction([group](NewsTransport *t) { t->SelectGroup(group); });
+    if (!r.ok() || !session.transport())
+        return r;
+    const NewsTransportGroup &g = session.transport()->SelectedGroup();
+    sh.S.LastArticle = double(qMax(g.First, g.Last));
+    sh.S.FirstArticle = double(qMin(g.First, g.Last));
+    if (sh.opt.NewMsgs > 0) {
+        double count = sh.S.LastArticle - sh.S.FirstArticle + 1;
+        if (count > sh.opt.NewMsgs)
+            count = sh.opt.NewMsgs;
+        sh.S.FirstArticle = sh.S.LastArticle - count + 1;
+    }
+    return r;
+}
+
+// The rows of the selected range from the server; Stop lists what came so far.
+TransactionResult MessageList::fetchSelectedRange(const QString &cache)
+{
+    sh.setStatus(nd::PanelState, QStringLiteral("Reading Message List"));
+    sh.S.SecondsTick = 0;
+    const qint64 n = qint64(sh.S.LastArticle - sh.S.FirstArticle + 1);
+    sh.setStatus(nd::PanelDetail, QStringLiteral("Reading %1 Articles").arg(n));
+    sh.SetMenuState(nd::Cmd::Stop, true);
+    sh.setProgressRange(0, int(qMin<qint64>(n, 1 << 30)));
+    return fetchRows(cache);
+}
+
+// The grid is filled: the first row selected, the group's item told its count.
+void MessageList::showFetchedRows()
+{
+    sh.setStatus(nd::PanelDetail, QString());
+    // the cache is written from the rows as they were built (it ends in the background)
+    if (grid.Rows() > 2)
+        grid.SetRows(grid.Rows() - 1);
+    if (grid.Rows() > 1) {
+        // the rows came from the builder already in the listing's order (newest first by the
+        // sort date, then References)
+        gridSelection.setCurrentIndex(grid.index(0, 0),
+                                      QItemSelectionModel::ClearAndSelect | QItemSelectionModel::Rows);
+    }
+    emit groupListed(sh.S.CurrentGroup, grid.lastMessageRow());
+    sh.setStatus(nd::PanelState, QStringLiteral("Double-click Message to View"));
+}
+
+MessageList::Listing MessageList::listFromServer(const QString &cache)
+{
+    Listing listing;
+    sh.S.TransportError = 0;
+    for (nd::Scope scope : {nd::Scope::SelectedGroups, nd::Scope::CurrentGroup, nd::Scope::SelectedMessages,
+                            nd::Scope::Favorites})
+        sh.MenuOnOff(scope, false);
+    sh.SetMenuState(nd::Cmd::RefreshGroups, false);
+    for (nd::Cmd c : nd::cmds::MessageWork)
+        sh.SetMenuState(c, false);
+    if (sh.S.StopRequested) {
+        sh.S.TransportError = -1;
+        listing.failed = true;
+        return listing;
+    }
+    sh.setStatus(nd::PanelState, QStringLiteral("Retreiving Message Headers"));
+    if (!session.isConnected()) {
+        sh.S.LastFailureReason = QStringLiteral("No Readable Messages");
+        sh.setProgress(0);
+        for (nd::Scope scope : {nd::Scope::Favorites, nd::Scope::SelectedServers, nd::Scope::ServerRuns})
+            sh.MenuOnOff(scope, true);
+        sh.SetMenuState(nd::Cmd::Setup, true);
+        sh.setStatus(nd::PanelDetail, QStringLiteral("Unable to connect"));
+        sh.S.TransportError = -1;
+        listing.failed = true;
+        return listing;
+    }
+    TransactionResult r = selectGroup();
+    if (r.ok())
+        r = fetchSelectedRange(cache);
+    listing.failed = r.outcome == TransactionResult::Outcome::Failed;
+    if (!listing.failed) {
+        showFetchedRows();
+        listing.fetched = r.ok() && grid.lastMessageRow() > 0;
+    }
+    return listing;
+}
+
+void MessageList::beginListing()
+{
+    emit listingStarted();
+    sh.setViewEnabled(nd::View::Groups, false);
+    m_listing = true;
+    sh.S.StopRequested = false;
+    sh.S.TransactionDone = false;
+    sh.S.TransportError = 0;
+    sh.setBusy(true);
+    sh.setStatus(nd::PanelState, QStringLiteral("Reading Message List"));
+    sh.setStatus(nd::PanelDetail, QString());
+    grid.ResizeGrid();
+    sh.SetMenuState(nd::Cmd::RefreshMessages, false);
+}
+
+void MessageList::endListing(const Listing &listing)
+{
+    sh.setStatus(nd::PanelState, listing.failed ? QStringLiteral("Error Retreiving Message List")
+                                                : QStringLiteral("Done Retreiving Message List"));
+    sh.UpdateCaption(nd::Caption::Messages);
+    sh.SetMenuState(nd::Cmd::Groups, true);
+    if (grid.lastMessageRow() == 0) {
+        if (!listing.failed && !sh.S.StopRequested) {
+            sh.setStatus(nd::PanelState, QStringLiteral("Sorry, No Messages in This Group"));
+            sh.S.CurrentGroup.clear();
+            sh.UpdateCaption(nd::Caption::Groups);
+        }
+    } else {
+        for (nd::Cmd c : nd::cmds::MessageOpen)
+            sh.SetMenuState(c, true);
+        for (nd::Scope scope : {nd::Scope::SelectedGroups, nd::Scope::CurrentGroup, nd::Scope::SelectedMessages})
+            sh.MenuOnOff(scope, true);
+    }
+    emit listingEnded();
+    sh.SetMenuState(nd::Cmd::Connect, true);
+    if (session.isConnected()) {
+        sh.MenuOnOff(nd::Scope::Favorites, true);
+        sh.MenuOnOff(nd::Scope::SelectedServers, true);
+    }
+    sh.SetMenuState(nd::Cmd::RefreshMessages, true);
+    if (!listing.failed)
+        sh.setStatus(nd::PanelDetail, QString());
+    sh.setProgress(0);
+    sh.setBusy(false);
+    sh.UpdateCaption(nd::Caption::Title);
+    m_listing = false;
+    sh.setViewEnabled(nd::View::Groups, true);
 }
 
 bool MessageList::ListMessages(bool useCache)
 {
-    bool notFetched = true;
-    m.Picture1->clear();
-    m.lstGroupsView->setEnabled(false);
-    m_listing = true;
-    m.S.StopRequested = false;
-    m.S.TransactionDone = false;
-    m.S.TransportError = 0;
-    m.setBusy(true);
-    m.setStatus(1, QStringLiteral("Reading Message List"));
-    m.setStatus(2, QString());
-    m.grid->ResizeGrid();
-    m.SetMenuState(52, false);
-    m.lstMsgBuffer->clear();
-
+    beginListing();
     const QString cache = cacheFile();
-    NewsSession *s = m.session;
     if (useCache)
         listing::waitForCacheWrites(cache);   // an earlier listing of the group may still be writing it
-    if (useCache && QFile::exists(cache)) {
-        // read a block at a time, yielding between blocks, so a long list neither freezes the
-        // window nor ignores Stop (what was read so far is listed)
-        QVector<QByteArray> rows;
-        listing::ArenaCacheReader reader(cache);
-        QElapsedTimer slice;
-        slice.start();
-        while (!reader.atEnd() && !m.S.StopRequested) {
-            reader.next(rows, 1 << 20);
-            if (slice.elapsed() >= 20) {
-                if (rows.size() >= 100)
-                    m.setStatus(2, QStringLiteral("~%1 So Far").arg(rows.size() / 100 * 100));
-                nd::yieldOnce();
-                slice.restart();
-            }
-        }
-        // rows with an empty display date at the top are dropped
-        qsizetype skip = 0;
-        while (skip < rows.size() && MessageGrid::cellView(rows[skip], 1).isEmpty())
-            ++skip;
-        if (skip == rows.size() && skip > 0)
-            --skip;   // keep the last one, as the classic loop stops at three rows
-        rows.remove(0, skip);
-        const qsizetype listed = rows.size();
-        // the rows and the empty row that ends a cache listing (two when there is at most one row)
-        rows.append(QByteArray(MessageGrid::Cols - 1, MessageGrid::Sep));
-        if (rows.size() < 2)
-            rows.append(QByteArray(MessageGrid::Cols - 1, MessageGrid::Sep));
-        m.grid->keepArena(reader.arena());
-        m.grid->resetRows(std::move(rows));
-        if (listed >= 100)
-            m.setStatus(2, QStringLiteral("~%1 So Far").arg(listed / 100 * 100));
-    } else {
-        m.S.TransportError = 0;
-        for (const char *scope : {"SG", "CG", "SM", "FA"})
-            m.MenuOnOff(QString::fromLatin1(scope), false);
-        for (int code : {53, 5, 7, 8, 9, 3})
-            m.SetMenuState(code, false);
-        if (m.S.StopRequested || m.S.TransportError != 0) {
-            m.S.TransportError = -1;
-        } else {
-            m.setStatus(1, QStringLiteral("Retreiving Message Headers"));
-            m.S.TransportError = 0;
-            if (!s || !s->transport() || s->transport()->StateText() != QLatin1String("Connected to NNTP Server")) {
-                m.S.LastFailureReason = QStringLiteral("No Readable Messages");
-                m.progBar->setValue(0);
-                for (const char *scope : {"FA", "SS", "SR"})
-                    m.MenuOnOff(QString::fromLatin1(scope), true);
-                m.SetMenuState(1, true);
-                m.setStatus(2, QStringLiteral("Unable to connect"));
-                m.S.TransportError = -1;
-            } else {
-                m.MenuOnOff(QStringLiteral("FA"), true);
-                m.MenuOnOff(QStringLiteral("SS"), true);
-                m.SetMenuState(1, true);
-                m.setStatus(1, QStringLiteral("Selecting Group"));
-                m.S.CurrentRow = 1;
-                const QString group = GroupList::CleanNewsGroup(m.S.CurrentGroup).trimmed();
-                // Stop does not end the selection: only the answer (or the transport's time-out) does
-                m.S.TransactionDone = false;
-                m.S.TransportError = 0;
-                s->transport()->SelectGroup(group);
-                nd::waitUntil([&] { return m.S.TransactionDone || m.S.TransportError != 0; });
-                if (m.S.TransportError == 0) {
-                    const NewsTransportGroup &g = s->transport()->SelectedGroup();
-                    m.S.LastArticle = double(qMax(g.First, g.Last));
-                    m.S.FirstArticle = double(qMin(g.First, g.Last));
-                    if (m.opt.NewMsgs > 0) {
-                        double count = m.S.LastArticle - m.S.FirstArticle + 1;
-                        if (count > m.opt.NewMsgs)
-                            count = m.opt.NewMsgs;
-                        m.S.FirstArticle = m.S.LastArticle - count + 1;
-                    }
-                    m.setStatus(1, QStringLiteral("Reading Message List"));
-                    m.S.TransactionDone = false;
-                    m.S.SecondsTick = 0;
-                    const qint64 n = qint64(m.S.LastArticle - m.S.FirstArticle + 1);
-                    m.setStatus(2, QStringLiteral("Reading %1 Articles").arg(n));
-                    m.SetMenuState(4, true);
-                    m.progBar->setRange(0, int(qMin<qint64>(n, 1 << 30)));
-                    fetchRows(*s->transport(), cache);
-                }
-                if (m.S.TransportError == 0) {
-                    m.setStatus(2, QString());
-                    // the cache is written from the rows as they were built (it ends in the background)
-                    if (m.grid->Rows() > 2)
-                        m.grid->SetRows(m.grid->Rows() - 1);
-                    if (m.grid->Rows() > 1) {
-                        // the rows came from the builder already in the listing's order (newest
-                        // first by column 6, then 7)
-                        m.MSHResults->selectRow(0);
-                    }
-                    if (m.groups)
-                        m.groups->updateGroupMarkerNFavs(m.S.CurrentGroup, m.grid->lastMessageRow(), m.S.TransportError != 0);
-                    m.setStatus(1, QStringLiteral("Double-click Message to View"));
-                    notFetched = !(m.S.TransactionDone && m.grid->lastMessageRow() > 0);
-                }
-            }
-        }
-    }
-
-    // ending, for both ways
-    m.setStatus(1, m.S.TransportError != 0 ? QStringLiteral("Error Retreiving Message List")
-                                           : QStringLiteral("Done Retreiving Message List"));
-    if (!m.S.TransactionDone)
-        notFetched = true;
-    m.UpdateCaption(QStringLiteral("1"));
-    m.SetMenuState(3, true);
-    if (m.grid->lastMessageRow() == 0) {
-        notFetched = true;
-        if (m.S.TransportError == 0 && !m.S.StopRequested) {
-            m.setStatus(1, QStringLiteral("Sorry, No Messages in This Group"));
-            m.S.CurrentGroup.clear();
-            m.UpdateCaption(QStringLiteral("2"));
-        }
-    } else {
-        for (int code : {7, 8, 9})
-            m.SetMenuState(code, true);
-        for (const char *scope : {"SG", "CG", "SM"})
-            m.MenuOnOff(QString::fromLatin1(scope), true);
-    }
-    m.MSHResults->setColumnHidden(0, m.opt.ShowMNumbers == 0);
-    m.SetMenuState(5, true);
-    if (s && s->transport() && s->transport()->StateText() == QLatin1String("Connected to NNTP Server")) {
-        m.MenuOnOff(QStringLiteral("FA"), true);
-        m.MenuOnOff(QStringLiteral("SS"), true);
-    }
-    m.SetMenuState(52, true);
-    if (m.S.TransportError == 0)
-        m.setStatus(2, QString());
-    m.progBar->setValue(0);
-    m.setBusy(false);
-    m.UpdateCaption(QStringLiteral("5"));
-    m_listing = false;
-    m.lstGroupsView->setEnabled(true);
-    return notFetched;
+    Listing listing;
+    if (useCache && QFile::exists(cache))
+        listFromCache(cache);
+    else
+        listing = listFromServer(cache);
+    endListing(listing);
+    // notFetched: false only when the list came from the server whole, with messages in it
+    return !(listing.fetched && grid.lastMessageRow() > 0);
 }

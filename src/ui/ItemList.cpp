@@ -2,10 +2,7 @@
 #include "ui/BlockFile.h"
 #include "ui/LineReader.h"
 
-#include <QBrush>
-#include <QColor>
 #include <QFile>
-#include <QFont>
 #include <QSaveFile>
 #include <QTextStream>
 
@@ -26,7 +23,7 @@ int ItemList::add(const QString &text, const QString &second, int pos)
     if (pos < 0 || pos > count())
         pos = count();
     beginInsertRows(QModelIndex(), pos, pos);
-    m_items.insert(pos, Item{text, second, QIcon()});
+    m_items.insert(pos, Item{text, second, QString()});
     endInsertRows();
     return pos;
 }
@@ -39,7 +36,7 @@ void ItemList::addMany(const QStringList &texts)
     beginInsertRows(QModelIndex(), first, first + int(texts.size()) - 1);
     m_items.reserve(first + texts.size());
     for (const QString &t : texts)
-        m_items.append(Item{t, QString(), QIcon()});
+        m_items.append(Item{t, QString(), QString()});
     endInsertRows();
 }
 
@@ -77,18 +74,18 @@ void ItemList::setSecondText(int index, const QString &second)
         m_items[index].second = second;
 }
 
-void ItemList::setIcon(int index, const QIcon &icon)
+void ItemList::setIconKey(int index, const QString &key)
 {
     if (index < 0 || index >= count())
         return;
-    m_items[index].icon = icon;
+    m_items[index].iconKey = key;
     const QModelIndex mi = this->index(index);
     emit dataChanged(mi, mi, {Qt::DecorationRole});
 }
 
-QIcon ItemList::icon(int index) const
+QString ItemList::iconKey(int index) const
 {
-    return index >= 0 && index < count() ? m_items[index].icon : QIcon();
+    return index >= 0 && index < count() ? m_items[index].iconKey : QString();
 }
 
 QStringList ItemList::texts() const
@@ -218,7 +215,7 @@ bool ItemList::load(const QString &path)
     m_items.clear();
     m_items.reserve(lines.size());
     for (const QString &l : lines)
-        m_items.append(Item{l, QString(), QIcon()});
+        m_items.append(Item{l, QString(), QString()});
     endResetModel();
     return true;
 }
@@ -290,9 +287,9 @@ bool ItemList::loadWithSecond(const QString &path)
     for (const QString &l : lines) {
         const qsizetype tab = l.indexOf(QLatin1Char('\t'));
         if (tab < 0)
-            m_items.append(Item{unescapeField(l), QString(), QIcon()});
+            m_items.append(Item{unescapeField(l), QString(), QString()});
         else
-            m_items.append(Item{unescapeField(l.left(tab)), unescapeField(l.mid(tab + 1)), QIcon()});
+            m_items.append(Item{unescapeField(l.left(tab)), unescapeField(l.mid(tab + 1)), QString()});
     }
     endResetModel();
     return true;
@@ -346,6 +343,17 @@ QString ItemList::serverNameOf(const QString &text)
     return sp < 0 ? text : text.mid(sp + 1);
 }
 
+ItemList::Presentation &ItemList::presentation()
+{
+    static Presentation look;
+    return look;
+}
+
+void ItemList::setPresentation(Presentation p)
+{
+    presentation() = std::move(p);
+}
+
 int ItemList::rowCount(const QModelIndex &parent) const
 {
     return parent.isValid() ? 0 : count();
@@ -363,23 +371,11 @@ QVariant ItemList::data(const QModelIndex &index, int role) const
     case Qt::EditRole:
         return it.text;
     case Qt::DecorationRole:
-        if (!it.icon.isNull())
-            return it.icon;
-        return QVariant();
     case Qt::ForegroundRole:
-        switch (markerDigit(it.text).unicode()) {
-        case '1': return QBrush(QColor(0, 110, 0));
-        case '2': return QBrush(QColor(180, 0, 0));
-        case '4': return QBrush(QColor(0, 0, 160));
-        default: return QVariant();
-        }
-    case Qt::FontRole:
-        if (markerDigit(it.text) == QLatin1Char('1')) {
-            QFont f;
-            f.setBold(true);
-            return f;
-        }
-        return QVariant();
+    case Qt::FontRole: {
+        const Presentation &look = presentation();
+        return look ? look(role, it.iconKey, markerDigit(it.text)) : QVariant();
+    }
     default:
         return QVariant();
     }

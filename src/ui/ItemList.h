@@ -1,17 +1,21 @@
 #pragma once
 #include <QAbstractListModel>
-#include <QIcon>
 #include <QItemSelectionModel>
 #include <QStringList>
 #include <QVector>
+#include <functional>
 
 // The one list type behind every list of the program: an ordered list of text items, each with
-// an optional second text (the server list keeps credentials there) and an optional icon, a
+// an optional second text (the server list keeps credentials there) and an optional icon key, a
 // per-item selection, find, and save/load to a text file.
 //
 // Item texts may begin with a marker: the character 255 followed by one digit ("1" has messages,
 // "2" listing failed, "4" ...). The marker is kept in the text exactly, but views never show
 // the raw character: they show the rest of the text, styled by the marker.
+//
+// The list holds no pictures, colours or fonts: the windows install a Presentation that turns an
+// item's icon key and marker into what a view draws (icons, colours, bold). Without one, views
+// get the texts only.
 class ItemList : public QAbstractListModel {
     Q_OBJECT
 public:
@@ -29,8 +33,9 @@ public:
     void setText(int index, const QString &text);
     QString secondText(int index) const;
     void setSecondText(int index, const QString &second);
-    void setIcon(int index, const QIcon &icon);
-    QIcon icon(int index) const;
+    // The key of the item's icon (empty: none). What a key stands for is the Presentation's.
+    void setIconKey(int index, const QString &key);
+    QString iconKey(int index) const;
     QStringList texts() const;
 
     int currentIndex() const;
@@ -68,16 +73,22 @@ public:
     static QString serverOfFavorite(const QString &text); // text inside the first "(...)", "" when none
     static QString serverNameOf(const QString &text);     // text after the last space
 
+    // What a view draws beyond the text for a role (Qt::DecorationRole, ForegroundRole,
+    // FontRole), from the item's icon key and marker digit ('\0' when none).
+    using Presentation = std::function<QVariant(int role, const QString &iconKey, QChar marker)>;
+    static void setPresentation(Presentation presentation);
+
     // QAbstractListModel
     int rowCount(const QModelIndex &parent = QModelIndex()) const override;
     QVariant data(const QModelIndex &index, int role) const override;
     Qt::ItemFlags flags(const QModelIndex &index) const override;
 
 private:
+    static Presentation &presentation();
     struct Item {
         QString text;
         QString second;
-        QIcon icon;
+        QString iconKey;
     };
     // the first item from start on whose text matches, or -1
     template <class Match>

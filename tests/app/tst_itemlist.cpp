@@ -1,7 +1,11 @@
 #include "app/Paths.h"
+#include "gui/ui/ListLook.h"
 #include "ui/ItemList.h"
 
+#include <QBrush>
 #include <QFile>
+#include <QFont>
+#include <QIcon>
 #include <QTemporaryDir>
 #include <QtTest>
 
@@ -26,6 +30,30 @@ private slots:
         QCOMPARE(b.text(0).at(0).unicode(), char16_t(0xFF));
         // the raw marker is never displayed
         QCOMPARE(b.data(b.index(0), Qt::DisplayRole).toString(), QStringLiteral("alt.binaries.pictures (120)"));
+    }
+
+    // The list holds keys and markers only; what a view draws of them comes from the look the
+    // windows install.
+    void viewsDrawIconKeysAndMarkersThroughTheLook()
+    {
+        ItemList l;
+        l.add(ItemList::marked(QLatin1Char('1'), QStringLiteral("alt.has (3)")));
+        l.add(ItemList::marked(QLatin1Char('2'), QStringLiteral("alt.failed")));
+        l.add(QStringLiteral("plain"));
+        l.setIconKey(0, QStringLiteral("std:dirlink"));
+        QCOMPARE(l.iconKey(0), QStringLiteral("std:dirlink"));
+        ItemList::setPresentation(nullptr);
+        QVERIFY(!l.data(l.index(0), Qt::DecorationRole).isValid());
+        QVERIFY(!l.data(l.index(0), Qt::FontRole).isValid());
+        nd::gui::installListLook();
+        QVERIFY(!l.data(l.index(0), Qt::DecorationRole).value<QIcon>().isNull());
+        QVERIFY(!l.data(l.index(2), Qt::DecorationRole).isValid());   // no key, no icon
+        QVERIFY(l.data(l.index(0), Qt::FontRole).value<QFont>().bold());
+        QCOMPARE(l.data(l.index(0), Qt::ForegroundRole).value<QBrush>().color(), QColor(0, 110, 0));
+        QCOMPARE(l.data(l.index(1), Qt::ForegroundRole).value<QBrush>().color(), QColor(180, 0, 0));
+        QVERIFY(!l.data(l.index(2), Qt::ForegroundRole).isValid());
+        // an unknown theme name falls back to the file icon
+        QVERIFY(!nd::gui::iconForKey(QStringLiteral("no-such-icon-name")).isNull());
     }
 
     void secondTextsRoundTripExactly()

@@ -4,7 +4,7 @@
 #include "download/Downloader.h"
 #include "messages/MessageGrid.h"
 #include "news/Session.h"
-#include "support/ScriptedNntpServer.h"
+#include "support/ArticleServer.h"
 #include "ui/ItemList.h"
 #include "ui/Prompter.h"
 
@@ -14,12 +14,6 @@
 #include <QtTest>
 
 namespace {
-
-QByteArray article(int n, const QByteArray &subject, const QByteArray &body)
-{
-    return "220 " + QByteArray::number(n) + " <a" + QByteArray::number(n) + "@x> article\r\nFrom: a@b\r\nSubject: " + subject
-           + "\r\nMessage-ID: <a" + QByteArray::number(n) + "@x>\r\n\r\n" + body + ".\r\n";
-}
 
 // parts of a 3-part yEnc set of the bytes "abcdef..." (two bytes per part)
 QByteArray yencPart(int k)
@@ -38,33 +32,20 @@ class TestDownloadFaults : public QObject {
     Q_OBJECT
 
     struct Fixture {
-        ScriptedNntpServer srv;
+        ArticleServer srv;
         ScriptedPrompter p;
         frmMain w{&p, frmMain::Options{false, true}};
         QTemporaryDir dest;
-        QSet<int> failing;    // ARTICLE numbers answered with a server fault
+        QSet<qint64> &failing = srv.failing;    // ARTICLE numbers answered with a server fault
         Fixture()
         {
             w.opt.NNTPServer = srv.address();
             w.opt.Timeout = 10;
             w.opt.DestDir = dest.path() + QLatin1Char('/');
-            srv.respond = [this, base = srv.respond](const QByteArray &cmd) -> QByteArray {
-                const QList<QByteArray> f = cmd.split(' ');
-                if (f[0] == "GROUP")
-                    return "211 9 1 9 " + f.value(1) + "\r\n";
-                if (f[0] != "ARTICLE")
-                    return base(cmd);
-                const int n = f.value(1).toInt();
-                if (failing.contains(n))
-                    return "503 program fault\r\n";
-                if (n >= 1 && n <= 3)
-                    return article(n, "my set yEnc (" + QByteArray::number(n) + "/3)", yencPart(n));
-                if (n == 5)
-                    return article(5, "plain", "Hello\r\n..dotted line\r\nWorld\r\n");
-                if (n == 6)
-                    return article(6, "pic", "  Look at this  \r\n=ybegin line=128 size=1 name=p.gif\r\nk\r\n=yend size=1\r\n");
-                return "430 no such article\r\n";
-            };
+            for (int n = 1; n <= 3; ++n)
+                srv.articles[n] = ArticleServer::article(n, "my set yEnc (" + QByteArray::number(n) + "/3)", yencPart(n));
+            srv.articles[5] = ArticleServer::article(5, "plain", "Hello\r\n.dotted line\r\nWorld\r\n");
+            srv.articles[6] = ArticleServer::article(6, "pic", "  Look at this  \r\n=ybegin line=128 size=1 name=p.gif\r\nk\r\n=yend size=1\r\n");
             w.session->NNTP_Connect(false);     // connected, as a listing leaves it
             w.S.CurrentGroup = QStringLiteral("alt.test");
             w.grid->ResizeGrid();
@@ -138,19 +119,32 @@ private slots:
     {
         Fixture x;
         Downloader *d = x.w.downloader;
-        d->NNTP_DownloadMessage(5);
+        // what the fetch returns, and what the window's state shows of it
+        const ArticleFetch text = d->NNTP_DownloadMessage(5);
+        QVERIFY(text.ok() && text.result.ok());
+        QCOMPARE(text.result.status, 220);
         QCOMPARE(x.w.S.TransportError, 0);
         // the transport has already undone the dot doubling; it is not undone twice
-        QCOMPARE(x.w.S.MessageText, QStringLiteral("Hello\r\n.dotted line\r\nWorld\r\n"));
-        QVERIFY(x.w.S.AttachmentName.isEmpty());
+        QCOMPARE(text.text, QStringLiteral("Hello\r\n.dotted line\r\nWorld\r\n"));
+        QCOMPARE(x.w.S.MessageText, text.text);
+        QCOMPARE(text.kind, ArticleFetch::Kind::None);
+        QVERIFY(text.attachmentName.isEmpty() && x.w.S.AttachmentName.isEmpty());
 
-        d->NNTP_DownloadMessage(6);
-        QCOMPARE(x.w.S.MessageText, QStringLiteral("Look at this{binary attachment}"));
+        const ArticleFetch picture = d->NNTP_DownloadMessage(6);
+        QCOMPARE(picture.text, QStringLiteral("Look at this{binary attachment}"));
+        QCOMPARE(x.w.S.MessageText, picture.text);
+        QCOMPARE(picture.kind, ArticleFetch::Kind::Yenc);
         QVERIFY(x.w.S.IsYenc);
+        QCOMPARE(picture.attachmentName, QStringLiteral("p.gif"));
         QCOMPARE(x.w.S.AttachmentName, QStringLiteral("p.gif"));
+        QVERIFY(picture.bytes.contains("=ybegin "));
+        QVERIFY(!picture.duplicate);
         QCOMPARE(x.files(), QStringList());     // showing a message writes no file
 
-        d->NNTP_DownloadMessage(8);
+        const ArticleFetch gone = d->NNTP_DownloadMessage(8);
+        QVERIFY(gone.gone && !gone.ok());
+        QCOMPARE(gone.error, -1);
+        QCOMPARE(gone.text, QStringLiteral("Message no longer available on server."));
         QCOMPARE(x.w.S.MessageText, QStringLiteral("Message no longer available on server."));
         QCOMPARE(x.w.status(1), QStringLiteral("Message no longer available on server."));
         QCOMPARE(x.w.S.TransportError, -1);

@@ -7,6 +7,7 @@
 
 #include <QAction>
 #include <QFile>
+#include <QIcon>
 #include <QLabel>
 #include <QListView>
 #include <QTemporaryDir>
@@ -62,8 +63,8 @@ private slots:
     {
         Window x({mk('1', "alt.a (news1) (3)"), "alt.b (news2)"});
         QCOMPARE(x.fav()->count(), 2);
-        QVERIFY(!x.fav()->icon(0).isNull());
-        QVERIFY(!x.fav()->icon(1).isNull());
+        QVERIFY(!x.fav()->data(x.fav()->index(0), Qt::DecorationRole).value<QIcon>().isNull());
+        QVERIFY(!x.fav()->data(x.fav()->index(1), Qt::DecorationRole).value<QIcon>().isNull());
         QCOMPARE(x.w->lblFav->text(), QStringLiteral("  Favorite Groups [NewsdredgeFavorites] (2)"));
     }
 
@@ -74,7 +75,7 @@ private slots:
         QVERIFY(x.w->favorites->DropGroup("alt.empty (0)"));
         const QStringList expect = {mk('1', "alt.binaries.test (news1) (37)"), mk('4', "alt.empty (news1)")};
         QCOMPARE(x.fav()->texts(), expect);
-        QVERIFY(!x.fav()->icon(1).isNull());
+        QVERIFY(!x.fav()->data(x.fav()->index(1), Qt::DecorationRole).value<QIcon>().isNull());
         // written at once
         QCOMPARE(fileLines(x.file()), expect);
         QCOMPARE(x.w->lblFav->text(), QStringLiteral("  Favorite Groups [NewsdredgeFavorites] (2)"));
@@ -149,7 +150,7 @@ private slots:
         x.w->action("menuLoad")->trigger();
         QCOMPARE(fileLines(first), (QStringList{"alt.a (news1)", "alt.unsaved (news1)"}));
         QCOMPARE(x.fav()->texts(), (QStringList{mk('1', "alt.z (news9) (5)"), "alt.y (news9)"}));
-        QVERIFY(!x.fav()->icon(0).isNull());
+        QVERIFY(!x.fav()->data(x.fav()->index(0), Qt::DecorationRole).value<QIcon>().isNull());
         QCOMPARE(x.file(), second);
         QCOMPARE(x.w->lblFav->text(), QStringLiteral("  Favorite Groups [second] (2)"));
     }

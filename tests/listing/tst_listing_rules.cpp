@@ -1,5 +1,6 @@
 #include "app/frmMain.h"
 #include "groups/GroupList.h"
+#include "gui/messages/GridView.h"
 #include "messages/GridController.h"
 #include "messages/HeaderRows.h"
 #include "messages/MessageCache.h"
@@ -256,6 +257,7 @@ private slots:
         ScriptedPrompter p;
         frmMain w(&p, frmMain::Options{false, true});
         GridController *gc = w.gridControl;
+        GridView *gv = w.findChild<GridView *>();
         // an empty grid: nothing to sort
         gc->headingClicked(2);
         QCOMPARE(w.grid->Rows(), 2);
@@ -279,15 +281,15 @@ private slots:
 
         w.MSHResults->setFocus();
         // rows now: 100 (sender DATE keeper), 5, 99 (subject Beta date)
-        QVERIFY(gc->FindText("date", true));
+        QVERIFY(gv->FindText("date", true));
         QCOMPARE(gc->currentRow(), 1);
-        QVERIFY(gc->FindText("date", false));
+        QVERIFY(gv->FindText("date", false));
         QCOMPARE(gc->currentRow(), 3);
         p.clear();
-        QVERIFY(!gc->FindText("date", false));
+        QVERIFY(!gv->FindText("date", false));
         QCOMPARE(p.texts(), QStringList{"Not Found"});
-        QVERIFY(!gc->FindText("only.in.path", true));
-        QVERIFY(!gc->FindText("only-in-id", true));
+        QVERIFY(!gv->FindText("only.in.path", true));
+        QVERIFY(!gv->FindText("only-in-id", true));
     }
 
     // The listing's own order (numeric dates, References on ties) against the grid's sort:

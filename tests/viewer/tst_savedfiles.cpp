@@ -2,9 +2,11 @@
 #include "app/frmMain.h"
 #include "download/Downloader.h"
 #include "download/SavedFiles.h"
-#include "download/frmMaxPrev.h"
+#include "gui/download/SavedFilesView.h"
+#include "gui/download/frmMaxPrev.h"
+#include "gui/ui/ListLook.h"
 #include "ui/ItemList.h"
-#include "ui/PictureBox.h"
+#include "gui/ui/PictureBox.h"
 #include "ui/Prompter.h"
 
 #include <QAction>
@@ -14,6 +16,17 @@
 #include <QtTest>
 
 namespace {
+
+// The icon a view of the list draws for an entry.
+QIcon shownIcon(ItemList *list, int row)
+{
+    return list->data(list->index(row), Qt::DecorationRole).value<QIcon>();
+}
+
+QIcon iconForFile(const QString &name)
+{
+    return nd::gui::iconForKey(SavedFiles::iconKeyFor(name));
+}
 
 void writePicture(const QString &path, QColor color, QSize size = QSize(40, 30))
 {
@@ -32,10 +45,12 @@ class TstSavedFiles : public QObject {
         frmMain w{&p, frmMain::Options{false, true}};
         QTemporaryDir dest;
         SavedFiles *sf = nullptr;
+        SavedFilesView *sv = nullptr;
         Fixture()
         {
             w.opt.DestDir = dest.path() + QLatin1Char('/');
             sf = w.savedFiles;
+            sv = w.findChild<SavedFilesView *>();
         }
         QString path(const QString &name) const { return dest.path() + QLatin1Char('/') + name; }
         void add(const QString &name, QColor c = Qt::red)
@@ -91,16 +106,16 @@ private slots:
         x.sf->AddSavedFile(x.path(QStringLiteral("b.jpg")));
         QCOMPARE(x.w.lstFiles->texts(), (QStringList{"a.zip", "b.jpg"}));
         QCOMPARE(x.w.frameFiles->title(), QStringLiteral("Saved Files (2)"));
-        QVERIFY(!x.w.lstFiles->icon(0).isNull());
-        QVERIFY(!x.w.lstFiles->icon(1).isNull());
+        QVERIFY(!shownIcon(x.w.lstFiles, 0).isNull());
+        QVERIFY(!shownIcon(x.w.lstFiles, 1).isNull());
 
         // a decoded file reported by the downloader gets its icon (the downloader lists it bare)
         writePicture(x.path(QStringLiteral("c.bmp")), Qt::blue);
         x.w.lstFiles->add(QStringLiteral("c.bmp"));
         emit x.w.downloader->fileSaved(x.path(QStringLiteral("c.bmp")));
         QCOMPARE(x.w.lstFiles->count(), 3);
-        QVERIFY(!x.w.lstFiles->icon(2).isNull());
-        QCOMPARE(x.sf->previewPath(), x.path(QStringLiteral("c.bmp")));   // and it is previewed
+        QVERIFY(!shownIcon(x.w.lstFiles, 2).isNull());
+        QCOMPARE(x.sv->previewPath(), x.path(QStringLiteral("c.bmp")));   // and it is previewed
     }
 
     void iconsByMimeTypeWithTheHtmlFallback()
@@ -118,8 +133,8 @@ private slots:
         const QString before = QIcon::themeName();
         QIcon::setThemeSearchPaths(QIcon::themeSearchPaths() << QStringLiteral("/usr/share/icons"));
         QIcon::setThemeName(QStringLiteral("Adwaita"));
-        QCOMPARE(SavedFiles::iconForFile(QStringLiteral("x.jpg")).name(), QStringLiteral("image-x-generic"));
-        QCOMPARE(SavedFiles::iconForFile(QStringLiteral("page.html")).name(), QStringLiteral("text-html"));
+        QCOMPARE(iconForFile(QStringLiteral("x.jpg")).name(), QStringLiteral("image-x-generic"));
+        QCOMPARE(iconForFile(QStringLiteral("page.html")).name(), QStringLiteral("text-html"));
         // a type the theme has no icon for gets the text/html one: a theme holding only that icon
         QTemporaryDir themes;
         QVERIFY(QDir(themes.path()).mkpath(QStringLiteral("NdOnlyHtml/16x16/mimetypes")));
@@ -132,12 +147,12 @@ private slots:
         QVERIFY(html.save(themes.path() + QStringLiteral("/NdOnlyHtml/16x16/mimetypes/text-html.png")));
         QIcon::setThemeSearchPaths(QIcon::themeSearchPaths() << themes.path());
         QIcon::setThemeName(QStringLiteral("NdOnlyHtml"));
-        QCOMPARE(SavedFiles::iconForFile(QStringLiteral("x.jpg")).name(), QStringLiteral("text-html"));
-        QCOMPARE(SavedFiles::iconForFile(QStringLiteral("data.qqzzy")).name(), QStringLiteral("text-html"));
+        QCOMPARE(iconForFile(QStringLiteral("x.jpg")).name(), QStringLiteral("text-html"));
+        QCOMPARE(iconForFile(QStringLiteral("data.qqzzy")).name(), QStringLiteral("text-html"));
         QIcon::setThemeName(before);
         // without any theme icon the entry still gets a file icon
         QIcon::setThemeName(QStringLiteral("no-such-theme"));
-        QVERIFY(!SavedFiles::iconForFile(QStringLiteral("data.qqzzy")).isNull());
+        QVERIFY(!iconForFile(QStringLiteral("data.qqzzy")).isNull());
         QIcon::setThemeName(before);
     }
 
@@ -148,18 +163,18 @@ private slots:
         QAction *large = x.w.action(QStringLiteral("menuPreviewL"));
         QVERIFY(preview->isChecked());
         QVERIFY(large->isCheckable() && large->isEnabled());
-        QCOMPARE(x.sf->framePreview()->title(), QStringLiteral("Image Preview"));
+        QCOMPARE(x.sv->framePreview()->title(), QStringLiteral("Image Preview"));
         x.add(QStringLiteral("a.bmp"));
         x.sf->AddSavedFile(QStringLiteral("notes.txt"));
 
         x.click(0);
         QVERIFY(x.previewShows());
-        QCOMPARE(x.sf->previewPath(), x.path(QStringLiteral("a.bmp")));
+        QCOMPARE(x.sv->previewPath(), x.path(QStringLiteral("a.bmp")));
 
         preview->trigger();   // off
         QVERIFY(!preview->isChecked());
         QCOMPARE(x.w.opt.Preview, 0);
-        QCOMPARE(x.sf->framePreview()->title(), QStringLiteral("*Image Preview"));
+        QCOMPARE(x.sv->framePreview()->title(), QStringLiteral("*Image Preview"));
         QVERIFY(!x.previewShows());
         QVERIFY(!large->isEnabled());
         x.click(0);
@@ -169,7 +184,7 @@ private slots:
 
         preview->trigger();   // on again
         QCOMPARE(x.w.opt.Preview, 1);
-        QCOMPARE(x.sf->framePreview()->title(), QStringLiteral("Image Preview"));
+        QCOMPARE(x.sv->framePreview()->title(), QStringLiteral("Image Preview"));
         QVERIFY(large->isEnabled());
         x.click(1);                     // not a picture: the box keeps what it had (nothing)
         QVERIFY(!x.previewShows());
@@ -186,7 +201,7 @@ private slots:
         w.startUp();
         QVERIFY(!w.action(QStringLiteral("menuPreview"))->isChecked());
         QVERIFY(!w.action(QStringLiteral("menuPreviewL"))->isEnabled());
-        QCOMPARE(w.savedFiles->framePreview()->title(), QStringLiteral("*Image Preview"));
+        QCOMPARE(w.findChild<SavedFilesView *>()->framePreview()->title(), QStringLiteral("*Image Preview"));
     }
 
     void removeAsksOnlyWhenConfirmationIsOn()
@@ -309,10 +324,10 @@ private slots:
         x.add(QStringLiteral("c.bmp"), Qt::blue);
         QAction *large = x.w.action(QStringLiteral("menuPreviewL"));
         x.click(0);
-        QVERIFY(!x.sf->largePreview());
+        QVERIFY(!x.sv->largePreview());
         large->trigger();   // checked: the previewed picture opens large
         QVERIFY(large->isChecked());
-        frmMaxPrev *lp = x.sf->largePreview();
+        frmMaxPrev *lp = x.sv->largePreview();
         QVERIFY(lp && lp->isVisible());
         QCOMPARE(lp->windowTitle(), QStringLiteral("Preview (a.bmp)"));
         QCOMPARE(lp->picturePath(), x.path(QStringLiteral("a.bmp")));
@@ -324,7 +339,7 @@ private slots:
         QCOMPARE(shown(), QColor(Qt::green));
         QCOMPARE(x.w.lstFiles->currentIndex(), 1);
         QCOMPARE(x.w.lstFiles->selectedIndexes(), QList<int>{1});
-        QCOMPARE(x.sf->previewPath(), x.path(QStringLiteral("b.bmp")));   // the small box follows
+        QCOMPARE(x.sv->previewPath(), x.path(QStringLiteral("b.bmp")));   // the small box follows
         lp->SetlPicture(34);
         QCOMPARE(lp->windowTitle(), QStringLiteral("Preview (c.bmp)"));
         lp->SetlPicture(40);   // beyond the last entry: nothing changes
@@ -377,9 +392,9 @@ private slots:
         QTest::mouseDClick(x.w.Picture1, Qt::LeftButton);
         QAction *large = x.w.action(QStringLiteral("menuPreviewL"));
         QVERIFY(large->isChecked());
-        QVERIFY(x.sf->largePreview() && x.sf->largePreview()->isVisible());
+        QVERIFY(x.sv->largePreview() && x.sv->largePreview()->isVisible());
         x.w.action(QStringLiteral("menuPreview"))->trigger();   // preview off closes it
-        QVERIFY(!x.sf->largePreview()->isVisible());
+        QVERIFY(!x.sv->largePreview()->isVisible());
         QVERIFY(!large->isChecked());
         // with preview off a double-click on the box opens nothing
         QTest::mouseDClick(x.w.Picture1, Qt::LeftButton);
@@ -394,7 +409,7 @@ private slots:
         x.add(QStringLiteral("b.bmp"));
         x.w.action(QStringLiteral("menuPreviewL"))->trigger();
         x.click(1);
-        frmMaxPrev *lp = x.sf->largePreview();
+        frmMaxPrev *lp = x.sv->largePreview();
         QVERIFY(lp);
         x.p.answers = {Prompter::AnswerYes};
         lp->SetlPicture(46);

@@ -2,17 +2,19 @@
 // preview on and off, stepping through the grid, the text limit, printing, copying and mail.
 #include "app/frmMain.h"
 #include "download/SavedFiles.h"
-#include "download/frmMaxPrev.h"
+#include "gui/download/SavedFilesView.h"
+#include "gui/download/frmMaxPrev.h"
+#include "gui/viewer/ViewerView.h"
 #include "messages/MessageGrid.h"
 #include "news/Session.h"
 #include "post/Poster.h"
 #include "post/frmPostMsg.h"
-#include "support/ScriptedNntpServer.h"
+#include "support/ArticleServer.h"
 #include "ui/ItemList.h"
-#include "ui/PictureBox.h"
+#include "gui/ui/PictureBox.h"
 #include "ui/Prompter.h"
 #include "viewer/Viewer.h"
-#include "viewer/frmMessage.h"
+#include "gui/viewer/frmMessage.h"
 
 #include <QAction>
 #include <QBuffer>
@@ -28,20 +30,6 @@
 #include <QtTest>
 
 namespace {
-
-// Dot-stuffs the body as a server sends it.
-QByteArray article(qint64 n, const QByteArray &subject, const QByteArray &body)
-{
-    QByteArray stuffed;
-    for (const QByteArray &line : body.split('\n')) {
-        if (line.startsWith('.'))
-            stuffed += '.';
-        stuffed += line + '\n';
-    }
-    stuffed.chop(1);
-    return "220 " + QByteArray::number(n) + " <m" + QByteArray::number(n) + "@x> article\r\nFrom: Ann <ann@example.org>\r\nSubject: "
-           + subject + "\r\nMessage-ID: <m" + QByteArray::number(n) + "@x>\r\n\r\n" + stuffed + ".\r\n";
-}
 
 QByteArray yencode(const QByteArray &data, const QByteArray &name)
 {
@@ -118,33 +106,26 @@ class TstViewer : public QObject {
     Q_OBJECT
 
     struct Fixture {
-        ScriptedNntpServer srv;
+        ArticleServer srv;
         ScriptedPrompter p;
         frmMain w{&p, frmMain::Options{false, true}};
         QTemporaryDir dest;
         QByteArray red = picture(Qt::red);
         QByteArray blue = picture(Qt::blue);
-        QMap<qint64, QByteArray> articles;
+        QMap<qint64, QByteArray> &articles = srv.articles;
         Fixture()
         {
-            articles[11] = article(11, "Hello there", "First line\r\nsecond line\r\n");
-            articles[12] = article(12, "red picture", "Look at this  \r\n" + yencode(red, "pic.bmp"));
-            articles[13] = article(13, "blue picture", "Blue one\r\n" + uuencode(blue, "blue.bmp"));
-            articles[14] = article(14, "long", text(9999));
-            articles[15] = article(15, "longer", text(10000));
-            articles[16] = article(16, "longest", text(12345));
-            articles[17] = article(17, "broken picture", "=ybegin line=128 size=50 name=bad.bmp\r\nabc\r\n=yend size=50\r\n");
+            srv.groupRange = "9 11 19";
+            articles[11] = ArticleServer::article(11, "Hello there", "First line\r\nsecond line\r\n");
+            articles[12] = ArticleServer::article(12, "red picture", "Look at this  \r\n" + yencode(red, "pic.bmp"));
+            articles[13] = ArticleServer::article(13, "blue picture", "Blue one\r\n" + uuencode(blue, "blue.bmp"));
+            articles[14] = ArticleServer::article(14, "long", text(9999));
+            articles[15] = ArticleServer::article(15, "longer", text(10000));
+            articles[16] = ArticleServer::article(16, "longest", text(12345));
+            articles[17] = ArticleServer::article(17, "broken picture", "=ybegin line=128 size=50 name=bad.bmp\r\nabc\r\n=yend size=50\r\n");
             w.opt.NNTPServer = srv.address();
             w.opt.Timeout = 10;
             w.opt.DestDir = dest.path() + QLatin1Char('/');
-            srv.respond = [this, base = srv.respond](const QByteArray &cmd) -> QByteArray {
-                const QList<QByteArray> f = cmd.split(' ');
-                if (f[0] == "GROUP")
-                    return "211 9 11 19 " + f.value(1) + "\r\n";
-                if (f[0] != "ARTICLE")
-                    return base(cmd);
-                return articles.value(f.value(1).toLongLong(), "430 no such article\r\n");
-            };
             w.session->NNTP_Connect(false);
             w.S.CurrentGroup = QStringLiteral("alt.test");
             w.grid->ResizeGrid();
@@ -155,7 +136,8 @@ class TstViewer : public QObject {
                                    QStringLiteral("Ann <ann@example.org>"), QStringLiteral("x!y"),
                                    QStringLiteral("<m%1@x>").arg(11 + i), QString(), QString()});
         }
-        frmMessage *v() const { return w.viewer->window(); }
+        frmMessage *v() const { return w.findChild<ViewerView *>()->window(); }
+        SavedFilesView *previews() const { return w.findChild<SavedFilesView *>(); }
         void open(int row)
         {
             w.MSHResults->selectionModel()->setCurrentIndex(w.grid->index(row - 1, 0),
@@ -227,16 +209,24 @@ private slots:
         mine.write("mine");
         mine.close();
 
+        QSignalSpy loaded(x.w.viewer, &Viewer::messageLoaded);
         x.open(2);
         frmMessage *v = x.v();
         QCOMPARE(x.w.S.TransportError, 0);
+        // what the viewer hands to its window
+        QCOMPARE(loaded.count(), 1);
+        const ViewedMessage msg = loaded.at(0).at(0).value<ViewedMessage>();
+        QCOMPARE(msg.articleNumber, 12);
+        QCOMPARE(msg.subject, QStringLiteral("red picture"));
+        QCOMPARE(msg.text, QStringLiteral("Look at this{binary attachment}"));
+        QCOMPARE(msg.picturePath, x.path(QStringLiteral("~image2.tmp")));
         QCOMPARE(v->txtMsgBody->toPlainText(), QStringLiteral("Look at this{binary attachment}"));
         QCOMPARE(x.fileBytes(QStringLiteral("~image2.tmp")), x.red);
         QCOMPARE(x.fileBytes(QStringLiteral("pic.bmp")), QByteArray("mine"));
         QCOMPARE(x.files(), (QStringList{"pic.bmp", "~image2.tmp"}));   // no part file left
         QVERIFY(v->Image1->isVisible());
         QCOMPARE(v->Image1->image().pixelColor(2, 2), QColor(Qt::red));
-        QCOMPARE(x.w.savedFiles->previewPath(), x.path(QStringLiteral("~image2.tmp")));
+        QCOMPARE(x.previews()->previewPath(), x.path(QStringLiteral("~image2.tmp")));
         QVERIFY(!x.w.Picture1->pixmap().isNull());
         QCOMPARE(x.w.lstFiles->count(), 0);   // viewing saves nothing
 
@@ -246,7 +236,7 @@ private slots:
         QCOMPARE(v->Image1->image().pixelColor(2, 2), QColor(Qt::blue));
         QTest::mouseClick(v->Image1, Qt::LeftButton);
         QVERIFY(x.w.action(QStringLiteral("menuPreviewL"))->isChecked());
-        QVERIFY(x.w.savedFiles->largePreview() && x.w.savedFiles->largePreview()->isVisible());
+        QVERIFY(x.previews()->largePreview() && x.previews()->largePreview()->isVisible());
 
         // and a text message afterwards deletes it and shows no picture
         x.open(1);
@@ -258,7 +248,7 @@ private slots:
     {
         Fixture x;
         x.w.action(QStringLiteral("menuPreview"))->trigger();
-        QVERIFY(!x.w.savedFiles->previewOn());
+        QVERIFY(!x.previews()->previewOn());
         x.open(2);
         frmMessage *v = x.v();
         QCOMPARE(x.w.S.TransportError, 0);

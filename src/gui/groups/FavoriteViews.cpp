@@ -3,11 +3,9 @@
 #include "groups/Favorites.h"
 #include "ui/ItemList.h"
 
-#include <QApplication>
 #include <QDropEvent>
 #include <QKeyEvent>
 #include <QListView>
-#include <QStyle>
 
 FavoriteViews::FavoriteViews(QListView *view, QListView *groupsView, ItemList &groups, Favorites &favorites)
     : QObject(&favorites), m_view(view), m_groupsView(groupsView), m_groups(groups), m_favorites(favorites)
@@ -23,26 +21,6 @@ FavoriteViews::FavoriteViews(QListView *view, QListView *groupsView, ItemList &g
     m_view->installEventFilter(this);
 
     connect(m_view, &QAbstractItemView::doubleClicked, this, [this] { m_favorites.openCurrent(); });
-    connect(&m_favorites, &Favorites::iconsWanted, this, &FavoriteViews::setIcons);
-}
-
-QIcon FavoriteViews::listIcon(int iconIndex)
-{
-    if (iconIndex == Favorites::FavoriteIcon)
-        return QApplication::style()->standardIcon(QStyle::SP_DirLinkIcon);
-    return QApplication::style()->standardIcon(QStyle::SP_FileIcon);
-}
-
-void FavoriteViews::setIcons(ItemList *list, int iconIndex)
-{
-    const QIcon icon = listIcon(iconIndex);
-    const bool shown = list == &m_favorites.list();
-    if (shown)
-        m_view->setUpdatesEnabled(false);
-    for (int i = 0; i < list->count(); ++i)
-        list->setIcon(i, icon);
-    if (shown)
-        m_view->setUpdatesEnabled(true);
 }
 
 bool FavoriteViews::eventFilter(QObject *watched, QEvent *event)

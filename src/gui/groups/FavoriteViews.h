@@ -1,5 +1,4 @@
 #pragma once
-#include <QIcon>
 #include <QObject>
 
 class Favorites;
@@ -8,23 +7,17 @@ class QKeyEvent;
 class QListView;
 
 // The favourites' view: groups dropped from the group list become favourites; Enter or a
-// double-click opens one, Delete removes the selected ones, Ctrl+A selects all. Gives the
-// favourites their icon.
+// double-click opens one, Delete removes the selected ones, Ctrl+A selects all.
 class FavoriteViews : public QObject {
     Q_OBJECT
 public:
     FavoriteViews(QListView *view, QListView *groupsView, ItemList &groups, Favorites &favorites);
-
-    // The icon of list icon index iconIndex (Favorites::FavoriteIcon for every favourite).
-    static QIcon listIcon(int iconIndex);
 
 protected:
     bool eventFilter(QObject *watched, QEvent *event) override;
 
 private:
     bool dragEvent(QEvent *event);
-    bool keyPress(QKeyEvent *event);
-    void setIcons(ItemList *list, int iconIndex);
 
     QListView *m_view;
     QListView *m_groupsView;

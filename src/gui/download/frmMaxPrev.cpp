@@ -1,10 +1,10 @@
-#include "download/frmMaxPrev.h"
+#include "gui/download/frmMaxPrev.h"
 
 #include "app/frmMain.h"
 #include "download/SavedFiles.h"
 #include "settings/Settings.h"
 #include "ui/ItemList.h"
-#include "ui/PictureBox.h"
+#include "gui/ui/PictureBox.h"
 
 #include <QAction>
 #include <QCloseEvent>

@@ -1,4 +1,4 @@
-#include "ui/PictureBox.h"
+#include "gui/ui/PictureBox.h"
 
 #include <QImageReader>
 #include <QMouseEvent>

@@ -4,8 +4,10 @@
 #include <memory>
 
 class frmMain;
-class DecoderWizard;
 class PictureBox;
+class SavedFilesView;
+class Viewer;
+struct ViewedMessage;
 class QAction;
 class QGroupBox;
 class QLineEdit;
@@ -19,13 +21,12 @@ class QSplitter;
 class frmMessage : public QWidget {
     Q_OBJECT
 public:
-    explicit frmMessage(frmMain &m);
+    frmMessage(frmMain &m, Viewer &viewer, SavedFilesView *preview);
     ~frmMessage() override;
 
     static constexpr int TextLimit = 10000;
     static constexpr double MinWidthTwips = 5745;
     static constexpr double MinHeightTwips = 4500;
-    static inline const QString PictureFileName = QStringLiteral("~image2.tmp");
 
     QLineEdit *txtTitle = nullptr;
     QLineEdit *txtDate = nullptr;
@@ -42,10 +43,11 @@ public:
     QString MessageId;
     QString References;
 
-    // Loads and shows the message ViewArticleNumber.
-    void msgActivate();
+    // A row is being opened: its fields (the text follows with showMessage).
+    void showOpening(const ViewedMessage &message);
+    // The article came: its text, the window, its picture (while preview is on).
+    void showMessage(const ViewedMessage &message);
     void SaveViewerGeometry();
-    bool loading() const { return m_loading; }
 
     // The commands of the viewer's menu.
     void Next();
@@ -80,13 +82,11 @@ protected:
 private:
     void placeFromStore();
     void showText(const QString &text);
-    void showPicture();
-    QString destDir() const;
+    void showPicture(const QString &path);
     void updateReplyState();
 
     frmMain &m;
-    DecoderWizard *m_decoder = nullptr;
+    Viewer &viewer;
+    SavedFilesView *preview;
     QSplitter *m_split = nullptr;
-    bool m_loading = false;
-    bool m_decodeDone = false;
 };

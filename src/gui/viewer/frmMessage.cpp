@@ -1,24 +1,17 @@
-#include "viewer/frmMessage.h"
+#include "gui/viewer/frmMessage.h"
 
 #include "app/Paths.h"
-#include "app/Wait.h"
 #include "app/frmMain.h"
-#include "download/Downloader.h"
-#include "download/FileNames.h"
-#include "download/SavedFiles.h"
-#include "download/decoder/DecoderWizard.h"
+#include "gui/download/SavedFilesView.h"
 #include "post/Poster.h"
 #include "settings/Settings.h"
-#include "ui/PictureBox.h"
+#include "gui/ui/PictureBox.h"
 #include "ui/Prompter.h"
 #include "viewer/Viewer.h"
 
 #include <QAction>
 #include <QClipboard>
 #include <QCloseEvent>
-#include <QDateTime>
-#include <QDir>
-#include <QFile>
 #include <QFileInfo>
 #include <QGridLayout>
 #include <QGroupBox>
@@ -31,11 +24,9 @@
 #include <QPlainTextEdit>
 #include <QPrinter>
 #include <QPrinterInfo>
-#include <QRandomGenerator>
 #include <QRegularExpression>
 #include <QScreen>
 #include <QSplitter>
-#include <QTableView>
 #include <QTextDocument>
 #include <QUrl>
 #include <QVBoxLayout>
@@ -45,7 +36,8 @@ const QString CaptionWhole = QStringLiteral("Message Contents");
 const QString CaptionPartial = QStringLiteral("Message Contents (Partial)");
 } // namespace
 
-frmMessage::frmMessage(frmMain &main) : QWidget(&main, Qt::Window), m(main)
+frmMessage::frmMessage(frmMain &main, Viewer &v, SavedFilesView *previews)
+    : QWidget(&main, Qt::Window), m(main), viewer(v), preview(previews)
 {
     setObjectName(QStringLiteral("frmMessage"));
     setWindowTitle(QStringLiteral("Message"));
@@ -112,11 +104,8 @@ frmMessage::frmMessage(frmMain &main) : QWidget(&main, Qt::Window), m(main)
     Image1->setCursor(Qt::PointingHandCursor);
     Image1->hide();
     connect(Image1, &PictureBox::clicked, this, [this] {
-        if (!Image1->hasPicture() || !m.savedFiles)
-            return;
-        if (QAction *l = m.action(QStringLiteral("menuPreviewL")))
-            l->setChecked(true);
-        m.savedFiles->showLargePreview(Image1->picturePath(), QFileInfo(Image1->picturePath()).fileName());
+        if (Image1->hasPicture() && preview)
+            preview->openLarge(Image1->picturePath());
     });
     m_split->addWidget(txtMsgBody);
     m_split->addWidget(Image1);
@@ -124,12 +113,6 @@ frmMessage::frmMessage(frmMain &main) : QWidget(&main, Qt::Window), m(main)
     m_split->setStretchFactor(1, 3);
     bl->addWidget(m_split);
     outer->addWidget(frameBody, 1);
-
-    m_decoder = new DecoderWizard(this);
-    connect(m_decoder, &DecoderWizard::Completed, this, [this] {
-        m_decodeDone = true;
-        m.S.TransactionDone = true;
-    });
 
     printerFactory = []() -> std::unique_ptr<QPrinter> {
         const QPrinterInfo def = QPrinterInfo::defaultPrinter();
@@ -150,11 +133,6 @@ frmMessage::~frmMessage() = default;
 QAction *frmMessage::action(const QString &name) const
 {
     return menuBar->findChild<QAction *>(name);
-}
-
-QString frmMessage::destDir() const
-{
-    return nd::withTrailingSlash(m.opt.DestDir);
 }
 
 void frmMessage::updateReplyState()
@@ -203,61 +181,31 @@ void frmMessage::SaveViewerGeometry()
 
 // ------------------------------------------------------------------ loading
 
-void frmMessage::msgActivate()
+void frmMessage::showOpening(const ViewedMessage &msg)
 {
-    if (m_loading)
-        return;
-    if (m.MSHResults)
-        m.MSHResults->setEnabled(false);
-    m.S.StopRequested = false;
     if (!(windowState() & (Qt::WindowMinimized | Qt::WindowMaximized)))
         placeFromStore();
-    m.setBusy(true);
-    m.S.IsMimeAttachment = false;
-    m.S.IsYenc = false;
-    m.S.IsUuencoded = false;
-    m.S.AttachmentName.clear();
-    m_loading = true;
     updateReplyState();
+    ViewArticleNumber = msg.articleNumber;
+    txtTitle->setText(msg.subject);
+    txtDate->setText(msg.date);
+    txtEmail->setText(msg.sender);
+    txtTitle->setCursorPosition(0);
+    txtEmail->setCursorPosition(0);
+    MessageId = msg.messageId;
+    References = msg.references;
+}
 
-    const QString dest = destDir();
-    QDir().mkpath(dest);
-    QRandomGenerator rng(quint32(QDateTime::currentMSecsSinceEpoch()));
-    m.S.TempFileName = nd::nextTempFileName([&rng] { return rng.generateDouble(); }, [dest](const QString &n) {
-        return QFileInfo::exists(dest + n) || QFileInfo::exists(nd::appFile(n));
-    });
-
-    if (m.downloader)
-        m.downloader->NNTP_DownloadMessage(ViewArticleNumber);
-    else
-        m.S.TransportError = -1;
-    if (m.S.TransportError == 0) {
-        m.setStatus(1, QStringLiteral("Done"));
-        m.setStatus(2, QString());
+void frmMessage::showMessage(const ViewedMessage &msg)
+{
+    showText(msg.text);
+    if (!ViewerShown && !m.isBatch()) {
+        show();
+        ViewerShown = true;
     }
-
-    m_loading = false;
-    m.setBusy(false);
-
-    if (m.S.TransportError == 0) {
-        showText(m.S.MessageText);
-        if (!ViewerShown && !m.isBatch()) {
-            show();
-            ViewerShown = true;
-        }
-        raise();
-        activateWindow();
-        showPicture();
-    }
-
-    // the article's part file served only this view
-    const QString part = dest + m.S.TempFileName;
-    if (!m.S.TempFileName.isEmpty() && QFileInfo::exists(part))
-        QFile::remove(part);
-    m.S.TempFileName.clear();
-
-    if (m.MSHResults)
-        m.MSHResults->setEnabled(true);
+    raise();
+    activateWindow();
+    showPicture(msg.picturePath);
 }
 
 void frmMessage::showText(const QString &text)
@@ -277,40 +225,15 @@ void frmMessage::showText(const QString &text)
     txtMsgBody->setPlainText(shown);
 }
 
-void frmMessage::showPicture()
+void frmMessage::showPicture(const QString &path)
 {
-    const QString dest = destDir();
-    const QString picture = dest + PictureFileName;
-    if (QFileInfo::exists(picture))
-        QFile::remove(picture);
     Image1->clearPicture();
     Image1->hide();
-    if (!m.S.IsMimeAttachment && !m.S.IsYenc && !m.S.IsUuencoded)
+    if (path.isEmpty() || !preview || !preview->previewOn())
         return;
-
-    m.S.TransactionDone = false;
-    m.S.TransportError = 0;
-    const int format = m.S.IsYenc ? 3 : m.S.IsUuencoded ? 2 : 0;
-    // Decoded straight into the picture file: a file the user saved under the attachment's
-    // name is never touched by viewing.
-    m_decodeDone = false;
-    m_decoder->DecodeToFile(dest + m.S.TempFileName, picture, format, true);
-    if (m_decoder->Busy())
-        nd::waitUntil([this] { return m_decodeDone; });
-    m.S.TransportError = m_decoder->DecodeError();
-    const QString written = m_decoder->OutputPath();
-    if (m.S.TransportError != 0 && !written.isEmpty() && written != picture)
-        QFile::remove(written);   // a damaged picture is not kept
-
-    if (QFileInfo::exists(picture) && m.S.TransportError == 0) {
-        if (m.savedFiles && m.savedFiles->previewOn()) {
-            if (Image1->setPicture(picture))
-                Image1->show();
-            m.savedFiles->showInPreviewBox(picture);
-        }
-    }
-    if (!QFileInfo::exists(picture))
-        m.S.TransportError = -1;
+    if (Image1->setPicture(path))
+        Image1->show();
+    preview->showInPreviewBox(path);
 }
 
 // ------------------------------------------------------------------ commands
@@ -318,15 +241,13 @@ void frmMessage::showPicture()
 void frmMessage::Next()
 {
     SaveViewerGeometry();
-    if (m.viewer)
-        m.viewer->step(1);
+    viewer.step(1);
 }
 
 void frmMessage::Previous()
 {
     SaveViewerGeometry();
-    if (m.viewer)
-        m.viewer->step(-1);
+    viewer.step(-1);
 }
 
 QString frmMessage::printText() const
@@ -423,7 +344,7 @@ void frmMessage::MailSender()
 void frmMessage::changeEvent(QEvent *event)
 {
     QWidget::changeEvent(event);
-    if (event->type() != QEvent::ActivationChange || isActiveWindow() || !isVisible() || m_loading)
+    if (event->type() != QEvent::ActivationChange || isActiveWindow() || !isVisible() || viewer.loading())
         return;
     // Another window became active: the viewer goes away unless a reply to it is being written.
     SaveViewerGeometry();
@@ -433,10 +354,7 @@ void frmMessage::changeEvent(QEvent *event)
 
 void frmMessage::closeEvent(QCloseEvent *event)
 {
-    for (int code : {7, 8, 9, 3, 5})
-        m.SetMenuState(code, true);
-    m.MenuOnOff(QStringLiteral("CG"), true);
-    m.MenuOnOff(QStringLiteral("SM"), true);
+    viewer.windowClosed();
     SaveViewerGeometry();
     ViewerShown = false;
     QWidget::closeEvent(event);
