@@ -225,8 +225,8 @@ void ServerList::menuNew()
     }
     if (!isValidAddress(address)) {
         sh.prompter().message(QStringLiteral("\"%1\" is not a server address. Write host, host:port or nntps://host[:port], without blanks.")
-                                 .arg(address),
-                             Prompter::Exclamation, Prompter::Ok, Title);
+                                  .arg(address),
+                              Prompter::Exclamation, Prompter::Ok, Title);
         return;
     }
     sh.setBusy(true);
@@ -287,7 +287,7 @@ int ServerList::importFile(const QString &path)
     QFile f(path);
     if (!f.open(QIODevice::ReadOnly)) {
         sh.prompter().message(QStringLiteral("Could not read %1:\n%2").arg(path, f.errorString()), Prompter::Exclamation,
-                             Prompter::Ok, Title);
+                              Prompter::Ok, Title);
         return 0;
     }
     QSet<QString> names = serverNames();
@@ -441,14 +441,14 @@ void ServerList::downloadOpenServers()
     const QString support = QString::fromLatin1(nd::SupportAddress);
     if (!QFileInfo::exists(target)) {
         sh.prompter().message(QStringLiteral("The open server list could not be downloaded (%1).\nPlease contact support at %2.")
-                                 .arg(reason.isEmpty() ? QStringLiteral("no answer") : reason, support),
-                             Prompter::Exclamation, Prompter::Ok, Title);
+                                  .arg(reason.isEmpty() ? QStringLiteral("no answer") : reason, support),
+                              Prompter::Exclamation, Prompter::Ok, Title);
         return;
     }
     if (QFileInfo(target).size() < 2) {
         QFile::remove(target);
         sh.prompter().message(QStringLiteral("The open server list could not be imported.\nPlease contact support at %1.").arg(support),
-                             Prompter::Exclamation, Prompter::Ok, Title);
+                              Prompter::Exclamation, Prompter::Ok, Title);
         return;
     }
     emit viewHidden(true);

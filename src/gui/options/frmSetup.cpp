@@ -403,7 +403,7 @@ void frmSetup::noServerSelected()
         return;
     m_warning = true;
     sh.prompter().message(QStringLiteral("Please select server before entering ID and Password information"),
-                         Prompter::Information, Prompter::Ok);
+                          Prompter::Information, Prompter::Ok);
     m_warning = false;
 }
 
@@ -659,7 +659,7 @@ void frmSetup::deleteDirectory()
     const QString target = addPath(m_dirPath) + item->text();
     if (!QDir().rmdir(target)) {
         sh.prompter().message(QStringLiteral("Could not delete %1: only an empty directory can be deleted.").arg(target),
-                             Prompter::Exclamation, Prompter::Ok, Title);
+                              Prompter::Exclamation, Prompter::Ok, Title);
         return;
     }
     fillDirList();
