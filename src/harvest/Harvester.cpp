@@ -49,7 +49,7 @@ QString groupOfItem(const QString &item)
 
 } // namespace
 
-Harvester::Harvester(Shell &shell, const Parts &p, QObject *parent)
+Harvester::Harvester(Shell &shell, const Collaborators &p, QObject *parent)
     : QObject(parent), sh(shell), lstHTTP(p.lstHTTP), lstGroups(p.lstGroups), lstFavorites(p.lstFavorites),
       grid(p.grid), gridSelection(p.gridSelection), servers(p.servers), session(p.session), groups(p.groups),
       messages(p.messages), downloader(p.downloader)

@@ -30,7 +30,7 @@ public:
                         SelectedServers = 4 };
 
     // What a run works on and with.
-    struct Parts {
+    struct Collaborators {
         ItemList &lstHTTP;        // the addresses found
         ItemList &lstGroups;
         ItemList &lstFavorites;
@@ -42,7 +42,7 @@ public:
         MessageList &messages;
         Downloader &downloader;
     };
-    Harvester(Shell &sh, const Parts &parts, QObject *parent = nullptr);
+    Harvester(Shell &sh, const Collaborators &with, QObject *parent = nullptr);
 
     static QString runCaption(HarvestKind kind);
     // The commands of a scope, switched off while a run over it goes.

@@ -42,7 +42,7 @@ void loadListFile(ItemList &list, const QString &path)
 }
 } // namespace
 
-ServerChecker::ServerChecker(Shell &shell, const Parts &p, QObject *parent)
+ServerChecker::ServerChecker(Shell &shell, const Collaborators &p, QObject *parent)
     : QObject(parent), sh(shell), lstGroups(p.lstGroups), lstFavorites(p.lstFavorites), lstHTTP(p.lstHTTP),
       lstMsgBuffer(p.lstMsgBuffer), grid(p.grid), servers(p.servers), session(p.session), groups(p.groups),
       messages(p.messages), favorites(p.favorites)

@@ -21,7 +21,7 @@ class ServerChecker : public QObject {
     Q_OBJECT
 public:
     // What a run works on and with.
-    struct Parts {
+    struct Collaborators {
         ItemList &lstGroups;
         ItemList &lstFavorites;   // borrowed as the check list
         ItemList &lstHTTP;        // borrowed for status lines
@@ -33,7 +33,7 @@ public:
         MessageList &messages;
         Favorites &favorites;
     };
-    ServerChecker(Shell &sh, const Parts &parts, QObject *parent = nullptr);
+    ServerChecker(Shell &sh, const Collaborators &with, QObject *parent = nullptr);
     ~ServerChecker() override;
 
     // The three commands with their refusals and questions.
