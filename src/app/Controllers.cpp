@@ -7,8 +7,11 @@
 #include "gui/download/SavedFilesView.h"
 #include "gui/groups/FavoriteViews.h"
 #include "gui/groups/GroupViews.h"
+#include "gui/harvest/AddressViews.h"
 #include "gui/messages/GridView.h"
 #include "gui/news/SessionViews.h"
+#include "gui/options/frmSetup.h"
+#include "gui/post/PostWindows.h"
 #include "gui/ui/ListLook.h"
 #include "gui/viewer/ViewerView.h"
 #include "harvest/Harvester.h"
@@ -20,6 +23,9 @@
 #include "servers/ServerList.h"
 #include "viewer/Viewer.h"
 
+#include <QGroupBox>
+#include <QListView>
+
 // Each area of the program attaches itself here: it creates its object (parented to the main
 // window), wires its commands with wireCommand() and connects to the lists it serves.
 // Keep one line per area.
@@ -27,7 +33,8 @@ void frmMain::createControllers()
 {
     session = new NewsSession(shell(), *lstGroups, *lstMsgBuffer, *grid, this);
     new SessionViews(*this, *session);
-    servers = new ServerList(*this);
+    servers = new ServerList(shell(), session, this);
+    frmSetup::wireCommand(shell(), *servers, session, this, &setup);
     groups = new GroupList(shell(), *session, *lstGroups, *lstMsgBuffer, *grid, this);
     new GroupViews(lstGroupsView, *groups);
     nd::gui::installListLook();
@@ -39,8 +46,11 @@ void frmMain::createControllers()
     new FavoriteViews(lstFavoritesView, lstGroupsView, *lstGroups, *favorites);
     groups->setFavorites(favorites);
     connect(groups, &GroupList::listMessagesWanted, messages, [this] { messages->ListMessages(true); });
-    poster = new Poster(*this);
-    harvester = new Harvester(*this);
+    poster = new Poster(shell(), *session, *lstGroups, *lstFavorites, this);
+    postWindows = new PostWindows(shell(), *poster, lblGrp, this);
+    harvester = new Harvester(shell(), {*lstHTTP, *lstGroups, *lstFavorites, *grid, *core().gridSelection, *servers,
+                                        *session, *groups, *messages, *downloader}, this);
+    new AddressViews(*harvester, lstHTTPView, frameHTTP, harvester);
     savedFiles = new SavedFiles(shell(), *m_core->lstFiles, this);
     connect(downloader, &Downloader::fileSaved, savedFiles, [this](const QString &path) {
         savedFiles->AddSavedFile(path);
@@ -51,7 +61,8 @@ void frmMain::createControllers()
             [this](const QString &group, int lastRow) { groups->updateGroupMarkerNFavs(group, lastRow, false); });
     viewer = new Viewer(shell(), *session, *m_core->grid, *m_core->gridSelection, *downloader, this);
     new ViewerView(*this, *viewer, new SavedFilesView(*this, *savedFiles));
-    serverChecker = new ServerChecker(*this);
+    serverChecker = new ServerChecker(shell(), {*lstGroups, *lstFavorites, *lstHTTP, *lstMsgBuffer, *grid, *servers,
+                                                *session, *groups, *messages, *favorites}, this);
 }
 
 // The areas watch this window's widgets through event filters that read the window; the widgets

@@ -35,6 +35,7 @@ class Downloader;
 class SavedFiles;
 class Viewer;
 class Poster;
+class PostWindows;
 class Harvester;
 class ServerChecker;
 class GuiShell;
@@ -106,6 +107,7 @@ public:
     SavedFiles *savedFiles = nullptr;
     Viewer *viewer = nullptr;
     Poster *poster = nullptr;
+    PostWindows *postWindows = nullptr;   // the post window the poster asks for
     Harvester *harvester = nullptr;
     ServerChecker *serverChecker = nullptr;
 

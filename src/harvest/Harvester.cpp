@@ -1,8 +1,8 @@
 #include "harvest/Harvester.h"
 
 #include "app/Paths.h"
+#include "app/Shell.h"
 #include "app/Wait.h"
-#include "app/frmMain.h"
 #include "download/Downloader.h"
 #include "groups/FavoriteRules.h"
 #include "groups/GroupList.h"
@@ -16,17 +16,9 @@
 #include "ui/Prompter.h"
 
 #include <QFileInfo>
-#include <QGroupBox>
 #include <QItemSelectionModel>
-#include <QKeyEvent>
-#include <QListView>
-#include <QProgressBar>
-#include <QScopeGuard>
-#include <QTableView>
 
 namespace {
-
-const QString ConnectedText = QStringLiteral("Connected to NNTP Server");
 
 // The cached text of the links page, valid while the file keeps the size it had when read.
 struct LinkPage {
@@ -40,9 +32,27 @@ LinkPage &linkPage()
     return p;
 }
 
+// The address list's caption for the addresses of a kind.
+nd::Caption kindCaption(Harvester::HarvestKind kind)
+{
+    return kind == Harvester::Email ? nd::Caption::EmailAddresses
+         : kind == Harvester::NewsServers ? nd::Caption::ServerAddresses
+                                          : nd::Caption::WebAddresses;
+}
+
+// "group (count)" or "group" -> the group name.
+QString groupOfItem(const QString &item)
+{
+    const qsizetype paren = item.indexOf(QLatin1Char('('));
+    return GroupList::CleanNewsGroup(paren >= 0 ? item.left(paren) : item).trimmed();
+}
+
 } // namespace
 
-Harvester::Harvester(frmMain &main) : QObject(&main), m(main)
+Harvester::Harvester(Shell &shell, const Collaborators &p, QObject *parent)
+    : QObject(parent), sh(shell), lstHTTP(p.lstHTTP), lstGroups(p.lstGroups), lstFavorites(p.lstFavorites),
+      grid(p.grid), gridSelection(p.gridSelection), servers(p.servers), session(p.session), groups(p.groups),
+      messages(p.messages), downloader(p.downloader)
 {
     struct Command {
         const char *menu;
@@ -58,14 +68,11 @@ Harvester::Harvester(frmMain &main) : QObject(&main), m(main)
         {"menuEmailF", SelectedFavorites, Email}, {"menuEmailS", SelectedServers, Email},
     };
     for (const Command &c : commands)
-        m.wireCommand(QString::fromLatin1(c.menu), [this, scope = c.scope, kind = c.kind] { command(scope, kind); });
-    // the window starts disconnected: the commands that need a listing wait for one (menuWebC,
-    // menuEmailC, menuServC, menuWebG, menuEmailG, menuServG, menuWebM)
-    for (int code : {39, 35, 43, 40, 36, 44, 42})
-        m.SetMenuState(code, false);
-
-    connect(m.lstHTTPView, &QAbstractItemView::doubleClicked, this, [this] { OpenSelectedAddress(); });
-    m.lstHTTPView->installEventFilter(this);
+        sh.wireCommand(QString::fromLatin1(c.menu), [this, scope = c.scope, kind = c.kind] { command(scope, kind); });
+    // the window starts disconnected: the commands that need a listing wait for one
+    for (nd::Cmd c : {nd::Cmd::WebCurrent, nd::Cmd::EmailCurrent, nd::Cmd::ServersCurrent, nd::Cmd::WebGroups,
+                      nd::Cmd::EmailGroups, nd::Cmd::ServersGroups, nd::Cmd::WebMessages})
+        sh.SetMenuState(c, false);
 }
 
 QString Harvester::runCaption(HarvestKind kind)
@@ -81,21 +88,21 @@ QString Harvester::runCaption(HarvestKind kind)
     return QString();
 }
 
-QString Harvester::scopeCode(HarvestScope scope)
+nd::Scope Harvester::commandScope(HarvestScope scope)
 {
     switch (scope) {
     case CurrentGroup:
-        return QStringLiteral("CG");
+        return nd::Scope::CurrentGroup;
     case SelectedGroups:
-        return QStringLiteral("SG");
+        return nd::Scope::SelectedGroups;
     case SelectedFavorites:
-        return QStringLiteral("FA");
+        return nd::Scope::Favorites;
     case SelectedMessages:
-        return QStringLiteral("SM");
+        return nd::Scope::SelectedMessages;
     case SelectedServers:
-        return QStringLiteral("SS");
+        return nd::Scope::SelectedServers;
     }
-    return QString();
+    return nd::Scope::CurrentGroup;
 }
 
 QString Harvester::linkFile()
@@ -103,32 +110,17 @@ QString Harvester::linkFile()
     return nd::appFile(QStringLiteral("UsenetHTTP.htm"));
 }
 
-bool Harvester::eventFilter(QObject *watched, QEvent *event)
-{
-    if (watched == m.lstHTTPView && event->type() == QEvent::KeyPress) {
-        const int key = static_cast<QKeyEvent *>(event)->key();
-        if (key == Qt::Key_Return || key == Qt::Key_Enter) {
-            OpenSelectedAddress();
-            return true;
-        }
-    }
-    return QObject::eventFilter(watched, event);
-}
-
 void Harvester::OpenSelectedAddress()
 {
-    if (!m.frameHTTP->title().startsWith(QLatin1String("Web")))
-        return;
-    ItemList *l = m.lstHTTP;
-    if (l->selectedCount() < 1) {
-        m.prompter().message(QStringLiteral("Please Select Item(s) First"), Prompter::Exclamation, Prompter::Ok,
-                             QStringLiteral("Newsdredge!"));
+    if (lstHTTP.selectedCount() < 1) {
+        sh.prompter().message(QStringLiteral("Please Select Item(s) First"), Prompter::Exclamation, Prompter::Ok,
+                              QStringLiteral("Newsdredge!"));
         return;
     }
-    int i = l->currentIndex();
-    if (i < 0 || !l->isSelected(i))
-        i = l->selectedIndexes().first();
-    m.OpenDocument(l->text(i));
+    int i = lstHTTP.currentIndex();
+    if (i < 0 || !lstHTTP.isSelected(i))
+        i = lstHTTP.selectedIndexes().first();
+    sh.OpenDocument(lstHTTP.text(i));
 }
 
 // ------------------------------------------------------------------ questions
@@ -137,26 +129,26 @@ bool Harvester::AskOutputFile()
 {
     QString name;
     try {
-        const QString dir = m.S.OutputFileName.isEmpty() ? nd::appDir() : QFileInfo(m.S.OutputFileName).absolutePath();
-        name = m.prompter().saveFileName(QStringLiteral("Output File"), dir, QStringLiteral("Text (*.txt)|*.txt"));
+        const QString dir = sh.S.OutputFileName.isEmpty() ? nd::appDir() : QFileInfo(sh.S.OutputFileName).absolutePath();
+        name = sh.prompter().saveFileName(QStringLiteral("Output File"), dir, QStringLiteral("Text (*.txt)|*.txt"));
     } catch (...) {
         return false;
     }
     if (name.isEmpty())
         return false;
-    m.S.OutputFileName = name;
+    sh.S.OutputFileName = name;
     return true;
 }
 
 bool Harvester::AskEmailSearch()
 {
-    m.prompter().message(QStringLiteral("Please Specify Output File"), Prompter::Information, Prompter::Ok,
-                         QStringLiteral("Newsdredge!"));
+    sh.prompter().message(QStringLiteral("Please Specify Output File"), Prompter::Information, Prompter::Ok,
+                          QStringLiteral("Newsdredge!"));
     if (!AskOutputFile())
         return false;
     const std::optional<QString> answer
-        = m.prompter().input(QStringLiteral("Enter search string for email address (Press ENTER for ALL addresses)"),
-                             QStringLiteral("Enter Search String"), QString());
+        = sh.prompter().input(QStringLiteral("Enter search string for email address (Press ENTER for ALL addresses)"),
+                              QStringLiteral("Enter Search String"), QString());
     EmailSearchText = answer.value_or(QString());
     return true;
 }
@@ -167,14 +159,14 @@ bool Harvester::openOutputFile()
 {
     closeOutputFile();
     m_outputFailed = false;
-    if (m.S.OutputFileName.isEmpty())
+    if (sh.S.OutputFileName.isEmpty())
         return false;
-    m_output.setFileName(m.S.OutputFileName);
+    m_output.setFileName(sh.S.OutputFileName);
     if (!m_output.open(QIODevice::WriteOnly | QIODevice::Truncate)) {
         m_outputFailed = true;
-        m.prompter().message(QStringLiteral("Unable to write ") + m.S.OutputFileName
-                                 + QStringLiteral("\nThe addresses found are only listed."),
-                             Prompter::Critical, Prompter::Ok, QStringLiteral("Newsdredge!"));
+        sh.prompter().message(QStringLiteral("Unable to write ") + sh.S.OutputFileName
+                                  + QStringLiteral("\nThe addresses found are only listed."),
+                              Prompter::Critical, Prompter::Ok, QStringLiteral("Newsdredge!"));
         return false;
     }
     return true;
@@ -187,7 +179,7 @@ void Harvester::writeOutputLine(const QString &address)
     const QByteArray line = address.toUtf8() + '\n';
     if (m_output.write(line) != line.size() || !m_output.flush()) {
         m_outputFailed = true;
-        m.setStatus(2, QStringLiteral("Unable to write ") + m_output.fileName());
+        sh.setStatus(nd::PanelDetail, QStringLiteral("Unable to write ") + m_output.fileName());
     }
 }
 
@@ -201,84 +193,85 @@ void Harvester::closeOutputFile()
 
 void Harvester::FindWebAddresses(const QString &text)
 {
-    const auto fail = [this] {
-        m.setStatus(2, QStringLiteral("Error Saving/Accessing Web Address File!"));
-        return false;
-    };
     try {
         harvest::WebSwitches sw;
-        sw.webSave = m.opt.WEBSave;
-        sw.ftpSave = m.opt.FTPSave;
-        sw.saveHttp = m.opt.SaveHTTP != 0;
-        sw.saveFtp = m.opt.SaveFTP != 0;
+        sw.webSave = sh.opt.WEBSave;
+        sw.ftpSave = sh.opt.FTPSave;
+        sw.saveHttp = sh.opt.SaveHTTP != 0;
+        sw.saveFtp = sh.opt.SaveFTP != 0;
         harvest::findWebAddresses(
-            text, sw, [this](const QString &a) { return m.lstHTTP->find(a) >= 0; },
-            [this, &fail](const QString &a) {
-                m.lstHTTP->add(a);
-                m.UpdateCaption(QStringLiteral("4"));
-                const QString path = linkFile();
-                LinkPage &page = linkPage();
-                QFile f(path);
-                const QFileInfo info(path);
-                if (info.exists()) {
-                    if (!info.isFile())
-                        return fail();
-                    if (page.path != path || page.size != info.size()) {
-                        if (!f.open(QIODevice::ReadOnly))
-                            return fail();
-                        page.bytes = f.readAll();
-                        f.close();
-                        if (f.error() != QFileDevice::NoError)
-                            return fail();
-                        page.path = path;
-                        page.size = page.bytes.size();
-                    }
-                    if (harvest::pageHoldsAddress(page.bytes, a))
-                        return true;
-                } else {
-                    page = LinkPage{path, QByteArray(), 0};
-                }
-                const QByteArray line = harvest::linkLine(a);
-                if (!f.open(QIODevice::WriteOnly | QIODevice::Append))
-                    return fail();
-                const bool written = f.write(line) == line.size();
-                f.close();
-                if (!written || f.error() != QFileDevice::NoError) {
-                    page.size = -1;
-                    return fail();
-                }
-                page.bytes += line;
-                page.size = QFileInfo(path).size();
-                return true;
-            });
+            text, sw, [this](const QString &a) { return lstHTTP.find(a) >= 0; },
+            [this](const QString &a) { return keepWebAddress(a); });
     } catch (...) {
-        fail();
+        sh.setStatus(nd::PanelDetail, QStringLiteral("Error Saving/Accessing Web Address File!"));
     }
+}
+
+// Lists a new address and appends it to the links page unless a line there holds it already.
+bool Harvester::keepWebAddress(const QString &a)
+{
+    const auto fail = [this] {
+        sh.setStatus(nd::PanelDetail, QStringLiteral("Error Saving/Accessing Web Address File!"));
+        return false;
+    };
+    lstHTTP.add(a);
+    sh.UpdateCaption(nd::Caption::WebAddresses);
+    const QString path = linkFile();
+    LinkPage &page = linkPage();
+    QFile f(path);
+    const QFileInfo info(path);
+    if (info.exists()) {
+        if (!info.isFile())
+            return fail();
+        if (page.path != path || page.size != info.size()) {
+            if (!f.open(QIODevice::ReadOnly))
+                return fail();
+            page.bytes = f.readAll();
+            f.close();
+            if (f.error() != QFileDevice::NoError)
+                return fail();
+            page.path = path;
+            page.size = page.bytes.size();
+        }
+        if (harvest::pageHoldsAddress(page.bytes, a))
+            return true;
+    } else {
+        page = LinkPage{path, QByteArray(), 0};
+    }
+    const QByteArray line = harvest::linkLine(a);
+    if (!f.open(QIODevice::WriteOnly | QIODevice::Append))
+        return fail();
+    const bool written = f.write(line) == line.size();
+    f.close();
+    if (!written || f.error() != QFileDevice::NoError) {
+        page.size = -1;
+        return fail();
+    }
+    page.bytes += line;
+    page.size = QFileInfo(path).size();
+    return true;
 }
 
 void Harvester::CleanEmailAddress(const QString &text)
 {
     const QString address = harvest::cleanEmailAddress(text);
-    if (!harvest::emailWanted(address, EmailSearchText) || m.lstHTTP->find(address) >= 0)
+    if (!harvest::emailWanted(address, EmailSearchText) || lstHTTP.find(address) >= 0)
         return;
-    m.lstHTTP->add(address);
-    m.setStatus(1, address);
+    lstHTTP.add(address);
+    sh.setStatus(nd::PanelState, address);
     writeOutputLine(address);
 }
 
 void Harvester::FindNewsServers(const QString &path)
 {
-    ServerList *servers = m.servers;
-    if (!servers)
-        return;
-    servers->ensureLoaded();
+    servers.ensureLoaded();
     bool added = false;
     for (const QString &name : harvest::newsServersInPath(path)) {
-        if (m.lstHTTP->find(name) >= 0 || servers->findServer(name) >= 0)
+        if (lstHTTP.find(name) >= 0 || servers.findServer(name) >= 0)
             continue;
-        servers->lstServs->add(harvest::uncheckedServerItem(name));
-        m.lstHTTP->add(name);
-        m.setStatus(1, name);
+        servers.lstServs->add(harvest::uncheckedServerItem(name));
+        lstHTTP.add(name);
+        sh.setStatus(nd::PanelState, name);
         writeOutputLine(name);
         added = true;
     }
@@ -287,8 +280,8 @@ void Harvester::FindNewsServers(const QString &path)
     m_serversAdded = true;
     if (!m_running) {
         // a run saves the server list once at its end
-        servers->save();
-        servers->refreshCaption();
+        servers.save();
+        servers.refreshCaption();
     }
 }
 
@@ -296,24 +289,23 @@ void Harvester::FindNewsServers(const QString &path)
 
 bool Harvester::stopped() const
 {
-    return m.S.StopRequested || (m_latch && m_latch->stopped());
+    return sh.S.StopRequested || (m_latch && m_latch->stopped());
 }
 
 void Harvester::holdLists(bool hold)
 {
-    m.lstFavoritesView->setEnabled(!hold);
-    m.MSHResults->setEnabled(!hold);
-    m.lstGroupsView->setEnabled(!hold);
+    sh.setViewEnabled(nd::View::Favorites, !hold);
+    sh.setViewEnabled(nd::View::Messages, !hold);
+    sh.setViewEnabled(nd::View::Groups, !hold);
 }
 
 void Harvester::command(HarvestScope scope, HarvestKind kind)
 {
     // one batch run at a time (server checking borrows the same lists under QuietMode)
-    if (m_running || m.S.QuietMode)
+    if (m_running || sh.S.QuietMode)
         return;
-    if (m.S.DownloadBusy || (m.session && m.session->transactionRunning())
-        || (m.messages && m.messages->listingInProgress())) {
-        m.setStatus(2, QStringLiteral("Please wait until current transaction is finished"));
+    if (sh.S.DownloadBusy || session.transactionRunning() || messages.listingInProgress()) {
+        sh.setStatus(nd::PanelDetail, QStringLiteral("Please wait until current transaction is finished"));
         return;
     }
     if (kind == NewsServers && !AskOutputFile())
@@ -323,12 +315,11 @@ void Harvester::command(HarvestScope scope, HarvestKind kind)
 
 void Harvester::listCurrentGroup(HarvestScope scope)
 {
-    m.S.QuietMode = false;
-    if (m.messages)
-        m.messages->ListMessages(true);
-    m.S.QuietMode = true;
+    sh.S.QuietMode = false;
+    messages.ListMessages(true);
+    sh.S.QuietMode = true;
     // the listing hands its commands and lists back; the run still holds them
-    m.MenuOnOff(scopeCode(scope), false);
+    sh.MenuOnOff(commandScope(scope), false);
     holdLists(true);
 }
 
@@ -338,97 +329,108 @@ void Harvester::DoAdvanced(HarvestScope scope, HarvestKind kind)
         return;
     m_running = true;
     m_serversAdded = false;
-    StopLatch latch(m.shell());
+    StopLatch latch(sh);
     m_latch = &latch;
-    const QString code = scopeCode(scope);
-    const QString caption = runCaption(kind);
 
     try {
-        m.S.TransportError = 0;
-        m.S.StopRequested = false;
-        m.SetMenuState(4, true);
+        sh.S.TransportError = 0;
+        sh.S.StopRequested = false;
+        sh.SetMenuState(nd::Cmd::Stop, true);
         holdLists(true);
-        m.lstHTTP->clear();
-        m.UpdateCaption(QStringLiteral("4"));
-        m.MenuOnOff(code, false);
-
-        bool go = true;
-        switch (kind) {
-        case WebFtp:
-            m.S.ScanMode = true;
-            m.UpdateCaption(QStringLiteral("4"));
-            break;
-        case Email:
-            m.UpdateCaption(QStringLiteral("9"));
-            m.S.QuietMode = true;
-            go = AskEmailSearch();
-            break;
-        case NewsServers:
-            m.S.QuietMode = true;
-            m.UpdateCaption(QStringLiteral("10"));
-            break;
-        }
-        if (go)
-            runItems(scope, kind, caption);
+        lstHTTP.clear();
+        sh.UpdateCaption(nd::Caption::WebAddresses);
+        sh.MenuOnOff(commandScope(scope), false);
+        if (beginRun(kind))
+            runItems(scope, kind, runCaption(kind));
     } catch (...) {
         // the closing steps below still run
     }
-
-    try {
-        closeOutputFile();
-        m.MenuOnOff(code, true);
-        if (scope == SelectedGroups) {
-            m.S.QuietMode = false;
-            NewsSession *s = m.session;
-            if (m.groups && s && s->transport() && s->transport()->StateText() == ConnectedText)
-                m.groups->LoadGroupList(true);
-        } else if (scope == SelectedFavorites || scope == SelectedServers) {
-            m.S.QuietMode = false;
-            if (m.session)
-                m.session->NNTP_Disconnect();
-        }
-        if (m_serversAdded && m.servers) {
-            m.servers->save();
-            m.servers->refreshCaption();
-        }
-    } catch (...) {
-    }
-    m.S.ScanMode = false;
-    holdLists(false);
-    m.setStatus(2, QString());
-    m.SetMenuState(4, false);
-    m.S.QuietMode = false;
-    m.progBar->setRange(0, 100);
-    m.progBar->setValue(0);
+    endRun(scope);
     m_latch = nullptr;
     m_running = false;
 }
 
+bool Harvester::beginRun(HarvestKind kind)
+{
+    switch (kind) {
+    case WebFtp:
+        sh.S.ScanMode = true;
+        sh.UpdateCaption(nd::Caption::WebAddresses);
+        return true;
+    case Email:
+        sh.UpdateCaption(nd::Caption::EmailAddresses);
+        sh.S.QuietMode = true;
+        return AskEmailSearch();
+    case NewsServers:
+        sh.S.QuietMode = true;
+        sh.UpdateCaption(nd::Caption::ServerAddresses);
+        return true;
+    }
+    return false;
+}
+
+// Gives back what the run held: the scope's commands, the group list or the session it
+// changed, the server list it extended, the lists, Stop and the progress bar.
+void Harvester::endRun(HarvestScope scope)
+{
+    try {
+        closeOutputFile();
+        sh.MenuOnOff(commandScope(scope), true);
+        if (scope == SelectedGroups) {
+            sh.S.QuietMode = false;
+            if (session.isConnected())
+                groups.LoadGroupList(true);
+        } else if (scope == SelectedFavorites || scope == SelectedServers) {
+            sh.S.QuietMode = false;
+            session.NNTP_Disconnect();
+        }
+        if (m_serversAdded) {
+            servers.save();
+            servers.refreshCaption();
+        }
+    } catch (...) {
+    }
+    sh.S.ScanMode = false;
+    holdLists(false);
+    sh.setStatus(nd::PanelDetail, QString());
+    sh.SetMenuState(nd::Cmd::Stop, false);
+    sh.S.QuietMode = false;
+    sh.setProgressRange(0, 100);
+    sh.setProgress(0);
+}
+
+// The items a run over a list visits, taken before the run changes any list.
+QStringList Harvester::selectedItems(HarvestScope scope)
+{
+    ItemList *list = nullptr;
+    if (scope == SelectedGroups) {
+        list = &lstGroups;
+    } else if (scope == SelectedFavorites) {
+        list = &lstFavorites;
+    } else if (scope == SelectedServers) {
+        servers.ensureLoaded();
+        list = servers.lstServs;
+    }
+    QStringList items;
+    if (list)
+        for (int i : list->selectedIndexes())
+            items << list->text(i);
+    return items;
+}
+
 void Harvester::runItems(HarvestScope scope, HarvestKind kind, const QString &caption)
 {
-    // the items to visit, taken before the run changes any list
     QStringList items;
     if (scope == SelectedGroups || scope == SelectedFavorites || scope == SelectedServers) {
-        ItemList *list = nullptr;
-        if (scope == SelectedGroups)
-            list = m.lstGroups;
-        else if (scope == SelectedFavorites)
-            list = m.lstFavorites;
-        else if (m.servers) {
-            m.servers->ensureLoaded();
-            list = m.servers->lstServs;
-        }
-        if (list)
-            for (int i : list->selectedIndexes())
-                items << list->text(i);
+        items = selectedItems(scope);
         if (items.isEmpty()) {
-            m.prompter().message(QStringLiteral("Must select items first."), Prompter::Information, Prompter::Ok,
-                                 QStringLiteral("Newsdredge"));
+            sh.prompter().message(QStringLiteral("Must select items first."), Prompter::Information, Prompter::Ok,
+                                  QStringLiteral("Newsdredge"));
             return;
         }
     }
 
-    m.setStatus(2, QStringLiteral("Finding ") + caption);
+    sh.setStatus(nd::PanelDetail, QStringLiteral("Finding ") + caption);
     if (kind != WebFtp)
         openOutputFile();
 
@@ -440,106 +442,115 @@ void Harvester::runItems(HarvestScope scope, HarvestKind kind, const QString &ca
         ScanMessageRows(false, scope, kind);
         break;
     case SelectedGroups:
-        for (const QString &item : std::as_const(items)) {
-            const qsizetype paren = item.indexOf(QLatin1Char('('));
-            m.S.CurrentGroup = GroupList::CleanNewsGroup(paren >= 0 ? item.left(paren) : item).trimmed();
-            listCurrentGroup(scope);
-            if (!stopped())
-                ScanMessageRows(true, scope, kind);
-            if (stopped())
-                break;
-        }
+        scanGroups(items, kind);
         break;
     case SelectedFavorites:
-        for (const QString &item : std::as_const(items)) {
-            const qsizetype space = item.indexOf(QLatin1Char(' '));
-            const QString group = GroupList::CleanNewsGroup(space >= 0 ? item.left(space) : item).trimmed();
-            const QString server = FavoriteRules::GetServerName(item);
-            if (group.isEmpty() || server.isEmpty())
-                continue;
-            m.opt.NNTPServer = server;
-            m.UpdateCaption(QStringLiteral("5"));
-            NewsSession *s = m.session;
-            if (!s)
-                break;
-            if (s->transport() && s->transport()->Host() != server)
-                s->NNTP_Disconnect();
-            if (stopped())
-                break;
-            s->NNTP_Connect(false);
-            if (stopped())
-                break;
-            m.S.CurrentGroup = group;
-            listCurrentGroup(scope);
-            if (!stopped())
-                ScanMessageRows(true, scope, kind);
-            if (stopped())
-                break;
-        }
+        scanFavorites(items, kind);
         break;
     case SelectedServers:
-        for (const QString &item : std::as_const(items)) {
-            const qsizetype gap = item.indexOf(QLatin1String("   "));
-            const QString server = (gap >= 0 ? item.mid(gap + 3) : item).trimmed();
-            if (server.isEmpty())
-                continue;
-            m.opt.NNTPServer = server;
-            m.UpdateCaption(QStringLiteral("5"));
-            NewsSession *s = m.session;
-            if (!s)
-                break;
-            // every server is scanned with its own groups
-            m.lstGroups->clear();
-            s->NNTP_Disconnect();
-            if (stopped())
-                break;
-            s->NNTP_Connect(true);
-            holdLists(true);
-            const QStringList groups = m.lstGroups->texts();
-            for (const QString &g : groups) {
-                if (stopped())
-                    break;
-                m.UpdateCaption(kind == Email ? QStringLiteral("9") : kind == NewsServers ? QStringLiteral("10")
-                                                                                          : QStringLiteral("4"));
-                m.UpdateCaption(QStringLiteral("2"));
-                const qsizetype paren = g.indexOf(QLatin1Char('('));
-                m.S.CurrentGroup = GroupList::CleanNewsGroup(paren >= 0 ? g.left(paren) : g).trimmed();
-                listCurrentGroup(scope);
-                if (!stopped())
-                    ScanMessageRows(true, scope, kind);
-                if (stopped() || m.S.TransportError != 0)
-                    break;
-            }
-            if (stopped())
-                break;
-        }
+        scanServers(items, kind);
         break;
     }
 
-    m.setStatus(1, QStringLiteral("Finished finding ") + caption);
-    m.prompter().message(QString::number(m.lstHTTP->count()) + QLatin1Char(' ') + caption
-                             + QStringLiteral(" found and saved."),
-                         Prompter::Information, Prompter::Ok, QStringLiteral("Newsdredge"));
-    m.UpdateCaption(QStringLiteral("4"));
+    sh.setStatus(nd::PanelState, QStringLiteral("Finished finding ") + caption);
+    sh.prompter().message(QString::number(lstHTTP.count()) + QLatin1Char(' ') + caption
+                              + QStringLiteral(" found and saved."),
+                          Prompter::Information, Prompter::Ok, QStringLiteral("Newsdredge"));
+    sh.UpdateCaption(nd::Caption::WebAddresses);
+}
+
+void Harvester::scanGroups(const QStringList &items, HarvestKind kind)
+{
+    for (const QString &item : items) {
+        sh.S.CurrentGroup = groupOfItem(item);
+        listCurrentGroup(SelectedGroups);
+        if (!stopped())
+            ScanMessageRows(true, SelectedGroups, kind);
+        if (stopped())
+            break;
+    }
+}
+
+// Each favourite on its own server.
+void Harvester::scanFavorites(const QStringList &items, HarvestKind kind)
+{
+    for (const QString &item : items) {
+        const qsizetype space = item.indexOf(QLatin1Char(' '));
+        const QString group = GroupList::CleanNewsGroup(space >= 0 ? item.left(space) : item).trimmed();
+        const QString server = FavoriteRules::GetServerName(item);
+        if (group.isEmpty() || server.isEmpty())
+            continue;
+        sh.opt.NNTPServer = server;
+        sh.UpdateCaption(nd::Caption::Title);
+        if (session.transport() && session.transport()->Host() != server)
+            session.NNTP_Disconnect();
+        if (stopped())
+            break;
+        session.NNTP_Connect(false);
+        if (stopped())
+            break;
+        sh.S.CurrentGroup = group;
+        listCurrentGroup(SelectedFavorites);
+        if (!stopped())
+            ScanMessageRows(true, SelectedFavorites, kind);
+        if (stopped())
+            break;
+    }
+}
+
+// Every server is scanned with its own groups.
+void Harvester::scanServers(const QStringList &items, HarvestKind kind)
+{
+    for (const QString &item : items) {
+        const qsizetype gap = item.indexOf(QLatin1String("   "));
+        const QString server = (gap >= 0 ? item.mid(gap + 3) : item).trimmed();
+        if (server.isEmpty())
+            continue;
+        sh.opt.NNTPServer = server;
+        sh.UpdateCaption(nd::Caption::Title);
+        lstGroups.clear();
+        session.NNTP_Disconnect();
+        if (stopped())
+            break;
+        session.NNTP_Connect(true);
+        holdLists(true);
+        scanServerGroups(kind);
+        if (stopped())
+            break;
+    }
+}
+
+void Harvester::scanServerGroups(HarvestKind kind)
+{
+    const QStringList groupItems = lstGroups.texts();
+    for (const QString &g : groupItems) {
+        if (stopped())
+            break;
+        sh.UpdateCaption(kindCaption(kind));
+        sh.UpdateCaption(nd::Caption::Groups);
+        sh.S.CurrentGroup = groupOfItem(g);
+        listCurrentGroup(SelectedServers);
+        if (!stopped())
+            ScanMessageRows(true, SelectedServers, kind);
+        if (stopped() || sh.S.TransportError != 0)
+            break;
+    }
 }
 
 void Harvester::ScanMessageRows(bool allRows, HarvestScope scope, HarvestKind kind)
 {
     Q_UNUSED(scope);
-    MessageGrid *grid = m.grid;
-    const int lastRow = grid->lastMessageRow();
+    const int lastRow = grid.lastMessageRow();
     int first = 1;
     int last = lastRow;
     if (!allRows) {
         int lo = -1, hi = -1;
-        if (QItemSelectionModel *sel = m.MSHResults->selectionModel()) {
-            for (const QModelIndex &i : sel->selectedRows()) {
-                lo = lo < 0 ? i.row() : qMin(lo, i.row());
-                hi = qMax(hi, i.row());
-            }
-            if (lo < 0 && sel->currentIndex().isValid())
-                lo = hi = sel->currentIndex().row();
+        for (const QModelIndex &i : gridSelection.selectedRows()) {
+            lo = lo < 0 ? i.row() : qMin(lo, i.row());
+            hi = qMax(hi, i.row());
         }
+        if (lo < 0 && gridSelection.currentIndex().isValid())
+            lo = hi = gridSelection.currentIndex().row();
         if (lo < 0)
             return;
         first = lo + 1;
@@ -547,35 +558,40 @@ void Harvester::ScanMessageRows(bool allRows, HarvestScope scope, HarvestKind ki
     }
     if (last < first)
         return;
-    m.progBar->setRange(first, last + 1);
+    sh.setProgressRange(first, last + 1);
     for (int r = first; r <= last; ++r) {
         // the grid may have been emptied meanwhile (a lost connection)
-        if (r > grid->lastMessageRow())
+        if (r > grid.lastMessageRow())
             break;
-        m.progBar->setValue(r);
-        switch (kind) {
-        case WebFtp: {
-            const qint64 n = grid->cell(r, 0).trimmed().toLongLong();
-            if (n > 0 && m.downloader) {
-                // every article is judged on its own
-                m.S.AttachmentName.clear();
-                m.S.IsYenc = m.S.IsUuencoded = m.S.IsMimeAttachment = false;
-                m.downloader->NNTP_DownloadMessage(n);
-                holdLists(true);
-            }
-            break;
-        }
-        case Email:
-            CleanEmailAddress(grid->cell(r, 3));
-            m.UpdateCaption(QStringLiteral("9"));
-            break;
-        case NewsServers:
-            FindNewsServers(grid->cell(r, 4));
-            m.UpdateCaption(QStringLiteral("10"));
-            break;
-        }
-        if (stopped() || m.S.TransportError != 0)
+        sh.setProgress(r);
+        scanRow(r, kind);
+        if (stopped() || sh.S.TransportError != 0)
             break;
         nd::yieldOnce();
+    }
+}
+
+void Harvester::scanRow(int r, HarvestKind kind)
+{
+    switch (kind) {
+    case WebFtp: {
+        const qint64 n = grid.cell(r, MessageGrid::ColArticle).trimmed().toLongLong();
+        if (n > 0) {
+            // every article is judged on its own
+            sh.S.AttachmentName.clear();
+            sh.S.IsYenc = sh.S.IsUuencoded = sh.S.IsMimeAttachment = false;
+            downloader.NNTP_DownloadMessage(n);
+            holdLists(true);
+        }
+        break;
+    }
+    case Email:
+        CleanEmailAddress(grid.cell(r, MessageGrid::ColFrom));
+        sh.UpdateCaption(nd::Caption::EmailAddresses);
+        break;
+    case NewsServers:
+        FindNewsServers(grid.cell(r, MessageGrid::ColPath));
+        sh.UpdateCaption(nd::Caption::ServerAddresses);
+        break;
     }
 }

@@ -1,9 +1,20 @@
 #pragma once
+#include "app/Commands.h"
+
 #include <QFile>
 #include <QObject>
 #include <QString>
+#include <QStringList>
 
-class frmMain;
+class Downloader;
+class GroupList;
+class ItemList;
+class MessageGrid;
+class MessageList;
+class NewsSession;
+class QItemSelectionModel;
+class ServerList;
+class Shell;
 class StopLatch;
 
 // The Advanced menu's address harvesting: Web/FTP addresses from article texts, e-mail addresses
@@ -18,10 +29,24 @@ public:
     enum HarvestScope { CurrentGroup = 0, SelectedGroups = 1, SelectedFavorites = 2, SelectedMessages = 3,
                         SelectedServers = 4 };
 
-    explicit Harvester(frmMain &m);
+    // What a run works on and with.
+    struct Collaborators {
+        ItemList &lstHTTP;        // the addresses found
+        ItemList &lstGroups;
+        ItemList &lstFavorites;
+        MessageGrid &grid;
+        QItemSelectionModel &gridSelection;
+        ServerList &servers;
+        NewsSession &session;
+        GroupList &groups;
+        MessageList &messages;
+        Downloader &downloader;
+    };
+    Harvester(Shell &sh, const Collaborators &with, QObject *parent = nullptr);
 
     static QString runCaption(HarvestKind kind);
-    static QString scopeCode(HarvestScope scope);
+    // The commands of a scope, switched off while a run over it goes.
+    static nd::Scope commandScope(HarvestScope scope);
     // "UsenetHTTP.htm" in the application directory.
     static QString linkFile();
 
@@ -43,27 +68,45 @@ public:
     // Output file, then the search text of an e-mail run; false when no file was chosen.
     bool AskEmailSearch();
 
-    // Double-click or Enter on the address list: opens the selected Web/FTP address.
+    // Opens the selected address of the list (double-click or Enter on it while it lists
+    // Web/FTP addresses).
     void OpenSelectedAddress();
 
     bool running() const { return m_running; }
 
     QString EmailSearchText;
 
-protected:
-    bool eventFilter(QObject *watched, QEvent *event) override;
-
 private:
     void command(HarvestScope scope, HarvestKind kind);
     bool stopped() const;
     void holdLists(bool hold);
+    bool beginRun(HarvestKind kind);      // false when the run asks and gets no answer
+    void endRun(HarvestScope scope);
+    QStringList selectedItems(HarvestScope scope);
     void runItems(HarvestScope scope, HarvestKind kind, const QString &caption);
+    void scanGroups(const QStringList &items, HarvestKind kind);
+    void scanFavorites(const QStringList &items, HarvestKind kind);
+    void scanServers(const QStringList &items, HarvestKind kind);
+    void scanServerGroups(HarvestKind kind);
     void listCurrentGroup(HarvestScope scope);
+    void scanRow(int row, HarvestKind kind);
     bool openOutputFile();
     void writeOutputLine(const QString &address);
     void closeOutputFile();
+    bool keepWebAddress(const QString &address);
 
-    frmMain &m;
+    Shell &sh;
+    ItemList &lstHTTP;
+    ItemList &lstGroups;
+    ItemList &lstFavorites;
+    MessageGrid &grid;
+    QItemSelectionModel &gridSelection;
+    ServerList &servers;
+    NewsSession &session;
+    GroupList &groups;
+    MessageList &messages;
+    Downloader &downloader;
+
     bool m_running = false;
     StopLatch *m_latch = nullptr;
     QFile m_output;

@@ -1,8 +1,8 @@
 #include "servers/ServerChecker.h"
 
 #include "app/Paths.h"
+#include "app/Shell.h"
 #include "app/Wait.h"
-#include "app/frmMain.h"
 #include "groups/Favorites.h"
 #include "groups/GroupList.h"
 #include "groups/StopLatch.h"
@@ -17,31 +17,47 @@
 #include <QDateTime>
 #include <QElapsedTimer>
 #include <QFile>
-#include <QListView>
-#include <QProgressBar>
+#include <QFileInfo>
 #include <QSaveFile>
 
 namespace {
 const QString Title = QStringLiteral("Newsdredge!");
 const QString GenList = QStringLiteral("@GENLIST");
-const QString StateConnected = QStringLiteral("Connected to NNTP Server");
+
+// Commands a run keeps off; connects, group lists and listings switch them back on as they end.
+constexpr nd::Cmd HeldCommands[] = {nd::Cmd::Setup,    nd::Cmd::Groups,          nd::Cmd::Connect,
+                                    nd::Cmd::Download, nd::Cmd::DownloadAll,     nd::Cmd::View,
+                                    nd::Cmd::RefreshMessages, nd::Cmd::RefreshGroups};
+constexpr nd::Scope HeldScopes[] = {nd::Scope::CurrentGroup,     nd::Scope::SelectedGroups,
+                                    nd::Scope::SelectedMessages, nd::Scope::Favorites,
+                                    nd::Scope::SelectedServers,  nd::Scope::ServerRuns};
+
+// A list file is read when the name is that of a file (not empty, not a directory).
+void loadListFile(ItemList &list, const QString &path)
+{
+    if (path.isEmpty() || path.endsWith(QLatin1Char('/')) || path.endsWith(QLatin1Char('\\'))
+        || !QFileInfo(path).isFile())
+        return;
+    list.load(path);
+}
 } // namespace
 
-ServerChecker::ServerChecker(frmMain &main)
-    : QObject(&main), m(main)
+ServerChecker::ServerChecker(Shell &shell, const Collaborators &p, QObject *parent)
+    : QObject(parent), sh(shell), lstGroups(p.lstGroups), lstFavorites(p.lstFavorites), lstHTTP(p.lstHTTP),
+      lstMsgBuffer(p.lstMsgBuffer), grid(p.grid), servers(p.servers), session(p.session), groups(p.groups),
+      messages(p.messages), favorites(p.favorites)
 {
     lstTempF = new ItemList(this);
-    m.wireCommand(QStringLiteral("menuCheck"), [this] { menuCheck(); });
-    m.wireCommand(QStringLiteral("menuGen"), [this] { menuGen(); });
-    m.wireCommand(QStringLiteral("menuScan"), [this] { menuScan(); });
-    if (m.groups)
-        connect(m.groups, &GroupList::groupListLoaded, this, [this] { updateGroupMarker(); });
+    sh.wireCommand(QStringLiteral("menuCheck"), [this] { menuCheck(); });
+    sh.wireCommand(QStringLiteral("menuGen"), [this] { menuGen(); });
+    sh.wireCommand(QStringLiteral("menuScan"), [this] { menuScan(); });
+    connect(&groups, &GroupList::groupListLoaded, this, [this] { updateGroupMarker(); });
     // Closing the window while a run holds the favourites list: give the favourites back
     // before they are written at shutdown.
-    connect(&m.shell(), &Shell::shuttingDown, this, [this] {
+    connect(&sh, &Shell::shuttingDown, this, [this] {
         if (m_favoritesBorrowed) {
-            m.lstFavorites->clear();
-            m.favorites->LoadListFromFile(m.lstFavorites, m.opt.FavoritesFile, Favorites::FavoriteIcon);
+            lstFavorites.clear();
+            favorites.LoadListFromFile(&lstFavorites, sh.opt.FavoritesFile, Favorites::FavoriteIcon);
             m_favoritesBorrowed = false;
         }
     });
@@ -65,21 +81,21 @@ QString ServerChecker::groupCacheFile(const QString &server)
 // going ("Please Disconnect First").
 bool ServerChecker::mayStart()
 {
-    return !m_running && !m.S.QuietMode && m.servers && !m.IsConnectedIdle(true);
+    return !m_running && !sh.S.QuietMode && !session.IsConnectedIdle(true);
 }
 
 // The commands that work on the selected servers first ask for a selection.
 bool ServerChecker::haveSelection()
 {
-    if (m.servers->lstServs->selectedCount() >= 1)
+    if (servers.lstServs->selectedCount() >= 1)
         return true;
-    m.prompter().message(QStringLiteral("Please Select Item(s) First"), Prompter::Exclamation, Prompter::Ok, Title);
+    sh.prompter().message(QStringLiteral("Please Select Item(s) First"), Prompter::Exclamation, Prompter::Ok, Title);
     return false;
 }
 
 void ServerChecker::menuCheck()
 {
-    if (!mayStart() || m.servers->lstServs->currentIndex() < 0)
+    if (!mayStart() || servers.lstServs->currentIndex() < 0)
         return;
     DoCheckServers(QString());
 }
@@ -88,11 +104,11 @@ void ServerChecker::menuGen()
 {
     if (!mayStart() || !haveSelection())
         return;
-    const QString file = m.prompter().saveFileName(QStringLiteral("Generate List of Groups"), nd::appDir(),
-                                                   QStringLiteral("Text (*.txt)"));
+    const QString file = sh.prompter().saveFileName(QStringLiteral("Generate List of Groups"), nd::appDir(),
+                                                    QStringLiteral("Text (*.txt)"));
     if (file.isEmpty())
         return;
-    m.S.OutputFileName = file;
+    sh.S.OutputFileName = file;
     DoCheckServers(GenList);
 }
 
@@ -100,7 +116,7 @@ void ServerChecker::menuScan()
 {
     if (!mayStart() || !haveSelection())
         return;
-    const auto answer = m.prompter().input(QStringLiteral("Input Group Name to Look for : "), Title);
+    const auto answer = sh.prompter().input(QStringLiteral("Input Group Name to Look for : "), Title);
     if (!answer || answer->trimmed().isEmpty())
         return;
     const QString group = answer->trimmed();
@@ -115,70 +131,37 @@ bool ServerChecker::stopped() const
 {
     if (m_stop && m_stop->stopped()) {
         // disconnects and listings clear the flag; keep it up so their waits end at once
-        m.S.StopRequested = true;
+        sh.S.StopRequested = true;
         return true;
     }
-    return m.S.StopRequested;
+    return sh.S.StopRequested;
 }
 
 void ServerChecker::holdCommands()
 {
-    // connects, group lists and listings switch commands back on as they end
-    for (int code : {1, 3, 5, 7, 8, 9, 52, 53})
-        m.SetMenuState(code, false);
-    for (const char *scope : {"CG", "SG", "SM", "FA", "SS", "SR"})
-        m.MenuOnOff(QString::fromLatin1(scope), false);
-    m.SetMenuState(4, true);
-    m.lstGroupsView->setEnabled(false);
-    m.lstFavoritesView->setEnabled(false);
+    for (nd::Cmd c : HeldCommands)
+        sh.SetMenuState(c, false);
+    for (nd::Scope s : HeldScopes)
+        sh.MenuOnOff(s, false);
+    sh.SetMenuState(nd::Cmd::Stop, true);
+    sh.setViewEnabled(nd::View::Groups, false);
+    sh.setViewEnabled(nd::View::Favorites, false);
 }
 
 void ServerChecker::DoCheckServers(const QString &mode)
 {
-    if (m_running || !m.servers || !m.session)
+    if (m_running)
         return;
     m_running = true;
-    StopLatch latch(m.shell());
+    StopLatch latch(sh);
     m_stop = &latch;
-    ItemList *servs = m.servers->lstServs;
-
-    // 1. take over the lists and the commands
     m_mode = mode;
     m_reason.clear();
-    if (m.favorites)
-        m.favorites->saveToCurrentFile();   // what the list holds now is what comes back at the end
-    m.S.QuietMode = true;
-    m.S.StopRequested = false;
-    m.lstHTTP->clear();
-    m_rememberedServer = m.opt.NNTPServer;
-    m.SetMenuState(5, false);
-    holdCommands();
-    m.UpdateCaption(QStringLiteral("6"));
-    m.setStatus(1, QStringLiteral("Loading Servers to Check"));
-    m.lstFavorites->clear();
-    m_favoritesBorrowed = true;
-
+    takeOver();
     try {
-        // 2. the selected servers become the check list
-        m.progBar->setRange(0, qMax(1, servs->count()));
-        for (int i = 0; i < servs->count() && !stopped(); ++i) {
-            if (servs->isSelected(i))
-                m.lstFavorites->add(servs->text(i));
-            m.progBar->setValue(i);
-        }
-
-        // 3. a group search extends the current favourites file
-        lstTempF->clear();
-        if (!m_mode.isEmpty() && m_mode != GenList)
-            m.favorites->LoadListFromFile(lstTempF, m.opt.FavoritesFile, -1);
-
-        // 4.
-        m.progBar->setValue(0);
-        m.UpdateCaption(QStringLiteral("7"));
-
-        // 5. server by server
+        loadCheckList();
         int i = 0;
-        while (i >= 0 && i < m.lstFavorites->count() && !stopped())
+        while (i >= 0 && i < lstFavorites.count() && !stopped())
             visitServer(i);
     } catch (...) {
         // ends quietly; the closing steps below give everything back
@@ -188,141 +171,192 @@ void ServerChecker::DoCheckServers(const QString &mode)
     m_running = false;
 }
 
+void ServerChecker::takeOver()
+{
+    favorites.saveToCurrentFile();   // what the list holds now is what comes back at the end
+    sh.S.QuietMode = true;
+    sh.S.StopRequested = false;
+    lstHTTP.clear();
+    m_rememberedServer = sh.opt.NNTPServer;
+    sh.SetMenuState(nd::Cmd::Connect, false);
+    holdCommands();
+    sh.UpdateCaption(nd::Caption::Found);
+    sh.setStatus(nd::PanelState, QStringLiteral("Loading Servers to Check"));
+    lstFavorites.clear();
+    m_favoritesBorrowed = true;
+}
+
+void ServerChecker::loadCheckList()
+{
+    ItemList *servs = servers.lstServs;
+    sh.setProgressRange(0, qMax(1, servs->count()));
+    for (int i = 0; i < servs->count() && !stopped(); ++i) {
+        if (servs->isSelected(i))
+            lstFavorites.add(servs->text(i));
+        sh.setProgress(i);
+    }
+    // a group search extends the current favourites file
+    lstTempF->clear();
+    if (!m_mode.isEmpty() && m_mode != GenList)
+        loadListFile(*lstTempF, sh.opt.FavoritesFile);
+    sh.setProgress(0);
+    sh.UpdateCaption(nd::Caption::Checking);
+}
+
+void ServerChecker::showProgress(int i)
+{
+    sh.setProgressRange(0, qMax(1, lstFavorites.count()));
+    sh.setProgress(i);
+}
+
 void ServerChecker::visitServer(int &i)
 {
-    ItemList *check = m.lstFavorites;
-    m.progBar->setRange(0, qMax(1, check->count()));
-    m.progBar->setValue(i);
-    check->clearSelection();
-    check->setSelected(i, true);
-    check->setCurrentIndex(i);
+    showProgress(i);
+    lstFavorites.clearSelection();
+    lstFavorites.setSelected(i, true);
+    lstFavorites.setCurrentIndex(i);
 
-    const QString server = servers::serverNameOfItem(check->text(i));
-    m.opt.NNTPServer = server;
-    m.S.ServerFileTag = NewsSession::ServerFileTag(server);
-    m.UpdateCaption(QStringLiteral("5"));
+    const QString server = servers::serverNameOfItem(lstFavorites.text(i));
+    sh.opt.NNTPServer = server;
+    sh.S.ServerFileTag = NewsSession::ServerFileTag(server);
+    sh.UpdateCaption(nd::Caption::Title);
     m_reason.clear();
 
-    m.lstGroups->clear();
-    m.grid->ResizeGrid();        // a server that never lists is judged on an empty grid
-    m.lstMsgBuffer->clear();
-    m.S.FirstGroupWithMessages = -1;
-    m.S.TransportError = 0;
-    const QString cache = groupCacheFile(server);
-    if (!m_mode.isEmpty() && QFile::exists(cache)) {
-        m.lstGroups->load(cache);
-        m.S.TransactionDone = true;
-    } else if (m_mode.isEmpty()) {
-        // a check judges the list the server gives now, never the cache
-        m.session->NNTP_Connect(false);
-        holdCommands();
-        NewsTransport *t = m.session->transport();
-        if (!stopped() && t && t->StateText() == StateConnected)
-            m.groups->LoadGroupList(false);
-        holdCommands();
-    } else {
-        m.session->NNTP_Connect(true);
-        holdCommands();
-    }
-    m.progBar->setRange(0, qMax(1, check->count()));
-    m.progBar->setValue(i);
+    fetchGroups(server);
+    showProgress(i);
 
     if (m_mode == GenList) {
-        if (m.S.TransportError == 0) {
-            m.setStatus(1, QStringLiteral("Generating Group List"));
-            m.progBar->setRange(0, qMax(1, m.lstGroups->count()));
-            QElapsedTimer slice;
-            slice.start();
-            QStringList lines;
-            for (int g = 0; g < m.lstGroups->count(); ++g) {
-                if (slice.elapsed() > 20) {
-                    m.lstHTTP->addMany(lines);
-                    lines.clear();
-                    m.progBar->setValue(g);
-                    nd::yieldOnce();
-                    slice.restart();
-                }
-                if (stopped())
-                    break;
-                lines << servers::groupListLine(m.lstGroups->text(g), server);
-            }
-            m.lstHTTP->addMany(lines);
-            m.UpdateCaption(QStringLiteral("6"));
-        }
+        writeGroupList(server);
         ++i;
-        return;
+    } else if (!m_mode.isEmpty()) {
+        searchGroup(server);
+        ++i;
+    } else if (checkServer(i, server)) {
+        ++i;
+    } else {
+        RemoveBadServer(i);   // the next server moves up to i
     }
+}
 
-    if (!m_mode.isEmpty()) {
-        const QString wanted = m_mode;
-        m.setStatus(1, QStringLiteral("Looking for Group : ") + wanted);
-        // whole group names; typed capitals do not matter
-        const auto findFrom = [this, &wanted](int start) {
-            for (int k = qMax(0, start); k < m.lstGroups->count(); ++k)
-                if (ItemList::bareGroupName(m.lstGroups->text(k)).compare(wanted, Qt::CaseInsensitive) == 0)
-                    return k;
-            return -1;
-        };
-        int at = findFrom(0);
-        while (at >= 0) {
-            const QString item = m.lstGroups->text(at);
-            const QString name = GroupList::CleanNewsGroup(item).section(QLatin1Char('('), 0, 0).trimmed();
-            // never the same group twice for one server
-            if (lstTempF->findGroupOnServer(name, server) < 0) {
-                const servers::FoundGroup found = servers::groupSearchLines(item, server);
-                m.lstHTTP->add(found.status);
-                lstTempF->add(found.favorite);
-            }
-            const int next = findFrom(at + 1);
+// The server's group list: from its cache for a list or a search, fresh from the server for a
+// check (a check judges the list the server gives now).
+void ServerChecker::fetchGroups(const QString &server)
+{
+    lstGroups.clear();
+    grid.ResizeGrid();        // a server that never lists is judged on an empty grid
+    lstMsgBuffer.clear();
+    sh.S.FirstGroupWithMessages = -1;
+    sh.S.TransportError = 0;
+    const QString cache = groupCacheFile(server);
+    if (!m_mode.isEmpty() && QFile::exists(cache)) {
+        lstGroups.load(cache);
+        sh.S.TransactionDone = true;
+    } else if (m_mode.isEmpty()) {
+        session.NNTP_Connect(false);
+        holdCommands();
+        if (!stopped() && session.isConnected())
+            groups.LoadGroupList(false);
+        holdCommands();
+    } else {
+        session.NNTP_Connect(true);
+        holdCommands();
+    }
+}
+
+void ServerChecker::writeGroupList(const QString &server)
+{
+    if (sh.S.TransportError != 0)
+        return;
+    sh.setStatus(nd::PanelState, QStringLiteral("Generating Group List"));
+    sh.setProgressRange(0, qMax(1, lstGroups.count()));
+    QElapsedTimer slice;
+    slice.start();
+    QStringList lines;
+    for (int g = 0; g < lstGroups.count(); ++g) {
+        if (slice.elapsed() > 20) {
+            lstHTTP.addMany(lines);
+            lines.clear();
+            sh.setProgress(g);
             nd::yieldOnce();
-            if (next <= at || stopped())
-                break;
-            at = next;
+            slice.restart();
         }
-        lstTempF->save(m.opt.FavoritesFile);   // errors ignored
-        m.UpdateCaption(QStringLiteral("6"));
-        ++i;
-        return;
+        if (stopped())
+            break;
+        lines << servers::groupListLine(lstGroups.text(g), server);
     }
+    lstHTTP.addMany(lines);
+    sh.UpdateCaption(nd::Caption::Found);
+}
 
-    // check
-    const bool readable = m.S.FirstGroupWithMessages >= 0 && m.S.FirstGroupWithMessages < m.lstGroups->count();
+void ServerChecker::searchGroup(const QString &server)
+{
+    const QString wanted = m_mode;
+    sh.setStatus(nd::PanelState, QStringLiteral("Looking for Group : ") + wanted);
+    // whole group names; typed capitals do not matter
+    const auto findFrom = [this, &wanted](int start) {
+        for (int k = qMax(0, start); k < lstGroups.count(); ++k)
+            if (ItemList::bareGroupName(lstGroups.text(k)).compare(wanted, Qt::CaseInsensitive) == 0)
+                return k;
+        return -1;
+    };
+    int at = findFrom(0);
+    while (at >= 0) {
+        const QString item = lstGroups.text(at);
+        const QString name = GroupList::CleanNewsGroup(item).section(QLatin1Char('('), 0, 0).trimmed();
+        // never the same group twice for one server
+        if (lstTempF->findGroupOnServer(name, server) < 0) {
+            const servers::FoundGroup found = servers::groupSearchLines(item, server);
+            lstHTTP.add(found.status);
+            lstTempF->add(found.favorite);
+        }
+        const int next = findFrom(at + 1);
+        nd::yieldOnce();
+        if (next <= at || stopped())
+            break;
+        at = next;
+    }
+    lstTempF->save(sh.opt.FavoritesFile);   // errors ignored
+    sh.UpdateCaption(nd::Caption::Found);
+}
+
+// Lists the first group with messages and judges the server on what came; the reason a
+// failed server goes is left in m_reason.
+bool ServerChecker::checkServer(int i, const QString &server)
+{
+    const int first = sh.S.FirstGroupWithMessages;
+    const bool readable = first >= 0 && first < lstGroups.count();
     if (!stopped()) {
-        const int groupCount = m.lstGroups->count();
-        if (groupCount >= m.opt.MinimumGroups && readable) {
-            m.S.CurrentGroup = GroupList::CleanNewsGroup(m.lstGroups->text(m.S.FirstGroupWithMessages)).trimmed();
-            m.messages->ListMessages(false);
+        const int groupCount = lstGroups.count();
+        if (groupCount >= sh.opt.MinimumGroups && readable) {
+            sh.S.CurrentGroup = GroupList::CleanNewsGroup(lstGroups.text(first)).trimmed();
+            messages.ListMessages(false);
             holdCommands();
-            m.progBar->setRange(0, qMax(1, check->count()));
-            m.progBar->setValue(i);
-            if (m.S.TransportError == 0 && !stopped()) {
-                m.lstHTTP->add(server + QStringLiteral(" , ") + QString::number(groupCount) + QStringLiteral(" Groups"));
-                m.UpdateCaption(QStringLiteral("6"));
+            showProgress(i);
+            if (sh.S.TransportError == 0 && !stopped()) {
+                lstHTTP.add(server + QStringLiteral(" , ") + QString::number(groupCount) + QStringLiteral(" Groups"));
+                sh.UpdateCaption(nd::Caption::Found);
                 updateGroupMarker();
-                check->setText(i, servers::statusMarkedItem(groupCount, m.S.PostingAllowed, server));
+                lstFavorites.setText(i, servers::statusMarkedItem(groupCount, sh.S.PostingAllowed, server));
             }
         }
         if (!stopped())
-            m_reason = servers::removalReason(m.grid->lastMessageRow(), m.opt.MinimumGroups, readable);
+            m_reason = servers::removalReason(grid.lastMessageRow(), sh.opt.MinimumGroups, readable);
     }
-    if (!m_reason.isEmpty() && !stopped())
-        RemoveBadServer(i);   // the next server moves up to i
-    else
-        ++i;
+    return m_reason.isEmpty() || stopped();
 }
 
 void ServerChecker::RemoveBadServer(int index)
 {
-    if (stopped() || index < 0 || index >= m.lstFavorites->count())
+    if (stopped() || index < 0 || index >= lstFavorites.count())
         return;
-    const QString server = m.opt.NNTPServer;
-    const int s = m.servers->findServer(server);
-    m.lstFavorites->remove(index);
+    const QString server = sh.opt.NNTPServer;
+    const int s = servers.findServer(server);
+    lstFavorites.remove(index);
     if (s >= 0)
-        m.servers->lstServs->remove(s);
-    m.lstHTTP->add(server + QStringLiteral(" REMOVED:") + m_reason);
-    m.UpdateCaption(QStringLiteral("6"));
-    m.UpdateCaption(QStringLiteral("7"));
+        servers.lstServs->remove(s);
+    lstHTTP.add(server + QStringLiteral(" REMOVED:") + m_reason);
+    sh.UpdateCaption(nd::Caption::Found);
+    sh.UpdateCaption(nd::Caption::Checking);
 
     QFile log(checkLogFile());
     if (log.open(QIODevice::Append))
@@ -335,82 +369,87 @@ void ServerChecker::RemoveBadServer(int index)
 
 void ServerChecker::updateGroupMarker()
 {
-    if (!m.servers || m.lstGroups->count() == 0)
+    if (lstGroups.count() == 0)
         return;
-    const QString server = m.opt.NNTPServer;
-    const int i = m.servers->findServer(server);
+    const QString server = sh.opt.NNTPServer;
+    const int i = servers.findServer(server);
     if (i < 0)
         return;
-    const QString marked = servers::statusMarkedItem(m.lstGroups->count(), m.S.PostingAllowed, server);
-    if (m.servers->lstServs->text(i) == marked)
+    const QString marked = servers::statusMarkedItem(lstGroups.count(), sh.S.PostingAllowed, server);
+    if (servers.lstServs->text(i) == marked)
         return;
-    m.servers->lstServs->setText(i, marked);
+    servers.lstServs->setText(i, marked);
     // a run saves the list as it ends; a normal connect keeps the mark at once
     if (!m_running)
-        m.servers->save();
+        servers.save();
 }
+
+// ------------------------------------------------------------------ closing steps
 
 void ServerChecker::finish()
 {
-    // 6.
-    m.session->NNTP_Disconnect();
+    session.NNTP_Disconnect();
     holdCommands();
 
-    // 7. the favourites file with what the search added
+    // the favourites file with what the search added
     if (!m_mode.isEmpty() && m_mode != GenList)
-        lstTempF->save(m.opt.FavoritesFile);   // errors ignored
+        lstTempF->save(sh.opt.FavoritesFile);   // errors ignored
+    if (m_mode == GenList && lstHTTP.count() > 0)
+        saveGroupListFile();
+    giveBack();
+}
 
-    // 8. the group-list file
-    if (m_mode == GenList && m.lstHTTP->count() > 0) {
-        m.setStatus(1, QStringLiteral("Saving Data"));
-        nd::yieldOnce();
-        QSaveFile out(m.S.OutputFileName);
-        bool ok = out.open(QIODevice::WriteOnly);
-        if (ok) {
-            for (const QString &line : m.lstHTTP->texts())
-                out.write(line.toUtf8() + "\r\n");
-            ok = out.commit();
-        }
-        if (ok)
-            m.prompter().message(QStringLiteral("File Saved : (") + m.S.OutputFileName + QLatin1Char(')'),
-                                 Prompter::Exclamation, Prompter::Ok, Title);
-        else
-            m.prompter().message(QStringLiteral("Error Saving File : (") + m.S.OutputFileName + QLatin1Char(')'),
-                                 Prompter::Critical, Prompter::Ok, Title);
+void ServerChecker::saveGroupListFile()
+{
+    sh.setStatus(nd::PanelState, QStringLiteral("Saving Data"));
+    nd::yieldOnce();
+    QSaveFile out(sh.S.OutputFileName);
+    bool ok = out.open(QIODevice::WriteOnly);
+    if (ok) {
+        for (const QString &line : lstHTTP.texts())
+            out.write(line.toUtf8() + "\r\n");
+        ok = out.commit();
     }
+    if (ok)
+        sh.prompter().message(QStringLiteral("File Saved : (") + sh.S.OutputFileName + QLatin1Char(')'),
+                              Prompter::Exclamation, Prompter::Ok, Title);
+    else
+        sh.prompter().message(QStringLiteral("Error Saving File : (") + sh.S.OutputFileName + QLatin1Char(')'),
+                              Prompter::Critical, Prompter::Ok, Title);
+}
 
-    // 9. give the lists back
+void ServerChecker::giveBack()
+{
     lstTempF->clear();
-    m.lstGroups->clear();
-    m.lstHTTP->clear();
-    m.UpdateCaption(QStringLiteral("4"));
-    m.setStatus(1, QStringLiteral("Loading Favorites"));
-    m.lstFavorites->clear();
-    m.opt.NNTPServer = m_rememberedServer;
-    m.S.ServerFileTag = NewsSession::ServerFileTag(m_rememberedServer);
-    m.UpdateCaption(QStringLiteral("5"));
-    m.UpdateCaption(QStringLiteral("2"));
+    lstGroups.clear();
+    lstHTTP.clear();
+    sh.UpdateCaption(nd::Caption::WebAddresses);
+    sh.setStatus(nd::PanelState, QStringLiteral("Loading Favorites"));
+    lstFavorites.clear();
+    sh.opt.NNTPServer = m_rememberedServer;
+    sh.S.ServerFileTag = NewsSession::ServerFileTag(m_rememberedServer);
+    sh.UpdateCaption(nd::Caption::Title);
+    sh.UpdateCaption(nd::Caption::Groups);
 
-    // 10. the checked server list, written and read back
+    // the checked server list, written and read back
     if (m_mode.isEmpty()) {
-        m.servers->save();
-        m.servers->lstServs->clear();
-        m.servers->load();
-        m.servers->refreshCaption();
+        servers.save();
+        servers.lstServs->clear();
+        servers.load();
+        servers.refreshCaption();
     }
 
-    // 11.
-    m.progBar->setValue(0);
+    sh.setProgress(0);
     m_mode.clear();
-    m.session->NNTP_Disconnect();
-    m.S.QuietMode = false;
-    m.favorites->LoadListFromFile(m.lstFavorites, m.opt.FavoritesFile, Favorites::FavoriteIcon);
+    session.NNTP_Disconnect();
+    sh.S.QuietMode = false;
+    favorites.LoadListFromFile(&lstFavorites, sh.opt.FavoritesFile, Favorites::FavoriteIcon);
     m_favoritesBorrowed = false;
-    m.UpdateCaption(QStringLiteral("0"));
-    m.lstGroupsView->setEnabled(true);
-    m.lstFavoritesView->setEnabled(true);
-    m.session->applyDisconnectedState();
+    sh.UpdateCaption(nd::Caption::Favorites);
+    sh.setViewEnabled(nd::View::Groups, true);
+    sh.setViewEnabled(nd::View::Favorites, true);
+    session.applyDisconnectedState();
     if (m_stop->stopped())
-        m.setStatus(1, QStringLiteral("Stopped"));
-    m.setBusy(false);
+        sh.setStatus(nd::PanelState, QStringLiteral("Stopped"));
+    sh.setBusy(false);
 }

@@ -2,8 +2,14 @@
 #include <QObject>
 #include <QString>
 
-class frmMain;
+class Favorites;
+class GroupList;
 class ItemList;
+class MessageGrid;
+class MessageList;
+class NewsSession;
+class ServerList;
+class Shell;
 class StopLatch;
 
 // The Advanced menu's runs over the selected servers of the server list: checking them (servers
@@ -14,7 +20,20 @@ class StopLatch;
 class ServerChecker : public QObject {
     Q_OBJECT
 public:
-    explicit ServerChecker(frmMain &m);
+    // What a run works on and with.
+    struct Collaborators {
+        ItemList &lstGroups;
+        ItemList &lstFavorites;   // borrowed as the check list
+        ItemList &lstHTTP;        // borrowed for status lines
+        ItemList &lstMsgBuffer;
+        MessageGrid &grid;
+        ServerList &servers;
+        NewsSession &session;
+        GroupList &groups;
+        MessageList &messages;
+        Favorites &favorites;
+    };
+    ServerChecker(Shell &sh, const Collaborators &with, QObject *parent = nullptr);
     ~ServerChecker() override;
 
     // The three commands with their refusals and questions.
@@ -42,10 +61,30 @@ private:
     bool mayStart();
     bool haveSelection();
     void holdCommands();        // the busy command state of a run
+    void takeOver();            // the lists and commands a run holds
+    void loadCheckList();       // the selected servers become the check list
+    void showProgress(int i);
     void visitServer(int &i);   // one server of the check list; advances i
+    void fetchGroups(const QString &server);
+    void writeGroupList(const QString &server);
+    void searchGroup(const QString &server);
+    bool checkServer(int i, const QString &server);   // false when the server goes
     void finish();
+    void saveGroupListFile();
+    void giveBack();
 
-    frmMain &m;
+    Shell &sh;
+    ItemList &lstGroups;
+    ItemList &lstFavorites;
+    ItemList &lstHTTP;
+    ItemList &lstMsgBuffer;
+    MessageGrid &grid;
+    ServerList &servers;
+    NewsSession &session;
+    GroupList &groups;
+    MessageList &messages;
+    Favorites &favorites;
+
     QString m_mode;
     QString m_reason;
     QString m_rememberedServer;

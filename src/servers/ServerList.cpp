@@ -3,14 +3,12 @@
 #include "app/Constants.h"
 #include "app/Paths.h"
 #include "app/Wait.h"
-#include "app/frmMain.h"
+#include "app/Shell.h"
 #include "news/Session.h"
 #include "news/transport/NewsMessage.h"
-#include "options/frmSetup.h"
 #include "ui/ItemList.h"
 #include "ui/Prompter.h"
 
-#include <QAbstractItemView>
 #include <QFile>
 #include <QFileInfo>
 #include <QNetworkAccessManager>
@@ -31,18 +29,13 @@ const QString Title = QStringLiteral("Newsdredge!");
 const QString TextFilter = QStringLiteral("Text (*.txt)|*.txt");
 } // namespace
 
-ServerList::ServerList(frmMain &main)
-    : QObject(&main), m(main)
+ServerList::ServerList(Shell &shell, NewsSession *session, QObject *parent)
+    : QObject(parent), sh(shell)
 {
     lstServs = new ItemList(this);
     ensureLoaded();
-    if (m.session)
-        m.session->serverData = [this](const QString &server) { return serverData(server); };
-    m.wireCommand(QStringLiteral("menuSetup"), [this] {
-        if (!m.setup)
-            m.setup = new frmSetup(m);
-        m.setup->runModal();
-    });
+    if (session)
+        session->serverData = [this](const QString &server) { return serverData(server); };
 }
 
 ServerList::~ServerList() = default;
@@ -66,7 +59,7 @@ bool ServerList::load()
 
 bool ServerList::save()
 {
-    if (m.store().readOnly())
+    if (sh.store().readOnly())
         return false;   // batch runs never change the user's files
     return lstServs->saveWithSecond(listFile(), /*ownerOnly*/ true);
 }
@@ -135,9 +128,7 @@ void ServerList::makeCurrent(int index)
     lstServs->clearSelection();
     lstServs->setSelected(index, true);
     lstServs->setCurrentIndex(index);
-    m.opt.NNTPServer = ItemList::serverNameOf(lstServs->text(index));
-    if (m_view)
-        m_view->scrollTo(lstServs->index(index));
+    sh.opt.NNTPServer = ItemList::serverNameOf(lstServs->text(index));
     emit currentServerChanged(index);
 }
 
@@ -147,8 +138,8 @@ void ServerList::setCredentials(int index, const QString &user, const QString &p
         return;
     // nothing typed keeps no credential string at all
     lstServs->setSecondText(index, user.isEmpty() && password.isEmpty() ? QString() : user + Separator + password);
-    m.S.ServerUserId = user;
-    m.S.ServerPassword = password;
+    sh.S.ServerUserId = user;
+    sh.S.ServerPassword = password;
 }
 
 bool ServerList::isValidAddress(const QString &address)
@@ -205,47 +196,49 @@ QString ServerList::openServerItem(const QString &entry)
 
 void ServerList::refreshCaption()
 {
-    m.setServerCount(lstServs->count());
-    m.UpdateCaption(QStringLiteral("8"));
-    emit captionChanged(m.setupServerFrameCaption());
+    sh.setServerCount(lstServs->count());
+    sh.UpdateCaption(nd::Caption::ServerCount);
+    emit captionChanged(QStringLiteral("NNTP Servers (%1)").arg(lstServs->count()));
 }
 
-void ServerList::hideList(bool hide)
+QSet<QString> ServerList::serverNames() const
 {
-    if (m_view)
-        m_view->setVisible(!hide);
+    QSet<QString> names;
+    for (int i = 0; i < lstServs->count(); ++i)
+        names.insert(ItemList::serverNameOf(lstServs->text(i)));
+    return names;
 }
 
 // ------------------------------------------------------------------ commands
 
 void ServerList::menuNew()
 {
-    const auto answer = m.prompter().input(QStringLiteral("Enter NNTP Server Address :"), Title);
+    const auto answer = sh.prompter().input(QStringLiteral("Enter NNTP Server Address :"), Title);
     if (!answer)
         return;
     const QString address = answer->trimmed();
     if (address.isEmpty())
         return;
     if (findServer(address) >= 0) {
-        m.prompter().message(QStringLiteral("Duplicate Address"), Prompter::Exclamation, Prompter::Ok, Title);
+        sh.prompter().message(QStringLiteral("Duplicate Address"), Prompter::Exclamation, Prompter::Ok, Title);
         return;
     }
     if (!isValidAddress(address)) {
-        m.prompter().message(QStringLiteral("\"%1\" is not a server address. Write host, host:port or nntps://host[:port], without blanks.")
-                                 .arg(address),
-                             Prompter::Exclamation, Prompter::Ok, Title);
+        sh.prompter().message(QStringLiteral("\"%1\" is not a server address. Write host, host:port or nntps://host[:port], without blanks.")
+                                  .arg(address),
+                              Prompter::Exclamation, Prompter::Ok, Title);
         return;
     }
-    m.setBusy(true);
+    sh.setBusy(true);
     const int index = lstServs->add(Unchecked + address);
     makeCurrent(index);
     refreshCaption();
-    m.setBusy(false);
+    sh.setBusy(false);
 }
 
 void ServerList::menuFind()
 {
-    const auto answer = m.prompter().input(QStringLiteral("Enter Server Name: "), QStringLiteral("Enter Server Name"));
+    const auto answer = sh.prompter().input(QStringLiteral("Enter Server Name: "), QStringLiteral("Enter Server Name"));
     if (!answer || answer->trimmed().isEmpty())
         return;
     const QString name = answer->trimmed();
@@ -257,7 +250,7 @@ void ServerList::menuFind()
                 index = i;
     }
     if (index < 0) {
-        m.prompter().message(QStringLiteral("Not Found"), Prompter::Exclamation, Prompter::Ok, Title);
+        sh.prompter().message(QStringLiteral("Not Found"), Prompter::Exclamation, Prompter::Ok, Title);
         return;
     }
     makeCurrent(index);
@@ -265,10 +258,9 @@ void ServerList::menuFind()
 
 void ServerList::menuDelete()
 {
-    m.setBusy(true);
+    sh.setBusy(true);
     ++m_changing;
-    if (m_view)
-        m_view->setUpdatesEnabled(false);
+    emit viewFrozen(true);
     int i = 0;
     while (i < lstServs->count()) {
         if (!lstServs->isSelected(i)) {
@@ -284,24 +276,21 @@ void ServerList::menuDelete()
     // no item is current afterwards: credentials typed now would land on a neighbour
     lstServs->setCurrentIndex(-1);
     --m_changing;
-    if (m_view)
-        m_view->setUpdatesEnabled(true);
+    emit viewFrozen(false);
     emit currentServerChanged(-1);
     refreshCaption();
-    m.setBusy(false);
+    sh.setBusy(false);
 }
 
 int ServerList::importFile(const QString &path)
 {
     QFile f(path);
     if (!f.open(QIODevice::ReadOnly)) {
-        m.prompter().message(QStringLiteral("Could not read %1:\n%2").arg(path, f.errorString()), Prompter::Exclamation,
-                             Prompter::Ok, Title);
+        sh.prompter().message(QStringLiteral("Could not read %1:\n%2").arg(path, f.errorString()), Prompter::Exclamation,
+                              Prompter::Ok, Title);
         return 0;
     }
-    QSet<QString> names;
-    for (int i = 0; i < lstServs->count(); ++i)
-        names.insert(ItemList::serverNameOf(lstServs->text(i)));
+    QSet<QString> names = serverNames();
     int added = 0;
     int lines = 0;
     while (!f.atEnd()) {
@@ -324,20 +313,20 @@ int ServerList::importFile(const QString &path)
 
 void ServerList::menuImport()
 {
-    const QString path = m.prompter().openFileName(QStringLiteral("Import server addresses"), nd::appDir(), TextFilter);
+    const QString path = sh.prompter().openFileName(QStringLiteral("Import server addresses"), nd::appDir(), TextFilter);
     if (path.isEmpty())
         return;
-    m.setBusy(true);
-    hideList(true);
+    sh.setBusy(true);
+    emit viewHidden(true);
     importFile(path);
-    hideList(false);
+    emit viewHidden(false);
     refreshCaption();
-    m.setBusy(false);
+    sh.setBusy(false);
 }
 
 void ServerList::menuExport()
 {
-    const QString path = m.prompter().saveFileName(QStringLiteral("Export server addresses"), nd::appDir(), TextFilter);
+    const QString path = sh.prompter().saveFileName(QStringLiteral("Export server addresses"), nd::appDir(), TextFilter);
     if (path.isEmpty())
         return;
     QSaveFile f(path);
@@ -349,10 +338,10 @@ void ServerList::menuExport()
         ok = f.write(out) == out.size() && f.commit();
     }
     if (!ok) {
-        m.prompter().message(QStringLiteral("Error Saving File"), Prompter::NoIcon, Prompter::Ok);
+        sh.prompter().message(QStringLiteral("Error Saving File"), Prompter::NoIcon, Prompter::Ok);
         return;
     }
-    m.prompter().message(QStringLiteral("File Saved"), Prompter::NoIcon, Prompter::Ok);
+    sh.prompter().message(QStringLiteral("File Saved"), Prompter::NoIcon, Prompter::Ok);
 }
 
 // ------------------------------------------------------------------ open-server list
@@ -370,18 +359,18 @@ bool ServerList::fetch(const QString &url, const QString &target, QString *reaso
     QFile::remove(target);
     if (!m_net)
         m_net = new QNetworkAccessManager(this);
-    if (!m.opt.ProxyHost.isEmpty())
-        m_net->setProxy(QNetworkProxy(QNetworkProxy::Socks5Proxy, m.opt.ProxyHost,
-                                      quint16(m.opt.ProxyPort > 0 ? m.opt.ProxyPort : 1080)));
+    if (!sh.opt.ProxyHost.isEmpty())
+        m_net->setProxy(QNetworkProxy(QNetworkProxy::Socks5Proxy, sh.opt.ProxyHost,
+                                      quint16(sh.opt.ProxyPort > 0 ? sh.opt.ProxyPort : 1080)));
     else
         m_net->setProxy(QNetworkProxy(QNetworkProxy::NoProxy));
 
     QNetworkRequest req{QUrl(url)};
-    req.setTransferTimeout(qMax(5, int(m.opt.Timeout)) * 1000);
+    req.setTransferTimeout(qMax(5, int(sh.opt.Timeout)) * 1000);
     req.setAttribute(QNetworkRequest::RedirectPolicyAttribute, QNetworkRequest::NoLessSafeRedirectPolicy);
     QPointer<QNetworkReply> reply = m_net->get(req);
-    m.S.StopRequested = false;
-    nd::waitUntil([&] { return !reply || reply->isFinished() || m.S.StopRequested; });
+    sh.S.StopRequested = false;
+    nd::waitUntil([&] { return !reply || reply->isFinished() || sh.S.StopRequested; });
     if (!reply) {
         *reason = QStringLiteral("The download was cancelled.");
         return false;
@@ -416,9 +405,7 @@ int ServerList::importOpenServerFile(const QString &path)
     if (!f.open(QIODevice::ReadOnly))
         return 0;
     const QStringList entries = splitEntries(f.readAll());
-    QSet<QString> names;
-    for (int i = 0; i < lstServs->count(); ++i)
-        names.insert(ItemList::serverNameOf(lstServs->text(i)));
+    QSet<QString> names = serverNames();
     int added = 0;
     for (const QString &e : entries) {
         const QString item = openServerItem(e);
@@ -439,35 +426,35 @@ int ServerList::importOpenServerFile(const QString &path)
 
 void ServerList::downloadOpenServers()
 {
-    const auto a = m.prompter().message(
+    const auto a = sh.prompter().message(
         QStringLiteral("Please note this process will add a list of \"open\" servers to your server list. \"open\" servers are often limited"),
         Prompter::Information, Prompter::OkCancel);
     if (a != Prompter::AnswerOk)
         return;
     const QString target = nd::appFile(QStringLiteral("openservers.tmp"));
-    m.setBusy(true);
-    m.setStatus(1, QStringLiteral("Downloading open server list"));
+    sh.setBusy(true);
+    sh.setStatus(nd::PanelState, QStringLiteral("Downloading open server list"));
     QString reason;
     fetch(openServerListUrl(), target, &reason);
-    m.setBusy(false);
-    m.setStatus(1, QString());
+    sh.setBusy(false);
+    sh.setStatus(nd::PanelState, QString());
     const QString support = QString::fromLatin1(nd::SupportAddress);
     if (!QFileInfo::exists(target)) {
-        m.prompter().message(QStringLiteral("The open server list could not be downloaded (%1).\nPlease contact support at %2.")
-                                 .arg(reason.isEmpty() ? QStringLiteral("no answer") : reason, support),
-                             Prompter::Exclamation, Prompter::Ok, Title);
+        sh.prompter().message(QStringLiteral("The open server list could not be downloaded (%1).\nPlease contact support at %2.")
+                                  .arg(reason.isEmpty() ? QStringLiteral("no answer") : reason, support),
+                              Prompter::Exclamation, Prompter::Ok, Title);
         return;
     }
     if (QFileInfo(target).size() < 2) {
         QFile::remove(target);
-        m.prompter().message(QStringLiteral("The open server list could not be imported.\nPlease contact support at %1.").arg(support),
-                             Prompter::Exclamation, Prompter::Ok, Title);
+        sh.prompter().message(QStringLiteral("The open server list could not be imported.\nPlease contact support at %1.").arg(support),
+                              Prompter::Exclamation, Prompter::Ok, Title);
         return;
     }
-    hideList(true);
+    emit viewHidden(true);
     importOpenServerFile(target);
     QFile::remove(target);
-    hideList(false);
+    emit viewHidden(false);
     refreshCaption();
-    m.prompter().message(QStringLiteral("Done."), Prompter::Information, Prompter::Ok);
+    sh.prompter().message(QStringLiteral("Done."), Prompter::Information, Prompter::Ok);
 }

@@ -1,19 +1,19 @@
 #pragma once
-#include <QAbstractItemView>
 #include <QObject>
 #include <QPair>
-#include <QPointer>
+#include <QSet>
 #include <QString>
 #include <QStringList>
 
-class frmMain;
 class ItemList;
+class NewsSession;
 class QNetworkAccessManager;
+class Shell;
 
 // The list of news servers the program knows ("NNTP_NET.INI"): each item is a 13-character
 // status prefix and the server name, with the credential string "user|||password" beside it.
 // Works without the setup dialog: the connect code asks it for credentials, server checking
-// reads and rewrites it.
+// reads and rewrites it. The setup dialog shows it and follows its signals.
 class ServerList : public QObject {
     Q_OBJECT
 public:
@@ -21,7 +21,8 @@ public:
     static constexpr int PrefixLength = 13;
     static const QString Separator;          // "|||"
 
-    explicit ServerList(frmMain &m);
+    // Gives the session the credentials of its servers (session may be null).
+    ServerList(Shell &sh, NewsSession *session, QObject *parent = nullptr);
     ~ServerList() override;
 
     ItemList *lstServs = nullptr;
@@ -77,8 +78,6 @@ public:
     QString openServerListUrl() const;
     void setOpenServerListUrl(const QString &url) { m_url = url; }
 
-    // The list view that shows the list (hidden while long additions run).
-    void setView(QAbstractItemView *view) { m_view = view; }
     // Refreshes "NNTP Servers (n)".
     void refreshCaption();
     // True while the list itself reorders or removes items (the current item moving then is
@@ -87,14 +86,17 @@ public:
 
 signals:
     void captionChanged(const QString &caption);
+    // A server became the current one (-1: none); its view scrolls to it.
     void currentServerChanged(int index);
+    // Long additions run with the list's view hidden, deletions with its updates paused.
+    void viewHidden(bool hidden);
+    void viewFrozen(bool frozen);
 
 private:
-    void hideList(bool hide);
     bool fetch(const QString &url, const QString &target, QString *reason);
+    QSet<QString> serverNames() const;
 
-    frmMain &m;
-    QPointer<QAbstractItemView> m_view;
+    Shell &sh;
     QNetworkAccessManager *m_net = nullptr;
     QString m_url;
     bool m_loaded = false;

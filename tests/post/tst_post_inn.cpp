@@ -6,7 +6,7 @@
 #include "post/NntpProbe.h"
 #include "post/PostArticle.h"
 #include "post/Poster.h"
-#include "post/frmPostMsg.h"
+#include "gui/post/PostWindows.h"
 #include "support/InnEnv.h"
 #include "ui/ItemList.h"
 #include "ui/Prompter.h"
@@ -38,7 +38,7 @@ struct Window {
     }
     frmPostMsg *fill(const QString &subject, const QString &text, const QString &sig = QString())
     {
-        frmPostMsg *pw = w.poster->window();
+        frmPostMsg *pw = w.postWindows->window();
         pw->txtName->setText(QStringLiteral("Ann Tester"));
         pw->txtEmail->setText(QStringLiteral("ann@newsdredge.test"));
         pw->txtSubject->setText(subject);
@@ -96,9 +96,9 @@ private slots:
             x.w.lstGroups->setSelected(i, true);
         QVERIFY(x.w.action("menuPostG")->isEnabled());
         x.w.action("menuPostG")->trigger();
-        frmPostMsg *pw = x.w.poster->window();
+        frmPostMsg *pw = x.w.postWindows->window();
         QVERIFY(pw && pw->isVisible());
-        QCOMPARE(pw->PostScope, int(frmPostMsg::SelectedGroups));
+        QCOMPARE(x.w.poster->PostScope, int(Poster::SelectedGroups));
 
         const QString subject = unique(QStringLiteral("Three groups"));
         const QString longLine = QString(1500, QLatin1Char('L'));
@@ -157,7 +157,7 @@ private slots:
         x.w.action("menuPostG")->trigger();
         const QString subject = unique(QStringLiteral("Refused"));
         x.fill(subject, QStringLiteral("body"));
-        x.w.poster->window()->cmdOK->click();
+        x.w.postWindows->window()->cmdOK->click();
         const QStringList log = logLines();
         QCOMPARE(log.size(), 2);
         QVERIFY2(log[0].endsWith(QStringLiteral(" - Unable to Post to %1 %2").arg(x.w.opt.NNTPServer, subject)), qPrintable(log[0]));
@@ -178,14 +178,14 @@ private slots:
         QVERIFY(!x.w.S.PostingAllowed);
         x.w.S.CurrentGroup = QStringLiteral("alt.test.newsdredge");
         x.w.UpdateCaption(QStringLiteral("1"));
-        QVERIFY(x.w.poster->OpenPost(frmPostMsg::CurrentGroup));
+        QVERIFY(x.w.poster->OpenPost(Poster::CurrentGroup));
         const QString subject = unique(QStringLiteral("No permission"));
         x.fill(subject, QStringLiteral("body"));
-        x.w.poster->window()->cmdOK->click();
+        x.w.postWindows->window()->cmdOK->click();
         QCOMPARE(logLines().size(), 1);
         QVERIFY2(logLines()[0].contains(QStringLiteral(" - Unable to Post to %1 ").arg(inn::server(inn::portNoPost()))),
                  qPrintable(logLines()[0]));
-        QCOMPARE(x.w.poster->window()->status(1), QStringLiteral("Finished Posting"));
+        QCOMPARE(x.w.postWindows->window()->status(1), QStringLiteral("Finished Posting"));
         QVERIFY(fetch(inn::portOpen(), "alt.test.newsdredge", subject).isEmpty());
     }
 
@@ -201,16 +201,16 @@ private slots:
         x.w.lstFavorites->setSelected(1, true);
         // connected: refused, each favourite needs its own session
         x.w.session->NNTP_Connect(false);
-        QVERIFY(!x.w.poster->OpenPost(frmPostMsg::SelectedFavorites));
+        QVERIFY(!x.w.poster->OpenPost(Poster::SelectedFavorites));
         QVERIFY(x.p.wasAsked(QStringLiteral("Please Disconnect First")));
-        QVERIFY(!x.w.poster->window());
+        QVERIFY(!x.w.postWindows->window());
         x.w.session->NNTP_Disconnect();
 
         x.w.action("menuPostF")->trigger();
-        QVERIFY(x.w.poster->window());
+        QVERIFY(x.w.postWindows->window());
         const QString subject = unique(QStringLiteral("Two servers"));
         x.fill(subject, QStringLiteral("favourites"));
-        x.w.poster->window()->cmdOK->click();
+        x.w.postWindows->window()->cmdOK->click();
         const QStringList log = logLines();
         QCOMPARE(log.size(), 2);
         QVERIFY2(log[0].endsWith(QStringLiteral("Posted:%1 (alt.test.newsdredge) %2").arg(a, subject)), qPrintable(log[0]));
@@ -237,14 +237,14 @@ private slots:
         // outside a message listing a reply is refused
         QVERIFY(!x.w.poster->Reply("o@x.test", origSubject, msgId, QString(), QStringLiteral("hi")));
         QVERIFY(x.p.wasAsked(QStringLiteral("Must Be in Message Listing to Use This Function")));
-        QVERIFY(!x.w.poster->window());
+        QVERIFY(!x.w.postWindows->window());
 
         x.w.S.CurrentGroup = QStringLiteral("alt.test.newsdredge");
         x.w.UpdateCaption(QStringLiteral("1"));
         x.w.store().save(QStringLiteral("Signature"), QStringLiteral("Ann's sig"));
         const QString body = QString(60, QLatin1Char('a')) + QString(60, QLatin1Char('b')) + QString(130, QLatin1Char('c'));
         QVERIFY(x.w.poster->Reply("o@x.test", origSubject, msgId, QStringLiteral("<older@x.test>"), body));
-        frmPostMsg *pw = x.w.poster->window();
+        frmPostMsg *pw = x.w.postWindows->window();
         QVERIFY(pw->isVisible());
         QCOMPARE(pw->windowModality(), Qt::ApplicationModal);
         QVERIFY(x.w.poster->replyMode());

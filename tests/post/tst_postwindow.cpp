@@ -1,7 +1,7 @@
 // The post window without a server: checks, validation and remembered fields.
 #include "app/frmMain.h"
 #include "post/Poster.h"
-#include "post/frmPostMsg.h"
+#include "gui/post/PostWindows.h"
 #include "settings/SettingsStore.h"
 #include "ui/ItemList.h"
 #include "ui/Prompter.h"
@@ -24,20 +24,20 @@ private slots:
         ScriptedPrompter p;
         frmMain w(&p, frmMain::Options{false, true});
         // current group: only in a message listing with the grid enabled
-        QVERIFY(!w.poster->OpenPost(frmPostMsg::CurrentGroup));
+        QVERIFY(!w.poster->OpenPost(Poster::CurrentGroup));
         QCOMPARE(p.asked.last().text, QStringLiteral("Must Be in Message Listing to Use This Function"));
         QCOMPARE(p.asked.last().icon, Prompter::Exclamation);
         QCOMPARE(p.asked.last().title, QStringLiteral("Newsdredge!"));
-        QVERIFY(!w.poster->window());   // unloaded again
+        QVERIFY(!w.postWindows->window());   // unloaded again
         w.S.CurrentGroup = QStringLiteral("alt.test");
         w.UpdateCaption(QStringLiteral("1"));
         w.MSHResults->setEnabled(false);
-        QVERIFY(!w.poster->OpenPost(frmPostMsg::CurrentGroup));
+        QVERIFY(!w.poster->OpenPost(Poster::CurrentGroup));
         w.MSHResults->setEnabled(true);
-        QVERIFY(w.poster->OpenPost(frmPostMsg::CurrentGroup));
-        QVERIFY(w.poster->window()->isVisible());
-        w.poster->window()->close();
-        QVERIFY(!w.poster->window());
+        QVERIFY(w.poster->OpenPost(Poster::CurrentGroup));
+        QVERIFY(w.postWindows->window()->isVisible());
+        w.postWindows->window()->close();
+        QVERIFY(!w.postWindows->window());
 
         // selected groups and favourites: a selection is needed
         p.clear();
@@ -45,14 +45,14 @@ private slots:
         w.action("menuPostG")->trigger();
         QCOMPARE(p.texts(), QStringList{"Please Select Item(s) First"});
         w.lstGroups->setSelected(0, true);
-        QVERIFY(w.poster->OpenPost(frmPostMsg::SelectedGroups));
-        w.poster->window()->close();
+        QVERIFY(w.poster->OpenPost(Poster::SelectedGroups));
+        w.postWindows->window()->close();
         p.clear();
         w.lstFavorites->addMany({"alt.a (news1)"});
         w.action("menuPostF")->trigger();
         QCOMPARE(p.texts(), QStringList{"Please Select Item(s) First"});
         w.lstFavorites->setSelected(0, true);
-        QVERIFY(w.poster->OpenPost(frmPostMsg::SelectedFavorites));
+        QVERIFY(w.poster->OpenPost(Poster::SelectedFavorites));
     }
 
     void validation()
@@ -61,8 +61,8 @@ private slots:
         frmMain w(&p, frmMain::Options{false, true});
         w.lstGroups->addMany({"alt.a (0)"});
         w.lstGroups->setSelected(0, true);
-        QVERIFY(w.poster->OpenPost(frmPostMsg::SelectedGroups));
-        frmPostMsg *pw = w.poster->window();
+        QVERIFY(w.poster->OpenPost(Poster::SelectedGroups));
+        frmPostMsg *pw = w.postWindows->window();
         pw->txtName->setText(QStringLiteral("Ann"));
         pw->txtEmail->setText(QStringLiteral("ann@x.test"));
         pw->txtSubject->setText(QStringLiteral("   "));
@@ -102,8 +102,8 @@ private slots:
         frmMain w(&p, frmMain::Options{false, true});
         w.lstGroups->addMany({"alt.a (0)"});
         w.lstGroups->setSelected(0, true);
-        QVERIFY(w.poster->OpenPost(frmPostMsg::SelectedGroups));
-        frmPostMsg *pw = w.poster->window();
+        QVERIFY(w.poster->OpenPost(Poster::SelectedGroups));
+        frmPostMsg *pw = w.postWindows->window();
         QCOMPARE(pw->txtName->text(), QStringLiteral("Stored Name"));
         QCOMPARE(pw->txtEmail->text(), QStringLiteral("stored@x.test"));
         QCOMPARE(pw->txtSubject->text(), QStringLiteral("Stored subject"));

@@ -1,4 +1,5 @@
 #include "MiniHttp.h"
+#include "app/BatchShell.h"
 #include "app/Paths.h"
 #include "app/frmMain.h"
 #include "news/Session.h"
@@ -51,6 +52,22 @@ private slots:
         QFile::remove(ServerList::listFile());
         QDir(nd::cacheDir()).removeRecursively();
         qunsetenv("NEWSDREDGE_SERVERLIST_URL");
+    }
+
+    // A batch run has no window: it reads the list for credentials and never writes it.
+    void batchRunsReadTheListButNeverWriteIt()
+    {
+        ItemList stored;
+        stored.add(QStringLiteral("00012  OK    news.a.org"), QStringLiteral("ann|||secret"));
+        QVERIFY(stored.saveWithSecond(ServerList::listFile(), true));
+        const QByteArray before = readAll(ServerList::listFile());
+        ScriptedPrompter p;
+        BatchShell sh(&p);
+        ServerList s(sh, nullptr);
+        QCOMPARE(s.credentialsFor(QStringLiteral("news.a.org")), (QPair<QString, QString>{"ann", "secret"}));
+        s.lstServs->add(ServerList::Unchecked + QStringLiteral("news.b.org"));
+        QVERIFY(!s.save());
+        QCOMPARE(readAll(ServerList::listFile()), before);
     }
 
     void newServerRefusesDuplicateNamesOnly()

@@ -1,7 +1,7 @@
 #include "app/Paths.h"
 #include "app/frmMain.h"
 #include "news/Session.h"
-#include "options/frmSetup.h"
+#include "gui/options/frmSetup.h"
 #include "servers/ServerList.h"
 #include "ui/ItemList.h"
 #include "ui/Prompter.h"
@@ -34,7 +34,7 @@ struct Fixture {
     Fixture()
     {
         if (!w.setup)
-            w.setup = new frmSetup(w);
+            w.setup = new frmSetup(w.shell(), *w.servers, w.session, &w);
         d = w.setup;
     }
     void open() { d->openSetup(); }

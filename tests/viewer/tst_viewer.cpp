@@ -8,7 +8,8 @@
 #include "messages/MessageGrid.h"
 #include "news/Session.h"
 #include "post/Poster.h"
-#include "post/frmPostMsg.h"
+#include "gui/post/PostWindows.h"
+#include "gui/post/frmPostMsg.h"
 #include "support/ArticleServer.h"
 #include "ui/ItemList.h"
 #include "gui/ui/PictureBox.h"
@@ -455,9 +456,9 @@ private slots:
         QVERIFY(reply->isEnabled());   // the post window is there to write it in
         reply->trigger();
         QVERIFY(x.p.asked.isEmpty());
-        frmPostMsg *post = x.w.poster->window();
+        frmPostMsg *post = x.w.postWindows->window();
         QVERIFY(post && post->isVisible());
-        QCOMPARE(post->ReplyMode, 1);
+        QCOMPARE(x.w.poster->ReplyMode, 1);
         QCOMPARE(post->txtSubject->text(), QStringLiteral("Re : long"));
         QCOMPARE(post->txtMessage->toPlainText(),
                  QStringLiteral("\n\n-- Ann\n") + QString(40, QLatin1Char('-')) + QLatin1Char('\n') + QString(100, QLatin1Char('a')));

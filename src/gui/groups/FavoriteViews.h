@@ -18,6 +18,7 @@ protected:
 
 private:
     bool dragEvent(QEvent *event);
+    bool keyPress(QKeyEvent *event);
 
     QListView *m_view;
     QListView *m_groupsView;

@@ -1193,75 +1193,19 @@ void NewsTransport::handleStatus(const QByteArray &line)
         return;
     case Step::List:
     case Step::ListPlain:
-        if (code == 215) {
-            beginData();
-        } else if (m_step == Step::List && (code == 500 || code == 501)) {
-            sendCommand("LIST", Step::ListPlain);
-        } else {
-            failOperation(code, text, 0);
-        }
+        listStatus(code, text);
         return;
     case Step::Group:
-        if (code == 211) {
-            const QList<QByteArray> f = line.simplified().split(' ');
-            m_group.Name = m_pendingGroup;
-            m_group.Articles.clear();
-            m_group.Estimated = f.size() > 1 ? f.at(1).toLongLong() : 0;
-            m_group.First = f.size() > 2 ? f.at(2).toLongLong() : 0;
-            m_group.Last = f.size() > 3 ? f.at(3).toLongLong() : 0;
-            m_groupSelected = true;
-            finishOperation(code, text);
-        } else {
-            failOperation(code, text, 0);
-        }
+        groupStatus(line, code, text);
         return;
     case Step::OverFmt:
-        m_fmtLines.clear();
-        if (code == 215) {
-            beginData();
-        } else {
-            m_fmt = OverviewFormat::fromLines({});
-            m_fmtKnown = true;
-            nextHeaderChunk();
-        }
+        overviewFormatStatus(code);
         return;
     case Step::Hdr:
-        if (code == 225 || code == 221) {
-            beginData();
-        } else if (code == 500 || code == 501) {
-            // try the older command, else list without the Path column
-            m_hdrCommand = (m_hdrCommand == "HDR") ? QByteArray("XHDR") : QByteArray();
-            if (m_hdrCommand.isEmpty())
-                m_chunkLast = m_last;
-            const QByteArray range =
-                QByteArray::number(m_next) + '-' + QByteArray::number(m_chunkLast);
-            if (!m_hdrCommand.isEmpty())
-                sendCommand(m_hdrCommand + " Path " + range, Step::Hdr);
-            else
-                sendCommand(m_overCommand + ' ' + range, Step::Over);
-        } else if (code == 480 || code == 412) {
-            failOperation(code, text, 0);
-        } else {
-            // no Path for this range (423 and the like): the rows still come
-            sendCommand(m_overCommand + ' ' + QByteArray::number(m_next) + '-' +
-                            QByteArray::number(m_chunkLast),
-                        Step::Over);
-        }
+        headerStatus(code, text);
         return;
     case Step::Over:
-        if (code == 224) {
-            beginData();
-        } else if (code == 423 || code == 420) {
-            m_next = m_chunkLast + 1;  // nothing in this range
-            nextHeaderChunk();
-        } else if ((code == 500 || code == 501) && m_overCommand == "OVER") {
-            m_overCommand = "XOVER";
-            sendCommand(m_overCommand + ' ' + QByteArray::number(m_next) + '-' +
-                            QByteArray::number(m_chunkLast),
-                        Step::Over);
-        } else {
-            failOperation(code, text, 0);
-        }
+        overviewStatus(code, text);
         return;
     case Step::Article:
         if (code == 220) {
@@ -1273,21 +1217,8 @@ void NewsTransport::handleStatus(const QByteArray &line)
         }
         return;
     case Step::PostStart:
-        if (code == 340) {
-            m_step = Step::PostData;
-            if (m_socket)
-                m_socket->write(m_postData);
-            armTimer();
-            m_postData.clear();
-        } else {
-            failOperation(code, text, 0);
-        }
-        return;
     case Step::PostData:
-        if (code == 240)
-            finishOperation(code, text);
-        else
-            failOperation(code, text, 0);
+        postStatus(code, text);
         return;
     case Step::Quit:
         teardownSocket();
@@ -1299,6 +1230,107 @@ void NewsTransport::handleStatus(const QByteArray &line)
     case Step::None:
         return;  // unsolicited line (e.g. 400 before closing an idle session)
     }
+}
+
+void NewsTransport::listStatus(qint32 code, const QString &text)
+{
+    if (code == 215) {
+        beginData();
+    } else if (m_step == Step::List && (code == 500 || code == 501)) {
+        sendCommand("LIST", Step::ListPlain);
+    } else {
+        failOperation(code, text, 0);
+    }
+}
+
+void NewsTransport::groupStatus(const QByteArray &line, qint32 code, const QString &text)
+{
+    if (code != 211) {
+        failOperation(code, text, 0);
+        return;
+    }
+    const QList<QByteArray> f = line.simplified().split(' ');
+    m_group.Name = m_pendingGroup;
+    m_group.Articles.clear();
+    m_group.Estimated = f.size() > 1 ? f.at(1).toLongLong() : 0;
+    m_group.First = f.size() > 2 ? f.at(2).toLongLong() : 0;
+    m_group.Last = f.size() > 3 ? f.at(3).toLongLong() : 0;
+    m_groupSelected = true;
+    finishOperation(code, text);
+}
+
+void NewsTransport::overviewFormatStatus(qint32 code)
+{
+    m_fmtLines.clear();
+    if (code == 215) {
+        beginData();
+    } else {
+        m_fmt = OverviewFormat::fromLines({});
+        m_fmtKnown = true;
+        nextHeaderChunk();
+    }
+}
+
+void NewsTransport::headerStatus(qint32 code, const QString &text)
+{
+    if (code == 225 || code == 221) {
+        beginData();
+    } else if (code == 500 || code == 501) {
+        // try the older command, else list without the Path column
+        m_hdrCommand = (m_hdrCommand == "HDR") ? QByteArray("XHDR") : QByteArray();
+        if (m_hdrCommand.isEmpty())
+            m_chunkLast = m_last;
+        const QByteArray range =
+            QByteArray::number(m_next) + '-' + QByteArray::number(m_chunkLast);
+        if (!m_hdrCommand.isEmpty())
+            sendCommand(m_hdrCommand + " Path " + range, Step::Hdr);
+        else
+            sendCommand(m_overCommand + ' ' + range, Step::Over);
+    } else if (code == 480 || code == 412) {
+        failOperation(code, text, 0);
+    } else {
+        // no Path for this range (423 and the like): the rows still come
+        sendCommand(m_overCommand + ' ' + QByteArray::number(m_next) + '-' +
+                        QByteArray::number(m_chunkLast),
+                    Step::Over);
+    }
+}
+
+void NewsTransport::overviewStatus(qint32 code, const QString &text)
+{
+    if (code == 224) {
+        beginData();
+    } else if (code == 423 || code == 420) {
+        m_next = m_chunkLast + 1;  // nothing in this range
+        nextHeaderChunk();
+    } else if ((code == 500 || code == 501) && m_overCommand == "OVER") {
+        m_overCommand = "XOVER";
+        sendCommand(m_overCommand + ' ' + QByteArray::number(m_next) + '-' +
+                        QByteArray::number(m_chunkLast),
+                    Step::Over);
+    } else {
+        failOperation(code, text, 0);
+    }
+}
+
+void NewsTransport::postStatus(qint32 code, const QString &text)
+{
+    if (m_step == Step::PostData) {
+        if (code == 240)
+            finishOperation(code, text);
+        else
+            failOperation(code, text, 0);
+        return;
+    }
+    if (code != 340) {
+        failOperation(code, text, 0);
+        return;
+    }
+    m_step = Step::PostData;
+    if (m_socket)
+        m_socket->write(m_postData);
+    armTimer();
+    m_postData.clear();
 }
 
 void NewsTransport::handleData(const char *data, qsizetype size)

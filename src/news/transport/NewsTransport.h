@@ -170,6 +170,13 @@ private:
     void onTimeout();
     void processBuffer();
     void handleStatus(const QByteArray &line);
+    // The answer's status line, by the step that waits for it.
+    void listStatus(qint32 code, const QString &text);
+    void groupStatus(const QByteArray &line, qint32 code, const QString &text);
+    void overviewFormatStatus(qint32 code);
+    void headerStatus(qint32 code, const QString &text);
+    void overviewStatus(qint32 code, const QString &text);
+    void postStatus(qint32 code, const QString &text);
     void handleData(const char *data, qsizetype size);
     void handleDataEnd();
     bool rawText() const { return m_rawOverview && m_step == Step::Over && m_inData; }

@@ -1,35 +1,27 @@
 #pragma once
 #include <QWidget>
 
-class frmMain;
+class Poster;
+class Shell;
 class QLabel;
 class QLineEdit;
 class QPlainTextEdit;
 class QPushButton;
 class QStatusBar;
 
-// The post window: composes a plain-text article and posts it to the current group, to the
-// groups selected in the group list, or to the groups of the selected favourites (each on its
-// own server). Every attempt is logged in POST.LOG.
+// The post window: collects a plain-text article (name, e-mail, subject, text, signature) and
+// hands it to the Poster, which posts it to the current group, to the groups selected in the
+// group list, or to the groups of the selected favourites; the window shows how the run goes.
 class frmPostMsg : public QWidget {
     Q_OBJECT
 public:
-    // Where the article goes.
-    enum Scope { SelectedGroups = 0, SelectedFavorites = 1, CurrentGroup = 2 };
+    frmPostMsg(Shell &sh, Poster &poster, QWidget *parent);
 
-    explicit frmPostMsg(frmMain &m);
-
-    int PostScope = CurrentGroup;
-    int ReplyMode = 0;                // 1 while a reply is composed
-    QString ReplyReferences;          // References and In-Reply-To of a reply
-    QString ReplyInReplyTo;
-
-    // Whether the window may open for PostScope; shows why not.
-    bool CheckWindows();
     // OK: validation, then the posting run.
     void OkClicked();
+    // The run over the window's name and e-mail with this subject and text.
     void cmdPostMessage(const QString &subject, const QString &messageText);
-    bool posting() const { return m_posting; }
+    bool posting() const;
 
     QLineEdit *txtName = nullptr;
     QLineEdit *txtEmail = nullptr;
@@ -49,14 +41,14 @@ protected:
     bool eventFilter(QObject *watched, QEvent *event) override;
 
 private:
+    void buildWidgets();
+    void loadFields();
     void setStatus(int panel, const QString &text);
     void saveFields();
-    bool connectTo(const QString &server);
-    void logLine(const QString &line);
 
-    frmMain &m;
+    Shell &sh;
+    Poster &poster;
     QLabel *m_panels[2] = {nullptr, nullptr};
-    bool m_posting = false;
     bool m_loading = true;
     bool m_closeAfterRun = false;
 };

@@ -2,8 +2,9 @@
 #include <QDialog>
 #include <QString>
 
-class frmMain;
+class NewsSession;
 class ServerList;
+class Shell;
 class QCheckBox;
 class QGroupBox;
 class QLabel;
@@ -18,10 +19,15 @@ class QToolBar;
 // The setup dialog: the server list with the credentials of each server ("Server Settings")
 // and the options, the download directory and the proxy ("Additional Settings/Proxy").
 // Created on first use and kept; every opening loads it afresh from the program's values.
+// It works over the server list and the options; a double-click connects through the session.
 class frmSetup : public QDialog {
     Q_OBJECT
 public:
-    explicit frmSetup(frmMain &m);
+    frmSetup(Shell &sh, ServerList &servers, NewsSession *session, QWidget *parent = nullptr);
+
+    // Attaches the Setup command: the dialog is made on first use and kept in *slot.
+    static void wireCommand(Shell &sh, ServerList &servers, NewsSession *session, QWidget *parent,
+                            frmSetup **slot);
 
     // The Setup command: Setup off, the dialog modally, Setup on again.
     void runModal();
@@ -94,12 +100,17 @@ protected:
 private:
     QWidget *buildServerTab();
     QWidget *buildOptionsTab();
+    QGroupBox *buildOptionsBox(QWidget *page);
+    void buildSaveFilesBox(QWidget *page);
+    QGroupBox *buildProxyBox(QWidget *page);
     void fillDirList();
     void noServerSelected();
     bool hasCurrentServer() const;
+    bool isDisconnected() const;
 
-    frmMain &m;
+    Shell &sh;
     ServerList &servers;
+    NewsSession *session;
     QString m_dirPath;
     bool m_connectAfterClose = false;
     bool m_warning = false;

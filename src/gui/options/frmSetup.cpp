@@ -1,8 +1,8 @@
-#include "options/frmSetup.h"
+#include "gui/options/frmSetup.h"
 
 #include "app/Constants.h"
 #include "app/Paths.h"
-#include "app/frmMain.h"
+#include "app/Shell.h"
 #include "news/Session.h"
 #include "servers/ServerList.h"
 #include "ui/ItemList.h"
@@ -33,8 +33,17 @@ const QString Title = QStringLiteral("Newsdredge!");
 const QString Parent = QStringLiteral("..");
 } // namespace
 
-frmSetup::frmSetup(frmMain &main)
-    : QDialog(&main), m(main), servers(*main.servers)
+void frmSetup::wireCommand(Shell &sh, ServerList &servers, NewsSession *session, QWidget *parent, frmSetup **slot)
+{
+    sh.wireCommand(QStringLiteral("menuSetup"), [&sh, &servers, session, parent, slot] {
+        if (!*slot)
+            *slot = new frmSetup(sh, servers, session, parent);
+        (*slot)->runModal();
+    });
+}
+
+frmSetup::frmSetup(Shell &shell, ServerList &serverList, NewsSession *newsSession, QWidget *parent)
+    : QDialog(parent), sh(shell), servers(serverList), session(newsSession)
 {
     setObjectName(QStringLiteral("frmSetup"));
     setWindowTitle(QStringLiteral("Setup"));
@@ -66,8 +75,14 @@ frmSetup::frmSetup(frmMain &main)
     resize(640, 540);
 
     connect(&servers, &ServerList::captionChanged, frameServers, &QGroupBox::setTitle);
-    connect(&servers, &ServerList::currentServerChanged, this, &frmSetup::lstServs_Click);
-    connect(&m.shell(), &Shell::shuttingDown, this, [this] {
+    connect(&servers, &ServerList::currentServerChanged, this, [this](int index) {
+        if (index >= 0)
+            lstServs->scrollTo(servers.lstServs->index(index));
+        lstServs_Click(index);
+    });
+    connect(&servers, &ServerList::viewHidden, lstServs, [this](bool hidden) { lstServs->setVisible(!hidden); });
+    connect(&servers, &ServerList::viewFrozen, lstServs, [this](bool frozen) { lstServs->setUpdatesEnabled(!frozen); });
+    connect(&sh, &Shell::shuttingDown, this, [this] {
         if (isVisible())
             reject();
     });
@@ -114,7 +129,6 @@ QWidget *frmSetup::buildServerTab()
     // the status prefix lines up only in a fixed-pitch font
     lstServs->setFont(QFontDatabase::systemFont(QFontDatabase::FixedFont));
     lstServs->installEventFilter(this);
-    servers.setView(lstServs);
     connect(servers.lstServs->selectionModel(), &QItemSelectionModel::currentChanged, this,
             [this](const QModelIndex &cur) {
                 if (cur.isValid() && !servers.changing())
@@ -147,7 +161,7 @@ QWidget *frmSetup::buildServerTab()
     cmdUsenet = new QPushButton(QStringLiteral("Free Full Access Usenet Account"), page);
     cmdUsenet->setObjectName(QStringLiteral("cmdUsenet"));
     cmdUsenet->setAutoDefault(false);
-    connect(cmdUsenet, &QPushButton::clicked, this, [this] { m.OpenDocument(QString::fromLatin1(nd::UrlFreeAccount)); });
+    connect(cmdUsenet, &QPushButton::clicked, this, [this] { sh.OpenDocument(QString::fromLatin1(nd::UrlFreeAccount)); });
 
     auto *l = new QVBoxLayout(page);
     l->addWidget(frameServers, 1);
@@ -159,6 +173,21 @@ QWidget *frmSetup::buildServerTab()
 QWidget *frmSetup::buildOptionsTab()
 {
     auto *page = new QWidget(this);
+    QGroupBox *checks = buildOptionsBox(page);
+    buildSaveFilesBox(page);
+    QGroupBox *proxy = buildProxyBox(page);
+    auto *right = new QVBoxLayout;
+    right->addWidget(frameSaveFiles, 1);
+    right->addWidget(proxy);
+    auto *l = new QHBoxLayout(page);
+    l->addWidget(checks);
+    l->addLayout(right, 1);
+    return page;
+}
+
+// The check boxes and the number boxes.
+QGroupBox *frmSetup::buildOptionsBox(QWidget *page)
+{
     auto check = [page](QCheckBox *&box, const char *name, const char *caption) {
         box = new QCheckBox(QString::fromLatin1(caption), page);
         box->setObjectName(QString::fromLatin1(name));
@@ -175,15 +204,15 @@ QWidget *frmSetup::buildOptionsTab()
 
     // saved the moment they are clicked
     connect(chkTray, &QCheckBox::clicked, this, [this](bool on) {
-        m.store().save(QStringLiteral("Tray"), on ? QStringLiteral("1") : QStringLiteral("0"));
+        sh.store().save(QStringLiteral("Tray"), on ? QStringLiteral("1") : QStringLiteral("0"));
     });
     connect(chkWebSave, &QCheckBox::clicked, this, [this](bool on) {
-        m.store().save(QStringLiteral("WEBSave"), on ? QStringLiteral("1") : QStringLiteral("0"));
-        m.opt.WEBSave = m.store().getBool(QStringLiteral("WEBSave"), true);
+        sh.store().save(QStringLiteral("WEBSave"), on ? QStringLiteral("1") : QStringLiteral("0"));
+        sh.opt.WEBSave = sh.store().getBool(QStringLiteral("WEBSave"), true);
     });
     connect(chkFTPSave, &QCheckBox::clicked, this, [this](bool on) {
-        m.store().save(QStringLiteral("FTPSave"), on ? QStringLiteral("1") : QStringLiteral("0"));
-        m.opt.FTPSave = m.store().getBool(QStringLiteral("FTPSave"), true);
+        sh.store().save(QStringLiteral("FTPSave"), on ? QStringLiteral("1") : QStringLiteral("0"));
+        sh.opt.FTPSave = sh.store().getBool(QStringLiteral("FTPSave"), true);
     });
 
     auto numberBox = [page, this](QLineEdit *&box, const char *name) {
@@ -196,11 +225,11 @@ QWidget *frmSetup::buildOptionsTab()
     numberBox(txtTimeout, "txtTimeout");
     numberBox(txtMinGroups, "txtMinGroups");
     connect(txtNew, &QLineEdit::textEdited, this, [this](const QString &text) {
-        m.store().save(QStringLiteral("NewMsgs"), text);
+        sh.store().save(QStringLiteral("NewMsgs"), text);
         bool ok = false;
         const int n = text.toInt(&ok);
         if (ok)
-            m.opt.NewMsgs = n;
+            sh.opt.NewMsgs = n;
     });
 
     auto *checks = new QGroupBox(QStringLiteral("Options"), page);
@@ -212,7 +241,12 @@ QWidget *frmSetup::buildOptionsTab()
     numbers->addRow(QStringLiteral("Server connect timeout"), txtTimeout);
     numbers->addRow(QStringLiteral("Minimum groups to be valid"), txtMinGroups);
     cl->addLayout(numbers);
+    return checks;
+}
 
+// The download directory.
+void frmSetup::buildSaveFilesBox(QWidget *page)
+{
     frameSaveFiles = new QGroupBox(QStringLiteral("Save Files"), page);
     frameSaveFiles->setObjectName(QStringLiteral("frameSaveFiles"));
     lblDir = new QLabel(frameSaveFiles);
@@ -244,7 +278,10 @@ QWidget *frmSetup::buildOptionsTab()
     dirButtons->addWidget(driveDialog);
     dirButtons->addWidget(cmdDir);
     sl->addLayout(dirButtons);
+}
 
+QGroupBox *frmSetup::buildProxyBox(QWidget *page)
+{
     auto *proxy = new QGroupBox(QStringLiteral("Proxy Server"), page);
     proxy->setObjectName(QStringLiteral("frameProxy"));
     txtProxyAddress = new QLineEdit(proxy);
@@ -257,14 +294,7 @@ QWidget *frmSetup::buildOptionsTab()
     auto *pl = new QFormLayout(proxy);
     pl->addRow(QStringLiteral("Address"), txtProxyAddress);
     pl->addRow(QStringLiteral("Port"), txtProxyPort);
-
-    auto *right = new QVBoxLayout;
-    right->addWidget(frameSaveFiles, 1);
-    right->addWidget(proxy);
-    auto *l = new QHBoxLayout(page);
-    l->addWidget(checks);
-    l->addLayout(right, 1);
-    return page;
+    return proxy;
 }
 
 QAction *frmSetup::serverButton(const QString &key) const
@@ -276,10 +306,10 @@ QAction *frmSetup::serverButton(const QString &key) const
 
 void frmSetup::runModal()
 {
-    m.SetMenuState(1, false);
+    sh.SetMenuState(nd::Cmd::Setup, false);
     Load();
     exec();
-    m.SetMenuState(1, true);
+    sh.SetMenuState(nd::Cmd::Setup, true);
 }
 
 void frmSetup::openSetup()
@@ -291,27 +321,27 @@ void frmSetup::openSetup()
 void frmSetup::Load()
 {
     m_connectAfterClose = false;
-    chkTray->setChecked(m.store().get(QStringLiteral("Tray"), QStringLiteral("0")) == QLatin1String("1"));
-    chkWebSave->setChecked(m.store().getBool(QStringLiteral("WEBSave"), true));
-    chkFTPSave->setChecked(m.store().getBool(QStringLiteral("FTPSave"), true));
-    chkHTTP->setChecked(m.opt.SaveHTTP != 0);
-    chkFTP->setChecked(m.opt.SaveFTP != 0);
-    chkBinary->setChecked(m.opt.BinariesOnly != 0);
-    chkAutoLoad->setChecked(m.opt.AutoLoadGroups != 0);
-    chkFileDelete->setChecked(m.opt.ConfirmFileDelete != 0);
-    chkShow->setChecked(m.opt.ShowMNumbers != 0);
-    txtNew->setText(m.store().get(QStringLiteral("NewMsgs"), QStringLiteral("500")));
-    txtTimeout->setText(QString::number(m.opt.Timeout));
-    txtMinGroups->setText(QString::number(m.opt.MinimumGroups));
-    txtProxyAddress->setText(m.opt.ProxyHost);
-    txtProxyPort->setText(m.opt.ProxyPort > 0 ? QString::number(m.opt.ProxyPort) : QStringLiteral("1080"));
+    chkTray->setChecked(sh.store().get(QStringLiteral("Tray"), QStringLiteral("0")) == QLatin1String("1"));
+    chkWebSave->setChecked(sh.store().getBool(QStringLiteral("WEBSave"), true));
+    chkFTPSave->setChecked(sh.store().getBool(QStringLiteral("FTPSave"), true));
+    chkHTTP->setChecked(sh.opt.SaveHTTP != 0);
+    chkFTP->setChecked(sh.opt.SaveFTP != 0);
+    chkBinary->setChecked(sh.opt.BinariesOnly != 0);
+    chkAutoLoad->setChecked(sh.opt.AutoLoadGroups != 0);
+    chkFileDelete->setChecked(sh.opt.ConfirmFileDelete != 0);
+    chkShow->setChecked(sh.opt.ShowMNumbers != 0);
+    txtNew->setText(sh.store().get(QStringLiteral("NewMsgs"), QStringLiteral("500")));
+    txtTimeout->setText(QString::number(sh.opt.Timeout));
+    txtMinGroups->setText(QString::number(sh.opt.MinimumGroups));
+    txtProxyAddress->setText(sh.opt.ProxyHost);
+    txtProxyPort->setText(sh.opt.ProxyPort > 0 ? QString::number(sh.opt.ProxyPort) : QStringLiteral("1080"));
     setDefaultDir();
 
     txtUserID->clear();
     txtPassword->clear();
     servers.loadSortAndSave();
     servers.refreshCaption();
-    const int current = servers.findServer(m.opt.NNTPServer);
+    const int current = servers.findServer(sh.opt.NNTPServer);
     if (current >= 0)
         servers.makeCurrent(current);
     else
@@ -326,25 +356,24 @@ void frmSetup::cmdOK_Click()
         credentialsLeft();
     txtMinGroups_Validate();
     txtTimeout_Validate();
-    m.opt.ShowMNumbers = chkShow->isChecked() ? 1 : 0;
-    m.opt.SaveHTTP = chkHTTP->isChecked() ? 1 : 0;
-    m.opt.SaveFTP = chkFTP->isChecked() ? 1 : 0;
-    m.opt.AutoLoadGroups = chkAutoLoad->isChecked() ? 1 : 0;
-    m.opt.BinariesOnly = chkBinary->isChecked() ? 1 : 0;
-    m.opt.ConfirmFileDelete = chkFileDelete->isChecked() ? 1 : 0;
-    m.opt.MinimumGroups = qint32(leadingNumber(txtMinGroups->text()));
-    m.opt.Timeout = qint32(leadingNumber(txtTimeout->text()));
+    sh.opt.ShowMNumbers = chkShow->isChecked() ? 1 : 0;
+    sh.opt.SaveHTTP = chkHTTP->isChecked() ? 1 : 0;
+    sh.opt.SaveFTP = chkFTP->isChecked() ? 1 : 0;
+    sh.opt.AutoLoadGroups = chkAutoLoad->isChecked() ? 1 : 0;
+    sh.opt.BinariesOnly = chkBinary->isChecked() ? 1 : 0;
+    sh.opt.ConfirmFileDelete = chkFileDelete->isChecked() ? 1 : 0;
+    sh.opt.MinimumGroups = qint32(leadingNumber(txtMinGroups->text()));
+    sh.opt.Timeout = qint32(leadingNumber(txtTimeout->text()));
 
     const QString proxyHost = txtProxyAddress->text().trimmed();
     const qint64 proxyPort = leadingNumber(txtProxyPort->text());
     const qint32 port = proxyPort > 0 && proxyPort <= 65535 ? qint32(proxyPort) : 1080;
-    const bool proxyChanged = proxyHost != m.opt.ProxyHost || (!proxyHost.isEmpty() && port != m.opt.ProxyPort);
-    m.opt.ProxyHost = proxyHost;
-    m.opt.ProxyPort = port;
+    const bool proxyChanged = proxyHost != sh.opt.ProxyHost || (!proxyHost.isEmpty() && port != sh.opt.ProxyPort);
+    sh.opt.ProxyHost = proxyHost;
+    sh.opt.ProxyPort = port;
     // a new proxy takes effect on the next session; an idle transport is replaced at once
-    if (proxyChanged && m.session && !m.session->transactionRunning()
-        && m.transportStateText() == QLatin1String("Disconnected from NNTP Server"))
-        m.session->CreateTransport();
+    if (proxyChanged && session && !session->transactionRunning() && isDisconnected())
+        session->CreateTransport();
 
     servers.save();
     accept();
@@ -357,6 +386,12 @@ void frmSetup::cmdCancel_Click()
 
 // ------------------------------------------------------------------ server list events
 
+bool frmSetup::isDisconnected() const
+{
+    const NewsTransport *t = session ? session->transport() : nullptr;
+    return !t || t->State() == NewsTransport::StateDisconnected;
+}
+
 bool frmSetup::hasCurrentServer() const
 {
     return servers.lstServs->currentIndex() >= 0;
@@ -367,8 +402,8 @@ void frmSetup::noServerSelected()
     if (m_warning)
         return;
     m_warning = true;
-    m.prompter().message(QStringLiteral("Please select server before entering ID and Password information"),
-                         Prompter::Information, Prompter::Ok);
+    sh.prompter().message(QStringLiteral("Please select server before entering ID and Password information"),
+                          Prompter::Information, Prompter::Ok);
     m_warning = false;
 }
 
@@ -379,7 +414,7 @@ void frmSetup::lstServs_Click(int index)
         txtPassword->clear();
         return;
     }
-    m.opt.NNTPServer = ItemList::serverNameOf(servers.lstServs->text(index));
+    sh.opt.NNTPServer = ItemList::serverNameOf(servers.lstServs->text(index));
     txtUserID->clear();
     txtPassword->clear();
     const QString data = servers.lstServs->secondText(index);
@@ -398,11 +433,11 @@ void frmSetup::lstServs_DblClick(int index)
         return;
     servers.makeCurrent(index);
     cmdOK_Click();
-    if (!m.session)
+    if (!session)
         return;
     // connect once the dialog has closed
-    QTimer::singleShot(0, m.session, [s = m.session, &main = m] {
-        main.S.StopRequested = false;
+    QTimer::singleShot(0, session, [s = session, &shell = sh] {
+        shell.S.StopRequested = false;
         s->NNTP_Connect(true);
     });
 }
@@ -548,18 +583,18 @@ QString frmSetup::addPath(const QString &path)
 void frmSetup::setDefaultDir()
 {
     const QString defaultDir = nd::appFile(QStringLiteral("Download"));
-    QString path = m.store().get(QStringLiteral("DestDir"), defaultDir).trimmed();
+    QString path = sh.store().get(QStringLiteral("DestDir"), defaultDir).trimmed();
     if (!QDir(defaultDir).exists())
         QDir().mkpath(defaultDir);
     if (path.isEmpty()) {
         path = defaultDir + QLatin1Char('/');
-        m.store().save(QStringLiteral("DestDir"), path);
+        sh.store().save(QStringLiteral("DestDir"), path);
     }
     if (QDir::isRelativePath(path))
         path = QDir(nd::appDir()).absoluteFilePath(path);
     path = addPath(path);
     m_dirPath = path;
-    m.opt.DestDir = path;
+    sh.opt.DestDir = path;
     fillDirList();
 }
 
@@ -580,8 +615,8 @@ void frmSetup::fillDirList()
 void frmSetup::dirChange(const QString &path)
 {
     m_dirPath = addPath(path);
-    m.opt.DestDir = m_dirPath;
-    m.store().save(QStringLiteral("DestDir"), m_dirPath);
+    sh.opt.DestDir = m_dirPath;
+    sh.store().save(QStringLiteral("DestDir"), m_dirPath);
     fillDirList();
 }
 
@@ -589,7 +624,7 @@ void frmSetup::driveChange(const QString &path)
 {
     const QFileInfo fi(path);
     if (!fi.isDir() || !fi.isReadable() || !fi.isExecutable()) {
-        m.prompter().message(QStringLiteral("Invalid Drive or Drive Unavailable."), Prompter::Critical, Prompter::Ok);
+        sh.prompter().message(QStringLiteral("Invalid Drive or Drive Unavailable."), Prompter::Critical, Prompter::Ok);
         return;
     }
     dirChange(fi.absoluteFilePath());
@@ -597,20 +632,20 @@ void frmSetup::driveChange(const QString &path)
 
 void frmSetup::chooseDirectory()
 {
-    const QString chosen = m.prompter().existingDirectory(QStringLiteral("Save Files"), m_dirPath);
+    const QString chosen = sh.prompter().existingDirectory(QStringLiteral("Save Files"), m_dirPath);
     if (!chosen.isEmpty())
         driveChange(chosen);
 }
 
 void frmSetup::cmdDir_Click()
 {
-    const auto answer = m.prompter().input(QStringLiteral("Enter Directory Name:"), QStringLiteral("Create Directory:"));
+    const auto answer = sh.prompter().input(QStringLiteral("Enter Directory Name:"), QStringLiteral("Create Directory:"));
     if (!answer || answer->trimmed().isEmpty())
         return;
     const QString name = answer->trimmed();
     const QString target = addPath(m_dirPath) + name;
     if (QFileInfo::exists(target) || !QDir().mkdir(target)) {
-        m.prompter().message(QStringLiteral("Could not create directory"), Prompter::Critical, Prompter::Ok);
+        sh.prompter().message(QStringLiteral("Could not create directory"), Prompter::Critical, Prompter::Ok);
         return;
     }
     fillDirList();
@@ -623,8 +658,8 @@ void frmSetup::deleteDirectory()
         return;
     const QString target = addPath(m_dirPath) + item->text();
     if (!QDir().rmdir(target)) {
-        m.prompter().message(QStringLiteral("Could not delete %1: only an empty directory can be deleted.").arg(target),
-                             Prompter::Exclamation, Prompter::Ok, Title);
+        sh.prompter().message(QStringLiteral("Could not delete %1: only an empty directory can be deleted.").arg(target),
+                              Prompter::Exclamation, Prompter::Ok, Title);
         return;
     }
     fillDirList();
