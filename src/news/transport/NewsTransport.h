@@ -3,6 +3,7 @@
 #pragma once
 
 #include "news/transport/NewsMessage.h"
+#include "news/transport/TransportLimits.h"
 
 #include <QHash>
 #include <QObject>
@@ -50,7 +51,8 @@ public:
         ErrorBusy = 6,         // another transaction is running
         ErrorNotConnected = 7,
         ErrorProtocol = 8,     // an answer the client cannot use
-        ErrorInsecure = 9      // credentials would have gone out unencrypted
+        ErrorInsecure = 9,     // credentials would have gone out unencrypted
+        ErrorTooLarge = 10     // an answer passed the transport's bounds (TransportLimits)
     };
     // Bits of SetOption.
     enum Option : qint32 { OptionNoModeReader = 1 };
@@ -69,6 +71,11 @@ public:
     void SetHost(const QString &host);
     void SetTimeout(qint32 seconds);
     qint32 Timeout() const { return m_timeoutSeconds; }
+    // The bounds answers are held to (see TransportLimits.h); new transports take
+    // DefaultLimits(), which tests may lower.
+    void SetLimits(const TransportLimits &limits) { m_limits = limits; }
+    const TransportLimits &Limits() const { return m_limits; }
+    static TransportLimits &DefaultLimits();
 
     void Connect(const QString &host, const QString &user = QString(),
                  const QString &password = QString());
@@ -145,6 +152,7 @@ private:
     void runOperation();
     void nextHeaderChunk();
     void nextArticle();
+    void nextRange();
     void finishOperation(qint32 code, const QString &text);
     void failOperation(qint32 code, const QString &text, qint32 lastError);
     void failLater(qint32 lastError, const QString &text);
@@ -168,6 +176,7 @@ private:
     void onSocketDisconnected();
     void onSslErrors(const QList<QSslError> &errors);
     void onTimeout();
+    void timedOut(qint32 seconds);
     void processBuffer();
     void handleStatus(const QByteArray &line);
     void handleData(const char *data, qsizetype size);
@@ -181,6 +190,14 @@ private:
     qsizetype endText(qsizetype lineStart, bool keepRest);
     void readTextDirect();
     void lineTooLong();
+    void answerTooLarge(const QString &what);
+    qint64 rangeCount() const;
+    qint64 overviewTextLimit() const;
+    QString overviewTooLarge() const;
+    void countBytes(qint64 n);
+    void startRateWatch();
+    void stopRateWatch();
+    void onRateTick();
     void beginData();
 
     // notifications (sink first, then the signal)
@@ -197,6 +214,7 @@ private:
     QString m_host;
     qint32 m_timeoutSeconds = 30;
     CertificateCheck m_certCheck;
+    TransportLimits m_limits = DefaultLimits();
 
     ServerAddress m_address;
     QString m_user, m_password;
@@ -230,6 +248,7 @@ private:
     // FetchHeaders
     qint64 m_first = 0, m_last = 0, m_next = 0, m_chunkLast = 0;
     qint64 m_pathChunk = 5000;
+    bool m_rangeDone = false;            // the range's last article has been asked for
     bool m_fmtKnown = false;
     OverviewFormat m_fmt;
     QList<QByteArray> m_fmtLines;
@@ -244,6 +263,15 @@ private:
     QList<OverviewText> m_textBlocks;    // full blocks, not yet taken
     std::function<void(OverviewText &&)> m_textSink;
     QList<QByteArray> m_spareBlocks;
+
+    // bounds of the answer being read
+    qint64 m_answerLines = 0;            // lines of the current multi-line answer
+    qint64 m_textBytes = 0;              // bytes of the current overview answer kept as text
+
+    // floor rate: bytes either way per second over the last window, newest last
+    QTimer m_rateTimer;
+    QList<qint64> m_rateSeconds;
+    qint64 m_rateNow = 0;                // bytes of the second running
 
     // FetchArticles
     QByteArray m_articleRaw;
