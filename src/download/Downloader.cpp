@@ -247,16 +247,15 @@ void Downloader::GetFilename()
     // byte, so a UTF-8 name inside a binary article is recovered afterwards.
     const bool utf8 = QString::fromUtf8(MessageBytes).toUtf8() == MessageBytes;
     const QString text = utf8 ? QString::fromUtf8(MessageBytes) : QString::fromLatin1(MessageBytes);
-    nd::AttachmentNameResult r = nd::findAttachmentName(text, m.S.IsMimeAttachment, [this] { return m.S.StopRequested; });
-    if (!utf8 && !r.name.isEmpty())
-        r.name = nd::plainFileName(textFromBytes(r.name.toLatin1()));
+    const nd::AttachmentNameResult r =
+        nd::findAttachmentName(text, m.S.IsMimeAttachment, [this] { return m.S.StopRequested; }, !utf8);
     if (r.yenc)
         m.S.IsYenc = true;
     if (r.uuencoded)
         m.S.IsUuencoded = true;
     if (!r.name.isEmpty()) {
         m.setStatus(2, r.name);
-        if (QFileInfo::exists(destDir() + r.name)) {
+        if (nd::nameTaken(destDir(), r.name)) {
             m.setStatus(2, QStringLiteral("Duplicate File"));
             DuplicateFound = true;
         }
@@ -464,7 +463,7 @@ void Downloader::DownloadRows(int row)
                     m.setStatus(2, QString());
             } else {
                 const QString name = nd::savedFileName(m.S.AttachmentName);
-                if (!name.isEmpty() && !QFileInfo::exists(destDir() + name))
+                if (!name.isEmpty() && !nd::nameTaken(destDir(), name))
                     decodeSet(name);
             }
         }
