@@ -3,6 +3,7 @@
 #include "app/Wait.h"
 #include "app/frmMain.h"
 #include "groups/GroupList.h"
+#include "messages/ArticleRange.h"
 #include "messages/HeaderRows.h"
 #include "messages/MessageCache.h"
 #include "messages/MessageGrid.h"
@@ -43,8 +44,7 @@ void MessageList::fetchRows(NewsTransport &t, const QString &cache)
     // Rows are built on a thread of their own while the answer streams in, and come to the grid
     // at the end, in the listing's order; meanwhile the status bar and the progress bar count
     // them. The requested range bounds what is listed.
-    const double span = m.S.LastArticle - m.S.FirstArticle + 1;
-    const qint64 maxRows = span + 1 >= 9e18 ? std::numeric_limits<qint64>::max() : qint64(span + 1);
+    const qint64 maxRows = nd::ArticleRange{m.S.FirstArticle, m.S.LastArticle}.count();
     QPointer<NewsTransport> tp(&t);
     RowBuilder builder(qMax<qint64>(0, maxRows), cache);
     builder.setWake([] { QMetaObject::invokeMethod(qApp, [] {}, Qt::QueuedConnection); });
@@ -86,7 +86,7 @@ void MessageList::fetchRows(NewsTransport &t, const QString &cache)
         one.append(std::move(block));
         handOver(std::move(one));
     });
-    t.FetchHeaders(qint64(m.S.FirstArticle), qint64(m.S.LastArticle));
+    t.FetchHeaders(m.S.FirstArticle, m.S.LastArticle);
     QElapsedTimer slice, shown;
     slice.start();
     shown.start();
@@ -230,18 +230,13 @@ bool MessageList::ListMessages(bool useCache)
                 nd::waitUntil([&] { return m.S.TransactionDone || m.S.TransportError != 0; });
                 if (m.S.TransportError == 0) {
                     const NewsTransportGroup &g = s->transport()->SelectedGroup();
-                    m.S.LastArticle = double(qMax(g.First, g.Last));
-                    m.S.FirstArticle = double(qMin(g.First, g.Last));
-                    if (m.opt.NewMsgs > 0) {
-                        double count = m.S.LastArticle - m.S.FirstArticle + 1;
-                        if (count > m.opt.NewMsgs)
-                            count = m.opt.NewMsgs;
-                        m.S.FirstArticle = m.S.LastArticle - count + 1;
-                    }
+                    const nd::ArticleRange range = nd::ArticleRange::group(g.First, g.Last, m.opt.NewMsgs);
+                    m.S.FirstArticle = range.first;
+                    m.S.LastArticle = range.last;
                     m.setStatus(1, QStringLiteral("Reading Message List"));
                     m.S.TransactionDone = false;
                     m.S.SecondsTick = 0;
-                    const qint64 n = qint64(m.S.LastArticle - m.S.FirstArticle + 1);
+                    const qint64 n = range.count();
                     m.setStatus(2, QStringLiteral("Reading %1 Articles").arg(n));
                     m.SetMenuState(4, true);
                     m.progBar->setRange(0, int(qMin<qint64>(n, 1 << 30)));
