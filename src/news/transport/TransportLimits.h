@@ -19,8 +19,9 @@ struct TransportLimits {
     // whose memory grows with their number far beyond the article's size.
     qint64 maxMimeParts = 10000;
 
-    // LIST ACTIVE: the largest servers carry a few hundred thousand groups.
-    qint64 maxGroups = 2000000;
+    // LIST ACTIVE: the largest servers carry a few hundred thousand groups. (A million groups
+    // take about 150 MiB as the transport keeps them.)
+    qint64 maxGroups = 1000000;
     // LIST OVERVIEW.FMT: a handful of fields.
     qint64 maxFormatLines = 1000;
     // OVER and HDR answer with at most one line per article of the asked range. An overview
