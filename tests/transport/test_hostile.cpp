@@ -7,6 +7,11 @@
 
 #include <QElapsedTimer>
 #include <QFile>
+#include <QProcess>
+#include <QSslCertificate>
+#include <QSslKey>
+#include <QSslSocket>
+#include <QTemporaryDir>
 #include <QPointer>
 #include <QtTest>
 #include <limits>
@@ -123,6 +128,63 @@ struct Case {
     qint64 seconds;            // the whole case ends within this
 };
 
+// A plain NNTP server that can switch to TLS when asked (STARTTLS); notes of every line whether
+// it came encrypted.
+class StartTlsServer : public QTcpServer {
+public:
+    bool offer = true;
+    QSslCertificate certificate;
+    QSslKey key;
+    QList<QPair<QByteArray, bool>> lines;
+    bool start() { return listen(QHostAddress::LocalHost, 0); }
+    bool sawInClear(const QByteArray &prefix) const
+    {
+        for (const auto &l : lines)
+            if (l.first.startsWith(prefix) && !l.second)
+                return true;
+        return false;
+    }
+    bool saw(const QByteArray &prefix) const
+    {
+        for (const auto &l : lines)
+            if (l.first.startsWith(prefix))
+                return true;
+        return false;
+    }
+
+protected:
+    void incomingConnection(qintptr fd) override
+    {
+        auto *s = new QSslSocket(this);
+        s->setSocketDescriptor(fd);
+        s->setLocalCertificate(certificate);
+        s->setPrivateKey(key);
+        QObject::connect(s, &QSslSocket::sslErrors, s, [s] { s->abort(); });
+        s->write("200 ready, posting ok\r\n");
+        QObject::connect(s, &QIODevice::readyRead, s, [this, s] {
+            while (s->canReadLine()) {
+                const QByteArray l = s->readLine().trimmed();
+                lines.append({l, s->isEncrypted()});
+                if (l == "CAPABILITIES") {
+                    s->write(QByteArray("101 caps\r\nVERSION 2\r\nREADER\r\n") + (offer ? "STARTTLS\r\n" : "") + ".\r\n");
+                } else if (l == "STARTTLS") {
+                    s->write("382 go ahead\r\n");
+                    s->flush();
+                    s->startServerEncryption();
+                } else if (l.startsWith("MODE READER")) {
+                    s->write("200 reader\r\n");
+                } else if (l.startsWith("AUTHINFO USER")) {
+                    s->write("381 more\r\n");
+                } else if (l.startsWith("AUTHINFO PASS")) {
+                    s->write("281 ok\r\n");
+                } else {
+                    s->write("500 what\r\n");
+                }
+            }
+        });
+    }
+};
+
 } // namespace
 
 class TestHostile : public QObject {
@@ -134,6 +196,7 @@ private slots:
     void range_at_the_top_of_64_bits();
     void control_characters_in_status_lines();
     void mime_part_count_is_bounded();
+    void credentials_wait_for_starttls();
 };
 
 void TestHostile::endless_and_slow_answers_data()
@@ -426,6 +489,60 @@ void TestHostile::mime_part_count_is_bounded()
     QVERIFY(r.done.last().error);
     QVERIFY2(r.done.last().text.contains(QStringLiteral("more than 100 MIME parts")), qPrintable(r.done.last().text));
     QCOMPARE(t.LastError(), qint32(NewsTransport::ErrorTooLarge));
+}
+
+// On a plain nntp:// connection the user name and password go out only after STARTTLS when the
+// server offers it, with the certificate checked as for nntps://; without it they go in clear,
+// and the transport says so.
+void TestHostile::credentials_wait_for_starttls()
+{
+    QTemporaryDir dir;
+    QProcess openssl;
+    openssl.start(QStringLiteral("openssl"),
+                  {"req", "-x509", "-newkey", "rsa:2048", "-nodes", "-days", "2", "-subj", "/CN=127.0.0.1",
+                   "-addext", "subjectAltName=IP:127.0.0.1", "-keyout", dir.filePath("key.pem"), "-out",
+                   dir.filePath("cert.pem")});
+    QVERIFY(openssl.waitForFinished(60000));
+    QCOMPARE(openssl.exitCode(), 0);
+    QFile cf(dir.filePath("cert.pem")), kf(dir.filePath("key.pem"));
+    QVERIFY(cf.open(QIODevice::ReadOnly) && kf.open(QIODevice::ReadOnly));
+
+    struct Row {
+        bool offer;
+        bool acceptCertificate;
+        bool connects;
+        bool inClear;
+    };
+    for (const Row &row : {Row{true, true, true, false}, Row{true, false, false, false}, Row{false, true, true, true}}) {
+        StartTlsServer s;
+        s.offer = row.offer;
+        s.certificate = QSslCertificate(cf.readAll(), QSsl::Pem);
+        s.key = QSslKey(kf.readAll(), QSsl::Rsa, QSsl::Pem);
+        cf.seek(0);
+        kf.seek(0);
+        QVERIFY(!s.certificate.isNull() && !s.key.isNull());
+        QVERIFY(s.start());
+        NewsTransport t;
+        Recorder r(&t);
+        int asked = 0;
+        t.SetCertificateCheck([&](const QString &, const QString &, const QString &) {
+            ++asked;
+            return row.acceptCertificate;
+        });
+        t.Connect(QStringLiteral("127.0.0.1:%1").arg(s.serverPort()), QStringLiteral("u"), QStringLiteral("p"));
+        QTRY_VERIFY_WITH_TIMEOUT(r.connected == 1 || !r.done.isEmpty(), 10000);
+        QCOMPARE(r.connected == 1, row.connects);
+        QCOMPARE(asked, row.offer ? 1 : 0);
+        QVERIFY(!s.sawInClear("AUTHINFO") || row.inClear);
+        QCOMPARE(s.saw("AUTHINFO PASS p"), row.connects);
+        QCOMPARE(t.CredentialsInClear(), row.inClear);
+        bool told = false;
+        for (const QString &d : std::as_const(r.debug))
+            told = told || d.contains(QStringLiteral("without encryption"));
+        QCOMPARE(told, row.inClear);
+        if (!row.connects)
+            QCOMPARE(t.LastError(), qint32(NewsTransport::ErrorTls));
+    }
 }
 
 QTEST_GUILESS_MAIN(TestHostile)

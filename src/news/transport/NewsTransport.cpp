@@ -284,6 +284,10 @@ void NewsTransport::openSocket()
     connect(m_socket, &QAbstractSocket::errorOccurred, this, &NewsTransport::onSocketError);
     connect(m_socket, &QAbstractSocket::disconnected, this, &NewsTransport::onSocketDisconnected);
     connect(m_socket, &QSslSocket::sslErrors, this, &NewsTransport::onSslErrors);
+    connect(m_socket, &QSslSocket::encrypted, this, [this] {
+        if (m_step == Step::TlsHandshake)
+            sendModeReaderOrLogin();   // STARTTLS done: everything from here on is encrypted
+    });
     connect(m_socket, &QIODevice::bytesWritten, this, [this](qint64 bytes) {
         countBytes(bytes);
         if (m_timer.isActive())
@@ -294,6 +298,8 @@ void NewsTransport::openSocket()
     m_inData = false;
     m_modeReaderDone = false;
     m_authDone = false;
+    m_capabilitiesAsked = false;
+    m_offersStartTls = false;
     m_step = Step::Greeting;
     armTimer();
     startRateWatch();
@@ -560,6 +566,12 @@ void NewsTransport::startHandshakeStep(qint32 code, const QString &text)
     case Step::Greeting:
         if (code == 200 || code == 201) {
             m_postingAllowed = (code == 200);
+            if (!m_user.isEmpty() && !m_address.tls && m_proxyType != ProxyHttp) {
+                // credentials to send on a plain connection: encrypt first if the server can
+                m_capabilitiesAsked = true;
+                sendCommand("CAPABILITIES", Step::Capabilities);
+                return;
+            }
             sendModeReaderOrLogin();
         } else {
             connectFailed(code ? 0 : ErrorProtocol, code, text, true);
@@ -599,6 +611,22 @@ void NewsTransport::startHandshakeStep(qint32 code, const QString &text)
             connectFailed(code ? 0 : ErrorProtocol, code, text, true);
         }
         return;
+    case Step::Capabilities:
+        if (code == 101)
+            beginData();
+        else
+            sendModeReaderOrLogin();   // no capability list: log in as before
+        return;
+    case Step::StartTls:
+        if (code == 382 && m_socket) {
+            // the handshake's certificate is checked as for nntps:// (onSslErrors)
+            m_step = Step::TlsHandshake;
+            armTimer();
+            m_socket->startClientEncryption();
+        } else {
+            sendModeReaderOrLogin();
+        }
+        return;
     default:
         return;
     }
@@ -624,6 +652,19 @@ void NewsTransport::sendLogin()
                       QStringLiteral("Refusing to send the password to %1 without encryption")
                           .arg(m_address.host));
         return;
+    }
+    if (!(m_socket && m_socket->isEncrypted())) {
+        if (!m_credentialsInClear) {
+            const QString text = QStringLiteral("Sending user name and password to %1 without encryption "
+                                                "(the server offers no STARTTLS; nntps:// would encrypt them)")
+                                     .arg(m_address.host);
+            m_credentialsInClear = true;
+            QPointer<NewsTransport> self(this);
+            notifyDebug(text);
+            if (!self)
+                return;
+        }
+        m_credentialsInClear = true;
     }
     sendCommand("AUTHINFO USER " + m_user.toUtf8(), Step::AuthUser);
 }
@@ -1319,6 +1360,9 @@ void NewsTransport::handleStatus(const QByteArray &line)
 
     switch (m_step) {
     case Step::Greeting:
+    case Step::Capabilities:
+    case Step::StartTls:
+    case Step::TlsHandshake:
     case Step::ModeReader:
     case Step::AuthUser:
     case Step::AuthPass:
@@ -1504,6 +1548,15 @@ void NewsTransport::handleData(const char *data, qsizetype size)
         m_groupList.Groups.append(std::move(g));
         return;
     }
+    case Step::Capabilities:
+        if (++m_answerLines > m_limits.maxFormatLines) {
+            connectFailed(ErrorTooLarge, 0, QStringLiteral("Answer from %1 too long: more than %2 capabilities")
+                                                .arg(m_address.host).arg(m_limits.maxFormatLines));
+            return;
+        }
+        if (QByteArray(data, size).trimmed().toUpper() == "STARTTLS")
+            m_offersStartTls = true;
+        return;
     case Step::OverFmt:
         if (++m_answerLines > m_limits.maxFormatLines) {
             answerTooLarge(QStringLiteral("more than %1 overview fields").arg(m_limits.maxFormatLines));
@@ -1519,6 +1572,12 @@ void NewsTransport::handleData(const char *data, qsizetype size)
 void NewsTransport::handleDataEnd()
 {
     switch (m_step) {
+    case Step::Capabilities:
+        if (m_offersStartTls && m_socket && !m_socket->isEncrypted())
+            sendCommand("STARTTLS", Step::StartTls);
+        else
+            sendModeReaderOrLogin();
+        return;
     case Step::List:
     case Step::ListPlain:
         finishOperation(m_lastCode, m_lastStatus);

@@ -94,6 +94,9 @@ public:
     void AbortTransaction();
 
     bool LimitExceeded() const { return m_limitExceeded; }
+    // Whether the user name and password of this session went out unencrypted (a plain nntp://
+    // server that offers no STARTTLS). The first time, a Debug line says so.
+    bool CredentialsInClear() const { return m_credentialsInClear; }
     bool PostingAllowed() const { return m_postingAllowed; }
     bool Busy() const { return m_op != Op::None; }
 
@@ -143,7 +146,7 @@ signals:
 private:
     enum class Op { None, Connect, GroupList, SelectGroup, FetchHeaders, FetchArticles, Post, Quit };
     enum class Step {
-        None, Greeting, ModeReader, AuthUser, AuthPass, Reselect,
+        None, Greeting, Capabilities, StartTls, TlsHandshake, ModeReader, AuthUser, AuthPass, Reselect,
         List, ListPlain, Group, OverFmt, Hdr, Over, Article, PostStart, PostData, Quit
     };
 
@@ -235,6 +238,9 @@ private:
     bool m_inData = false;
     bool m_modeReaderDone = false;
     bool m_authDone = false;
+    bool m_capabilitiesAsked = false;  // this connection asked whether STARTTLS is offered
+    bool m_offersStartTls = false;
+    bool m_credentialsInClear = false;
 
     Op m_op = Op::None;
     Step m_step = Step::None;
