@@ -171,9 +171,6 @@ int runBatch(const QStringList &arguments)
         err(QStringLiteral("newsdredge: could not connect to %1: %2").arg(a.server, reasonOf(w)));
         return nd::batch::exitStatus(3);
     }
-    if (t->CredentialsInClear())
-        err(QStringLiteral("newsdredge: warning: the user name and password went to %1 unencrypted "
-                           "(it offers no STARTTLS; an nntps:// entry would encrypt them)").arg(a.server));
 
     int status = 0;
     if (a.action == QLatin1String("--groups")) {

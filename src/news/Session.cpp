@@ -339,6 +339,8 @@ void NewsSession::Connected(NewsTransport *t)
     if (t != m_t)
         return;
     m.setStatus(1, QStringLiteral("Connected"));
+    if (t->CredentialsInClear())
+        m.setStatus(2, QStringLiteral("Password sent without encryption (the server offers no STARTTLS)"));
     m.S.TransactionDone = true;
 }
 
