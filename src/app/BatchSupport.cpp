@@ -3,10 +3,11 @@
 #include "news/transport/SafeText.h"
 
 #include <QFile>
-#include <QTextStream>
 #include <csignal>
+#include <cerrno>
 #include <cstdio>
 #include <cstdlib>
+#include <cstring>
 
 namespace nd::batch {
 
@@ -62,10 +63,35 @@ bool resolvePassword(const QString &fromCommandLine, bool givenOnCommandLine, QS
         return true;
     }
     writeErr(QStringLiteral("newsdredge: warning: a password given on the command line can be read by other "
-                            "users of this computer while the run lasts; use --password - (standard input) "
+                            "users of this computer; use --password - (standard input) "
                             "or NEWSDREDGE_PASSWORD instead"));
     *password = fromCommandLine;
+    hidePasswordArgument();
     return true;
+}
+
+void hidePasswordArgument()
+{
+    // The command line as the system shows it is the memory the arguments were handed over in,
+    // starting at argv[0]; its strings follow one another. Each is checked against
+    // /proc/self/cmdline before anything is written.
+    QFile f(QStringLiteral("/proc/self/cmdline"));
+    if (!f.open(QIODevice::ReadOnly))
+        return;
+    const QList<QByteArray> args = f.readAll().split('\0');
+    char *p = program_invocation_name;
+    if (!p || args.isEmpty() || std::strcmp(p, args.first().constData()) != 0)
+        return;
+    bool value = false;
+    for (qsizetype i = 0; i + 1 < args.size(); ++i) {   // the last piece is the empty one after the last NUL
+        const size_t len = std::strlen(p);
+        if (len != size_t(args[i].size()) || std::memcmp(p, args[i].constData(), len) != 0)
+            return;
+        if (value && std::strcmp(p, "-") != 0)
+            std::memset(p, '*', len);
+        value = std::strcmp(p, "--password") == 0;
+        p += len + 1;
+    }
 }
 
 void recordTerminationSignals()

@@ -14,11 +14,15 @@ void writeErr(const QString &line);
 
 // Where the password of a batch run comes from. fromCommandLine is what followed --password
 // (empty when it was not given): "-" reads one line from standard input, any other value is
-// taken as it is but prints a warning (other users can read a command line while the run
-// lives); without --password, the environment variable NEWSDREDGE_PASSWORD is used when set.
+// taken as it is but prints a warning (other users can read a command line) and is blanked in
+// the process's command line at once (hidePasswordArgument); without --password, the environment variable NEWSDREDGE_PASSWORD is used when set.
 // False with *error set when standard input gave nothing.
 bool resolvePassword(const QString &fromCommandLine, bool givenOnCommandLine, QString *password,
                      QString *error);
+
+// Overwrites the value after --password in the process's own command line (what other users see
+// in ps or /proc/PID/cmdline) with '*'. resolvePassword does it for a password given there.
+void hidePasswordArgument();
 
 // Remembers SIGTERM and SIGINT (after onTerminationSignal, whose handling goes on as before).
 void recordTerminationSignals();

@@ -123,6 +123,7 @@ struct Outcome {
     QByteArray out, err;
     qint64 ms = 0;
     qint64 peakRss = 0;   // of the largest child so far
+    QByteArray cmdline;   // the run's command line as others see it, once it sent AUTHINFO
 };
 
 struct Case {
@@ -301,6 +302,9 @@ QList<Case> cases()
               [](const Outcome &o, ScriptedNntpServer &srv, QDir &) {
                   QVERIFY(srv.sawCommand("AUTHINFO PASS visible"));
                   QVERIFY2(o.err.contains("warning: a password given on the command line"), o.err.constData());
+                  // and it is gone from the command line others can read while the run lives
+                  QVERIFY(!o.cmdline.isEmpty());
+                  QVERIFY2(!o.cmdline.contains("visible") && o.cmdline.contains("--password"), o.cmdline.constData());
                   // the scripted server offers no STARTTLS: said once
                   QCOMPARE(o.err.count("Password sent without encryption"), 1);
               }});
@@ -425,8 +429,14 @@ private slots:
         QElapsedTimer sinceOver;
         bool terminated = false;
         // the server lives on this thread: wait in the event loop; the default time-out is 30 s
+        QByteArray cmdline;
         while (p.state() != QProcess::NotRunning && clock.elapsed() < 60000) {
             QTest::qWait(10);
+            if (cmdline.isEmpty() && srv.sawCommand("AUTHINFO")) {
+                QFile f(QStringLiteral("/proc/%1/cmdline").arg(p.processId()));
+                if (f.open(QIODevice::ReadOnly))
+                    cmdline = f.readAll();
+            }
             if (k.terminateOnOver && !terminated && srv.sawCommand("OVER")) {
                 if (!sinceOver.isValid())
                     sinceOver.start();
@@ -446,6 +456,7 @@ private slots:
         o.status = p.exitStatus() == QProcess::NormalExit ? p.exitCode() : -1;
         o.out = p.readAllStandardOutput();
         o.err = p.readAllStandardError();
+        o.cmdline = cmdline;
         rusage ru {};
         getrusage(RUSAGE_CHILDREN, &ru);
         o.peakRss = qint64(ru.ru_maxrss) * 1024;
