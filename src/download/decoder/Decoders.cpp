@@ -569,10 +569,11 @@ bool YencPass::run(qint64 pos, qint64 stop, DecodeResult &r, Scratch &scratch)
         }
         const bool wanted = known == parts.end() || !known->second.good; // else: posted twice
         // Each decoded byte takes at least one byte of input, so even with parts missing in
-        // between, a part ending further into the file than twice the whole input claims what the
-        // data here does not support (believing it would make a sparse file of any size a header
-        // names).
-        const bool beyond = end > 2 * len;
+        // between, a part starting further into the file than twice the whole input claims what
+        // the data here does not support (believing it would make a sparse file of any size a
+        // header names). What a placed part writes ends within its own data: the file stays
+        // within three times the input.
+        const bool beyond = begin - 1 > 2 * len;
         const bool placed = begin >= 1 && end >= begin - 1 && size >= 0 && end <= size && !beyond;
         const qint64 expected = end - begin + 1;
 
