@@ -80,6 +80,7 @@ private slots:
             env.insert(QStringLiteral("XDG_DATA_HOME"), home.path() + QStringLiteral("/data"));
             env.insert(QStringLiteral("XDG_RUNTIME_DIR"), home.path());
             env.remove(QStringLiteral("DBUS_SESSION_BUS_ADDRESS"));
+            env.remove(QStringLiteral("NEWSDREDGE_NO_KEYCHAIN"));
             child.setProcessEnvironment(env);
             child.setProcessChannelMode(QProcess::MergedChannels);
             child.start(dbus, {QStringLiteral("--"), QStringLiteral("sh"), QStringLiteral("-c"),
