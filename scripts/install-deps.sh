@@ -6,7 +6,7 @@ if [ "$(id -u)" -ne 0 ]; then SUDO="sudo"; fi
 
 PKGS=(build-essential cmake pkg-config qt6-base-dev qt6-base-dev-tools libqt6opengl6-dev
       qt6-image-formats-plugins qt6-qpa-plugins libgl1-mesa-dev libgmime-3.0-dev libdeflate-dev
-      xvfb xauth openssl par2)
+      xvfb xauth openssl par2 qtkeychain-qt6-dev)
 if [ "${WITH_TEST_PEERS:-1}" = "1" ]; then
   PKGS+=(sharutils mpack nzbget)
   # some machines carry a nodejs that bundles npm and conflicts with Debian's npm

@@ -22,8 +22,8 @@ struct AppState {
     bool ConnectingFlag = false;
 
     // listing
-    double FirstArticle = 0;
-    double LastArticle = 0;
+    qint64 FirstArticle = 0;
+    qint64 LastArticle = 0;
     int CurrentRow = 1;
     int FirstGroupWithMessages = -1;
 

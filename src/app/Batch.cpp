@@ -1,5 +1,6 @@
 #include "app/Batch.h"
 
+#include "app/BatchSupport.h"
 #include "app/Paths.h"
 #include "app/Signals.h"
 #include "app/frmMain.h"
@@ -27,22 +28,21 @@ const QString Connected = QStringLiteral("Connected to NNTP Server");
 
 void err(const QString &text)
 {
-    std::fprintf(stderr, "%s\n", text.toLocal8Bit().constData());
-    std::fflush(stderr);
+    nd::batch::writeErr(text);
 }
 
 void out(const QString &line)
 {
-    std::fputs(line.toUtf8().constData(), stdout);
-    std::fputc('\n', stdout);
-    std::fflush(stdout);
+    nd::batch::writeOut(line);
 }
 
 int usage(const QString &why)
 {
     err(QStringLiteral("newsdredge: %1").arg(why));
-    err(QStringLiteral("usage: newsdredge --batch --server NAME [--user ID --password PW] [--newest N] ACTION\n"
-                       "  ACTION: --groups | --list GROUP | --download-all GROUP --dest DIR"));
+    err(QStringLiteral("usage: newsdredge --batch --server NAME [--user ID [--password PW|-]] [--newest N] ACTION\n"
+                       "  ACTION: --groups | --list GROUP | --download-all GROUP --dest DIR\n"
+                       "  the password: --password - reads it from standard input; without --password it is\n"
+                       "  taken from NEWSDREDGE_PASSWORD"));
     return 2;
 }
 
@@ -93,6 +93,7 @@ bool listMessages(frmMain &w, const QString &group)
 int runBatch(const QStringList &arguments)
 {
     Args a;
+    bool passwordGiven = false;
     for (int i = 1; i < arguments.size(); ++i) {
         const QString &k = arguments[i];
         auto value = [&](QString &to) {
@@ -109,7 +110,7 @@ int runBatch(const QStringList &arguments)
         else if (k == QLatin1String("--user"))
             ok = value(a.user);
         else if (k == QLatin1String("--password"))
-            ok = value(a.password);
+            ok = value(a.password), passwordGiven = true;
         else if (k == QLatin1String("--dest"))
             ok = value(a.dest);
         else if (k == QLatin1String("--newest")) {
@@ -134,6 +135,9 @@ int runBatch(const QStringList &arguments)
         return usage(QStringLiteral("no action given"));
     if (a.action == QLatin1String("--download-all") && a.dest.isEmpty())
         return usage(QStringLiteral("--download-all needs --dest DIR"));
+    QString why;
+    if ((passwordGiven || !a.user.isEmpty()) && !nd::batch::resolvePassword(a.password, passwordGiven, &a.password, &why))
+        return usage(why);
     if (a.user.isEmpty() != a.password.isEmpty())
         return usage(QStringLiteral("--user and --password go together"));
     // before the program changes its working directory
@@ -155,6 +159,7 @@ int runBatch(const QStringList &arguments)
     // the program's own leftovers of an earlier run, as at every start
     cleanDownloadTempFiles(w.opt.DestDir);
     stopOnSignals(w);
+    nd::batch::recordTerminationSignals();
     if (!a.user.isEmpty()) {
         const QString cred = a.user + QStringLiteral("|||") + a.password;
         w.session->serverData = [cred](const QString &) { return cred; };
@@ -164,7 +169,7 @@ int runBatch(const QStringList &arguments)
     NewsTransport *t = w.session->transport();
     if (!t || t->StateText() != Connected) {
         err(QStringLiteral("newsdredge: could not connect to %1: %2").arg(a.server, reasonOf(w)));
-        return 3;
+        return nd::batch::exitStatus(3);
     }
 
     int status = 0;
@@ -196,7 +201,7 @@ int runBatch(const QStringList &arguments)
         }
     }
     w.session->NNTP_Disconnect();
-    return status;
+    return nd::batch::exitStatus(status);
 }
 
 } // namespace nd

@@ -170,16 +170,15 @@ void Downloader::findAttachmentName(ArticleFetch &fetch)
     const QByteArray &bytes = fetch.bytes;
     const bool utf8 = QString::fromUtf8(bytes).toUtf8() == bytes;
     const QString text = utf8 ? QString::fromUtf8(bytes) : QString::fromLatin1(bytes);
-    nd::AttachmentNameResult r = nd::findAttachmentName(text, sh.S.IsMimeAttachment, [this] { return sh.S.StopRequested; });
-    if (!utf8 && !r.name.isEmpty())
-        r.name = nd::plainFileName(textFromBytes(r.name.toLatin1()));
+    const nd::AttachmentNameResult r =
+        nd::findAttachmentName(text, sh.S.IsMimeAttachment, [this] { return sh.S.StopRequested; }, !utf8);
     if (r.yenc)
         sh.S.IsYenc = true;
     if (r.uuencoded)
         sh.S.IsUuencoded = true;
     if (!r.name.isEmpty()) {
         sh.setStatus(nd::PanelDetail, r.name);
-        if (QFileInfo::exists(destDir() + r.name)) {
+        if (nd::nameTaken(destDir(), r.name)) {
             sh.setStatus(nd::PanelDetail, QStringLiteral("Duplicate File"));
             fetch.duplicate = true;
         }
@@ -470,7 +469,7 @@ int Downloader::finishSet(const SetFetch &set)
         return 0;
     }
     const QString name = nd::savedFileName(set.last.attachmentName);
-    if (!name.isEmpty() && !QFileInfo::exists(destDir() + name) && !decodeSet(name, set.last.kind))
+    if (!name.isEmpty() && !nd::nameTaken(destDir(), name) && !decodeSet(name, set.last.kind))
         return 255;
     return 0;
 }

@@ -1,5 +1,8 @@
 #include "download/FileNames.h"
 
+#include <QFileInfo>
+#include "news/transport/NewsMessage.h"
+
 namespace nd {
 
 namespace {
@@ -25,7 +28,8 @@ QString cleanAttachmentName(QString name)
     return name;
 }
 
-AttachmentNameResult findAttachmentName(const QString &text, bool isMime, const std::function<bool()> &stop)
+AttachmentNameResult findAttachmentName(const QString &text, bool isMime, const std::function<bool()> &stop,
+                                        bool bytesAsLatin1)
 {
     AttachmentNameResult r;
     QString name = text;
@@ -76,10 +80,33 @@ AttachmentNameResult findAttachmentName(const QString &text, bool isMime, const 
     }
 
     // Every rule only ever shortens the text, so an unchanged length means nothing was found.
-    if (nothing || name.size() > MaxAttachmentNameLength || name.size() == text.size())
+    if (nothing || name.size() == text.size())
+        name.clear();
+    // the name as the user reads it: its bytes as UTF-8 where they are, before it is measured
+    if (bytesAsLatin1 && !name.isEmpty())
+        name = textFromBytes(name.toLatin1());
+    if (nameLength(name) > MaxAttachmentNameLength)
         name.clear();
     r.name = plainFileName(cleanAttachmentName(name));
     return r;
+}
+
+qsizetype nameLength(const QString &name)
+{
+    qsizetype n = 0;
+    for (QChar c : name)
+        n += c.isLowSurrogate() ? 0 : 1;
+    return n;
+}
+
+bool nameTaken(const QString &dir, const QString &name)
+{
+    for (const QString &path : {dir + name, dir + name + QStringLiteral(".damaged")}) {
+        const QFileInfo f(path);
+        if (f.exists() || f.isSymLink())
+            return true;
+    }
+    return false;
 }
 
 QString plainFileName(const QString &name)

@@ -3,6 +3,7 @@
 #include "app/Shell.h"
 #include "app/Wait.h"
 #include "groups/GroupList.h"
+#include "messages/ArticleRange.h"
 #include "messages/HeaderRows.h"
 #include "messages/MessageCache.h"
 #include "messages/MessageGrid.h"
@@ -160,12 +161,11 @@ TransactionResult MessageList::fetchRows(const QString &cache)
     // Rows are built on a thread of their own while the answer streams in, and come to the grid
     // at the end, in the listing's order; meanwhile the status bar and the progress bar count
     // them. The requested range bounds what is listed.
-    const double span = sh.S.LastArticle - sh.S.FirstArticle + 1;
-    const qint64 maxRows = span + 1 >= 9e18 ? std::numeric_limits<qint64>::max() : qint64(span + 1);
+    const qint64 maxRows = nd::ArticleRange{sh.S.FirstArticle, sh.S.LastArticle}.count();
     RowBuilder builder(qMax<qint64>(0, maxRows), cache);
     builder.setWake([] { QMetaObject::invokeMethod(QCoreApplication::instance(), [] {}, Qt::QueuedConnection); });
     RowFeed feed(builder, sh);
-    const qint64 first = qint64(sh.S.FirstArticle), last = qint64(sh.S.LastArticle);
+    const qint64 first = sh.S.FirstArticle, last = sh.S.LastArticle;
     const TransactionResult result =
         session.runTransaction([&](NewsTransport *t) { feed.start(t, first, last); }, [&feed] { feed.step(); });
     // what was fetched is listed, also after Stop; after a failure nothing is, and no cache
@@ -232,14 +232,9 @@ TransactionResult MessageList::selectGroup()
     if (!r.ok() || !session.transport())
         return r;
     const NewsTransportGroup &g = session.transport()->SelectedGroup();
-    sh.S.LastArticle = double(qMax(g.First, g.Last));
-    sh.S.FirstArticle = double(qMin(g.First, g.Last));
-    if (sh.opt.NewMsgs > 0) {
-        double count = sh.S.LastArticle - sh.S.FirstArticle + 1;
-        if (count > sh.opt.NewMsgs)
-            count = sh.opt.NewMsgs;
-        sh.S.FirstArticle = sh.S.LastArticle - count + 1;
-    }
+    const nd::ArticleRange range = nd::ArticleRange::group(g.First, g.Last, sh.opt.NewMsgs);
+    sh.S.FirstArticle = range.first;
+    sh.S.LastArticle = range.last;
     return r;
 }
 
@@ -248,7 +243,7 @@ TransactionResult MessageList::fetchSelectedRange(const QString &cache)
 {
     sh.setStatus(nd::PanelState, QStringLiteral("Reading Message List"));
     sh.S.SecondsTick = 0;
-    const qint64 n = qint64(sh.S.LastArticle - sh.S.FirstArticle + 1);
+    const qint64 n = nd::ArticleRange{sh.S.FirstArticle, sh.S.LastArticle}.count();
     sh.setStatus(nd::PanelDetail, QStringLiteral("Reading %1 Articles").arg(n));
     sh.SetMenuState(nd::Cmd::Stop, true);
     sh.setProgressRange(0, int(qMin<qint64>(n, 1 << 30)));

@@ -400,6 +400,8 @@ void NewsSession::Connected(NewsTransport *t)
     if (t != m_t)
         return;
     sh.setStatus(nd::PanelState, QStringLiteral("Connected"));
+    if (t->CredentialsInClear())
+        sh.setStatus(nd::PanelDetail, QStringLiteral("Password sent without encryption (the server offers no STARTTLS)"));
     sh.S.TransactionDone = true;
 }
 

@@ -6,6 +6,7 @@
 #include "app/Shell.h"
 #include "news/Session.h"
 #include "news/transport/NewsMessage.h"
+#include "servers/SecretStore.h"
 #include "ui/ItemList.h"
 #include "ui/Prompter.h"
 
@@ -54,14 +55,42 @@ bool ServerList::load()
         lstServs->clear();
         return true;
     }
-    return lstServs->loadWithSecond(listFile());
+    if (!lstServs->loadWithSecond(listFile()))
+        return false;
+    // passwords kept in the secret service come back beside their user names
+    for (int i = 0; i < lstServs->count(); ++i) {
+        const auto [user, password] = splitCredentials(lstServs->secondText(i));
+        bool found = false;
+        const QString kept = user.isEmpty() || !password.isEmpty()
+                                 ? QString()
+                                 : nd::secrets::readPassword(ItemList::serverNameOf(lstServs->text(i)), user, &found);
+        if (found)
+            lstServs->setSecondText(i, user + Separator + kept);
+    }
+    return true;
 }
 
 bool ServerList::save()
 {
     if (sh.store().readOnly())
         return false;   // batch runs never change the user's files
-    return lstServs->saveWithSecond(listFile(), /*ownerOnly*/ true);
+    // Where a secret service holds a password, the file keeps only the user name.
+    ++m_changing;
+    const auto done = qScopeGuard([this] { --m_changing; });
+    QList<QPair<int, QString>> inFile;
+    for (int i = 0; i < lstServs->count(); ++i) {
+        const QString data = lstServs->secondText(i);
+        const auto [user, password] = splitCredentials(data);
+        if (!user.isEmpty() && !password.isEmpty() &&
+            nd::secrets::storePassword(ItemList::serverNameOf(lstServs->text(i)), user, password)) {
+            inFile.append({i, data});
+            lstServs->setSecondText(i, user + Separator);
+        }
+    }
+    const bool ok = lstServs->saveWithSecond(listFile(), /*ownerOnly*/ true);
+    for (const auto &[i, data] : std::as_const(inFile))
+        lstServs->setSecondText(i, data);
+    return ok;
 }
 
 void ServerList::ensureLoaded()

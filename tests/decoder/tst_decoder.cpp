@@ -85,6 +85,9 @@ private slots:
     void crcCombine();
     void wizardCompletesOffThread();
     void toolNamesAndNeverOverwrites();
+    void hostileSets_data();
+    void hostileSets();
+    void fileNeverReplacesOrConsumes();
 };
 
 void TestDecoder::kernelsAgreeOnHostileText()
@@ -784,6 +787,113 @@ void TestDecoder::toolNamesAndNeverOverwrites()
     QVERIFY2(said.contains(QStringLiteral("part 2 missing")), qPrintable(said));
     QVERIFY(QFile::exists(dir.filePath(QStringLiteral("set.bin.damaged"))));
     QVERIFY(!QFile::exists(dir.filePath(QStringLiteral("set.bin"))));
+}
+
+// Sets crafted to mislead: what each decodes to, and whether it is reported as damaged.
+void TestDecoder::hostileSets_data()
+{
+    QTest::addColumn<int>("format");
+    QTest::addColumn<QByteArray>("text");
+    QTest::addColumn<int>("error");
+    QTest::addColumn<QString>("problem");      // in the reason
+    QTest::addColumn<qint64>("maxOutput");     // bytes the output may span
+
+    const QByteArray data = randomBytes(5000, 21);
+    QByteArray allZ = uuencode(data, "x.bin");
+    allZ.replace("\r\nM", "\r\nZ");   // every full line's length character changed
+    QByteArray oneBad = uuencode(data, "x.bin");
+    oneBad.replace(oneBad.indexOf("\r\nM", 1000) + 2, 1, "N");
+    QByteArray withRulers = uuencode(data, "x.bin");
+    withRulers.insert(withRulers.indexOf("\r\nM", 1000) + 2,
+                      "-----------------\r\n=====================\r\nTHANK YOU FOR WATCHING\r\n");
+    QTest::newRow("uu every length character changed") << int(decoder::FormatUuencode) << allZ << int(decoder::ErrorDamaged)
+                                                        << QStringLiteral("length character") << qint64(data.size());
+    QTest::newRow("uu one length character changed") << int(decoder::FormatUuencode) << oneBad << int(decoder::ErrorDamaged)
+                                                     << QStringLiteral("length character") << qint64(data.size());
+    QTest::newRow("uu with rulers and capitals between lines") << int(decoder::FormatUuencode) << withRulers << 0 << QString()
+                                                               << qint64(data.size());
+
+    const QByteArray hundred = randomBytes(100, 22);
+    const QByteArray huge = "=ybegin part=1 total=1 line=128 size=10000000000000 name=huge.bin\r\n"
+                            "=ypart begin=9999999999901 end=10000000000000\r\n" + yencLines(hundred) + "=yend size=100 part=1\r\n";
+    QTest::newRow("yEnc part at 10 TB") << int(decoder::FormatYenc) << huge << int(decoder::ErrorDamaged)
+                                        << QStringLiteral("beyond the") << qint64(0);
+    const QByteArray single = "=ybegin line=128 size=10000000000000 name=huge.bin\r\n" + yencLines(hundred) + "=yend size=100\r\n";
+    QTest::newRow("yEnc single part claiming 10 TB") << int(decoder::FormatYenc) << single << int(decoder::ErrorDamaged)
+                                                     << QStringLiteral("truncated") << qint64(100);
+    // a part missing in the middle still leaves its gap: the data supports it
+    const QByteArray gap = yencPart(data, "g.bin", 1, 3, 0, 1700) + yencPart(data, "g.bin", 3, 3, 3400, 5000);
+    QTest::newRow("yEnc middle part missing") << int(decoder::FormatYenc) << gap << int(decoder::ErrorDamaged)
+                                              << QStringLiteral("part 2 missing") << qint64(data.size());
+}
+
+void TestDecoder::hostileSets()
+{
+    QFETCH(int, format);
+    QFETCH(QByteArray, text);
+    QFETCH(int, error);
+    QFETCH(QString, problem);
+    QFETCH(qint64, maxOutput);
+    QByteArray out;
+    const DecodeResult r = decodeMem(format, text, &out);
+    QCOMPARE(r.error, error);
+    QVERIFY2(r.reason().contains(problem), qPrintable(r.reason()));
+    QVERIFY(out.size() <= maxOutput);
+
+    // through a file: the damaged result's size is what the data holds, not what a header claims
+    QTemporaryDir dir;
+    const QString in = dir.filePath(QStringLiteral("123456.tmp")), outPath = dir.filePath(QStringLiteral("set.bin"));
+    QVERIFY(writeFile(in, text));
+    const decoder::FileDecodeResult f = decoder::decodeFile(in, outPath, format, false);
+    QCOMPARE(f.error, error);
+    QVERIFY(QFileInfo(f.outputPath).size() <= qMax<qint64>(maxOutput, 0));
+}
+
+// Whatever is in the download directory stays as it is: the working file is a fresh one, and
+// neither the output nor its ".damaged" companion is replaced (overwrite off).
+void TestDecoder::fileNeverReplacesOrConsumes()
+{
+    const QByteArray data = randomBytes(3000, 23);
+    const QByteArray good = yencSingle(data, "a.bin");
+    QByteArray bad = good;
+    bad.replace("crc32=" + hex8(crcOf(data)), "crc32=12345678");
+    struct Row {
+        const char *name;
+        QByteArray text;
+        QStringList present;    // files there before, each holding "mine"
+        int error;
+        QString written;        // the file that appears, or ""
+    };
+    const QList<Row> rows{
+        {"working name taken", good, {"a.bin.decoding.tmp"}, 0, "a.bin"},
+        {"damaged over an existing .damaged", bad, {"a.bin.damaged"}, int(decoder::ErrorExists), ""},
+        {"good while a .damaged of the name exists", good, {"a.bin.damaged"}, int(decoder::ErrorExists), ""},
+        {"output exists", good, {"a.bin"}, int(decoder::ErrorExists), ""},
+    };
+    for (const Row &row : rows) {
+        QTemporaryDir dir;
+        const QString in = dir.filePath(QStringLiteral("123456.tmp"));
+        QVERIFY(writeFile(in, row.text));
+        for (const QString &name : row.present)
+            QVERIFY(writeFile(dir.filePath(name), "mine"));
+        const decoder::FileDecodeResult r = decoder::decodeFile(in, dir.filePath(QStringLiteral("a.bin")), 3, false);
+        QVERIFY2(r.error == row.error, row.name);
+        for (const QString &name : row.present)
+            QVERIFY2(readFile(dir.filePath(name)) == "mine", row.name);
+        QStringList expected = row.present + QStringList{QStringLiteral("123456.tmp")};
+        if (!row.written.isEmpty()) {
+            expected << row.written;
+            QVERIFY2(readFile(dir.filePath(row.written)) == data, row.name);
+        }
+        expected.sort();
+        QStringList files = QDir(dir.path()).entryList(QDir::Files | QDir::Hidden);
+        files.sort();
+        QVERIFY2(files == expected, qPrintable(QString::fromLatin1(row.name) + ": " + files.join(QLatin1Char(' '))));
+    }
+    // the working name is new each time and never that of a file that was there
+    const QString w1 = decoder::workingName(QStringLiteral("/d/a.bin")), w2 = decoder::workingName(QStringLiteral("/d/a.bin"));
+    QVERIFY(w1 != w2);
+    QVERIFY(w1.startsWith(QStringLiteral("/d/a.bin.")) && w1.endsWith(QStringLiteral(".decoding.tmp")));
 }
 
 QTEST_GUILESS_MAIN(TestDecoder)

@@ -4,6 +4,7 @@
 
 #include <cstdint>
 #include <cstdlib>
+#include <algorithm>
 #include <cstring>
 #include <vector>
 
@@ -26,11 +27,13 @@ public:
         for (qint64 i = 0; i < len; ++i)
             sum += uint8_t(data[i]);
         total += len;
+        end = std::max(end, offset + len);
         return true;
     }
     QString errorString() const override { return QStringLiteral("too far"); }
     uint64_t sum = 0;
     qint64 total = 0;
+    qint64 end = 0;   // the furthest byte written: the size of the file it would make
 };
 
 // Every kernel must give the scalar kernel's bytes, whole and split anywhere.
@@ -100,6 +103,8 @@ inline int fuzzYenc(const uint8_t *d, size_t n)
     const decoder::DecodeResult r = decoder::decodeYenc(reinterpret_cast<const char *>(d), qint64(n), sink);
     if (r.error == decoder::NoError && !r.problems.isEmpty())
         abort(); // a fine result never carries problems
+    if (sink.end > 3 * qint64(n))
+        abort(); // no part is placed further than the input could fill, however large its claims
     checkRanges(d, n);
     return 0;
 }

@@ -295,7 +295,7 @@ void TestTransportScript::connect_authinfo()
         NewsTransport t;
         Recorder r(&t);
         QVERIFY(connectTo(t, r, s, QStringLiteral("joe"), QStringLiteral("s3cret")));
-        QCOMPARE(s.received, (QList<QByteArray>{"MODE READER", "AUTHINFO USER joe", "AUTHINFO PASS s3cret"}));
+        QCOMPARE(s.received, (QList<QByteArray>{"CAPABILITIES", "MODE READER", "AUTHINFO USER joe", "AUTHINFO PASS s3cret"}));
         QCOMPARE(r.debug.last(), QStringLiteral("281 welcome"));
         for (const QString &d : std::as_const(r.debug))
             QVERIFY2(!d.contains(QLatin1String("s3cret")) && !d.startsWith(QLatin1String("AUTHINFO")),
@@ -719,7 +719,7 @@ void TestTransportScript::abort_then_silent_reconnect()
     QTRY_COMPARE(r.done.size(), 2);
     QVERIFY(!r.done.last().error);
     QCOMPARE(s.connections, 2);
-    QCOMPARE(s.received, (QList<QByteArray>{"MODE READER", "AUTHINFO USER u", "AUTHINFO PASS p",
+    QCOMPARE(s.received, (QList<QByteArray>{"CAPABILITIES", "MODE READER", "AUTHINFO USER u", "AUTHINFO PASS p",
                                             "GROUP a.b", "OVER 99-100"}));
     QCOMPARE(t.SelectedGroup().Count(), 2);
     QCOMPARE(t.SelectedGroup().Item(0).Message.header("Path"), QString());  // Path:full but empty

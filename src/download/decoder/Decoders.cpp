@@ -3,6 +3,7 @@
 #include "download/decoder/Crc32.h"
 #include "download/decoder/YencKernel.h"
 
+#include <QDateTime>
 #include <QFile>
 #include <QFileInfo>
 
@@ -19,7 +20,10 @@
 #include <thread>
 #include <vector>
 
+#include <fcntl.h>
+#include <stdio.h>
 #include <sys/mman.h>
+#include <sys/stat.h>
 #include <unistd.h>
 
 namespace decoder {
@@ -564,7 +568,13 @@ bool YencPass::run(qint64 pos, qint64 stop, DecodeResult &r, Scratch &scratch)
             settle(known->second);
         }
         const bool wanted = known == parts.end() || !known->second.good; // else: posted twice
-        const bool placed = begin >= 1 && end >= begin - 1 && size >= 0 && end <= size;
+        // Each decoded byte takes at least one byte of input, so even with parts missing in
+        // between, a part starting further into the file than twice the whole input claims what
+        // the data here does not support (believing it would make a sparse file of any size a
+        // header names). What a placed part writes ends within its own data: the file stays
+        // within three times the input.
+        const bool beyond = begin - 1 > 2 * len;
+        const bool placed = begin >= 1 && end >= begin - 1 && size >= 0 && end <= size && !beyond;
         const qint64 expected = end - begin + 1;
 
         // The part's text runs to the next keyword line. It is searched and
@@ -635,7 +645,10 @@ bool YencPass::run(qint64 pos, qint64 stop, DecodeResult &r, Scratch &scratch)
         bool keep = false;
         if (wanted && !placed) {
             if (known == parts.end()) {
-                kept.problem = QStringLiteral("%1 has no valid position").arg(label);
+                kept.problem = beyond && end <= size && begin <= end
+                                   ? QStringLiteral("%1 claims bytes %2 to %3, beyond the %4 bytes of data received")
+                                         .arg(label).arg(begin).arg(end).arg(len)
+                                   : QStringLiteral("%1 has no valid position").arg(label);
                 keep = true;
             }
         } else if (wanted) {
@@ -889,6 +902,25 @@ bool uuDataLine(const char *p, qint64 n)
     return true;
 }
 
+// A line that is not data by uuDataLine but has the shape of one: only characters of the
+// uuencode alphabet, a whole number of 4-character groups after the length character, and no
+// blank (text in capitals has them) unless the line is as long as full data lines are. Its
+// length character has been damaged on the way.
+bool uuDamagedLine(const char *p, qint64 n)
+{
+    if (n < 9 || (n - 1) % 4 != 0)
+        return false;
+    bool blank = false, ruler = true;   // a ruler: "-----", "=====" (text, not data)
+    for (qint64 i = 0; i < n; ++i) {
+        const uint8_t c = uint8_t(p[i]);
+        if (c < 0x20 || c > 0x60)
+            return false;
+        blank = blank || c == 0x20;
+        ruler = ruler && c == uint8_t(p[0]);
+    }
+    return !ruler && (!blank || n >= 57);
+}
+
 void uuLine(const char *p, qint64 n, QByteArray &out)
 {
     const qint64 bytes = (uint8_t(p[0]) - 0x20) & 0x3F;
@@ -960,6 +992,8 @@ DecodeResult decodeUuencode(const char *d, qint64 len, OutputSink &out)
     SeqWriter w(out);
     Base64State bst;
     bool ended = false;
+    qint64 damagedLines = 0, firstDamaged = 0;
+    qint64 lineNo = 1;   // counted from the line after "begin"
     while (pos < len) {
         const qint64 e = lineEnd(d, pos, len);
         qint64 n = e - pos;
@@ -983,15 +1017,25 @@ DecodeResult decodeUuencode(const char *d, qint64 len, OutputSink &out)
                 ended = true;
                 break;
             }
-            if (uuDataLine(p, n))
+            if (uuDataLine(p, n)) {
                 uuLine(p, n, w.buf);
+            } else if (uuDamagedLine(p, n)) {
+                if (damagedLines++ == 0)
+                    firstDamaged = lineNo;
+            }
         }
+        ++lineNo;
         if (!w.flush())
             return writeFailed(r, out);
     }
     if (!w.flush(true))
         return writeFailed(r, out);
     r.bytesWritten = w.total();
+    if (damagedLines > 0) {
+        r.error = ErrorDamaged;
+        r.problems << QStringLiteral("%1 data line(s) whose length character disagrees with the line (the first on line %2 after \"begin\")")
+                          .arg(damagedLines).arg(firstDamaged);
+    }
     if (!ended) {
         r.error = ErrorDamaged;
         r.problems << QStringLiteral("the data ends without its \"end\" line (last part truncated or missing)");
@@ -1494,6 +1538,15 @@ private:
 
 } // namespace
 
+QString workingName(const QString &outputPath)
+{
+    static std::atomic<quint32> counter{0};
+    const quint64 salt = (quint64(::getpid()) << 32) ^ quint64(QDateTime::currentMSecsSinceEpoch()) ^
+                         (quint64(++counter) * 0x9E3779B97F4A7C15ull);
+    return outputPath + QLatin1Char('.') + QString::number(salt % 0xFFFFFFFFFull, 36) +
+           QStringLiteral(".decoding.tmp");
+}
+
 FileDecodeResult decodeFile(const QString &inputPath, const QString &outputPath, int format,
                             bool overwrite)
 {
@@ -1507,18 +1560,37 @@ FileDecodeResult decodeFile(const QString &inputPath, const QString &outputPath,
         return fail(ErrorFormat, QStringLiteral("unknown format code %1").arg(format));
     if (outputPath.isEmpty())
         return fail(ErrorWrite, QStringLiteral("no output file name"));
-    if (!overwrite && QFileInfo::exists(outputPath))
-        return fail(ErrorExists, QStringLiteral("%1 already exists and is not overwritten").arg(outputPath));
+    if (!overwrite) {
+        for (const QString &taken : {outputPath, outputPath + QStringLiteral(".damaged")})
+            if (QFileInfo::exists(taken) || QFileInfo(taken).isSymLink())
+                return fail(ErrorExists, QStringLiteral("%1 already exists and is not overwritten").arg(taken));
+    }
 
     InputMap in;
     QString why;
     if (!in.open(inputPath, &why))
         return fail(ErrorRead, QStringLiteral("cannot read %1: %2").arg(inputPath, why));
 
-    const QString partial = outputPath + QStringLiteral(".decoding.tmp");
-    QFile outFile(partial);
-    if (!outFile.open(QIODevice::ReadWrite | QIODevice::Truncate | QIODevice::Unbuffered))
-        return fail(ErrorWrite, QStringLiteral("cannot write %1: %2").arg(partial, outFile.errorString()));
+    // A working file of our own: created here, under a name nobody else has, never a file that
+    // was there before.
+    QString partial;
+    QFile outFile;
+    {
+        int fd = -1;
+        for (int tries = 0; fd < 0 && tries < 100; ++tries) {
+            partial = workingName(outputPath);
+            fd = ::open(QFile::encodeName(partial).constData(), O_RDWR | O_CREAT | O_EXCL | O_CLOEXEC, 0666);
+            if (fd < 0 && errno != EEXIST)
+                break;
+        }
+        if (fd < 0)
+            return fail(ErrorWrite, QStringLiteral("cannot write %1: %2").arg(partial, QString::fromLocal8Bit(strerror(errno))));
+        if (!outFile.open(fd, QIODevice::ReadWrite | QIODevice::Unbuffered, QFileDevice::AutoCloseHandle)) {
+            ::close(fd);
+            QFile::remove(partial);
+            return fail(ErrorWrite, QStringLiteral("cannot write %1: %2").arg(partial, outFile.errorString()));
+        }
+    }
     DecodeResult r;
     bool written = false;
     QString writeError;
@@ -1548,13 +1620,19 @@ FileDecodeResult decodeFile(const QString &inputPath, const QString &outputPath,
         return fail(r.error, r.reason());
     }
     const QString target = r.error == ErrorDamaged ? outputPath + QStringLiteral(".damaged") : outputPath;
-    if (QFileInfo::exists(target) && !QFile::remove(target)) {
+    const QByteArray from = QFile::encodeName(partial), to = QFile::encodeName(target);
+    if (overwrite) {
+        if (::rename(from.constData(), to.constData()) != 0) {
+            QFile::remove(partial);
+            return fail(ErrorWrite, QStringLiteral("cannot write %1").arg(target));
+        }
+    } else if (::renameat2(AT_FDCWD, from.constData(), AT_FDCWD, to.constData(), RENAME_NOREPLACE) != 0) {
+        // also taken when the file turned up while decoding ran: it stays as it is
+        const int e = errno;
         QFile::remove(partial);
-        return fail(ErrorWrite, QStringLiteral("cannot replace %1").arg(target));
-    }
-    if (!QFile::rename(partial, target)) {
-        QFile::remove(partial);
-        return fail(ErrorWrite, QStringLiteral("cannot write %1").arg(target));
+        if (e == EEXIST)
+            return fail(ErrorExists, QStringLiteral("%1 already exists and is not overwritten").arg(target));
+        return fail(ErrorWrite, QStringLiteral("cannot write %1: %2").arg(target, QString::fromLocal8Bit(strerror(e))));
     }
     res.outputPath = target;
     if (r.error == ErrorDamaged) {

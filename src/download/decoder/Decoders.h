@@ -119,8 +119,15 @@ struct FileDecodeResult
     QString fileName;    // the name the data carries
 };
 
-// Decodes inputPath into outputPath through a temporary file next to it; a
-// damaged result goes to outputPath + ".damaged" and outputPath stays as it was.
+// A fresh name for decoding into before the result takes its place: outputPath + "." + a
+// random word + ".decoding.tmp". decodeFile creates it exclusively, so a file of that name that
+// is already there is never touched.
+QString workingName(const QString &outputPath);
+
+// Decodes inputPath into outputPath through a working file next to it (workingName); a damaged
+// result goes to outputPath + ".damaged" and outputPath stays as it was. Without overwrite
+// neither outputPath nor outputPath + ".damaged" is ever replaced: when one exists (or turns up
+// meanwhile) the result is ErrorExists and nothing is written.
 FileDecodeResult decodeFile(const QString &inputPath, const QString &outputPath, int format,
                             bool overwrite);
 

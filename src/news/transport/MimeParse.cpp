@@ -147,9 +147,21 @@ void collectLeaves(GMimeObject *obj, QList<NewsTransportPart> &parts)
     parts.append(part);
 }
 
+// Lines starting with "--" from from on: every MIME boundary is one, so this is at least the
+// number of body parts. Stops counting past limit.
+qint64 boundaryLines(const QByteArray &raw, qsizetype from, qint64 limit)
+{
+    qint64 n = 0;
+    const QByteArrayView v(raw);
+    for (qsizetype at = v.indexOf("\n--", from > 0 ? from - 1 : 0); at >= 0 && n <= limit;
+         at = v.indexOf("\n--", at + 3))
+        ++n;
+    return n;
+}
+
 }  // namespace
 
-void parseArticle(NewsTransportMessage &msg)
+bool parseArticle(NewsTransportMessage &msg, qint64 maxMimeParts)
 {
     const QByteArray &raw = msg.Raw;
     msg.Headers.clear();
@@ -190,7 +202,9 @@ void parseArticle(NewsTransportMessage &msg)
             hasContentType = true;
     }
     if (msg.MIMEVersion.isEmpty() && !hasContentType)
-        return;  // a plain article: no MIME structure to look at
+        return true;  // a plain article: no MIME structure to look at
+    if (maxMimeParts >= 0 && boundaryLines(raw, bodyStart, maxMimeParts) > maxMimeParts)
+        return false;
 
     initGMime();
     GMimeStream *stream = g_mime_stream_mem_new_with_buffer(raw.constData(), size_t(raw.size()));
@@ -210,4 +224,5 @@ void parseArticle(NewsTransportMessage &msg)
     }
     g_object_unref(parser);
     g_object_unref(stream);
+    return true;
 }

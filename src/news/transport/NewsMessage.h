@@ -83,7 +83,10 @@ bool isAscii(const char *p, qsizetype n);
 
 // Fills msg from msg.Raw: headers in order (unfolded, values as sent),
 // MIME-Version, Body, ContentType, ContentDisposition and the leaf Parts.
-void parseArticle(NewsTransportMessage &msg);
+// False, with only the headers and the body filled, when the article has more than maxMimeParts
+// MIME body parts (-1: no bound); their number, not the article's size, is what costs the MIME
+// parser its memory.
+bool parseArticle(NewsTransportMessage &msg, qint64 maxMimeParts = -1);
 
 // Overview support: the field names of an OVER row from the lines of
 // LIST OVERVIEW.FMT (or the standard seven when the list is empty), and the

@@ -1,4 +1,5 @@
 #include "news/transport/NewsTransport.h"
+#include "news/transport/SafeText.h"
 
 #include <QCryptographicHash>
 #include <QElapsedTimer>
@@ -18,9 +19,6 @@ const QString kDisconnected = QStringLiteral("Disconnected from NNTP Server");
 const QString kConnecting = QStringLiteral("Connecting to NNTP Server");
 const QString kDisconnecting = QStringLiteral("Disconnecting from NNTP Server");
 
-// No real NNTP line comes near this; a peer that sends more without a line
-// end is not speaking NNTP.
-constexpr qsizetype kMaxLine = 16 * 1024 * 1024;
 constexpr qsizetype kTextBlock = 1 << 20;   // raw overview text is handed over in blocks of this size
 
 qint32 statusCode(const QByteArray &line)
@@ -127,11 +125,20 @@ QByteArray dotStuffed(const QByteArray &raw)
 }
 }  // namespace
 
+TransportLimits &NewsTransport::DefaultLimits()
+{
+    static TransportLimits limits;
+    return limits;
+}
+
 NewsTransport::NewsTransport(QObject *parent) : QObject(parent)
 {
     m_timer.setSingleShot(true);
     m_timer.setTimerType(Qt::CoarseTimer);
     connect(&m_timer, &QTimer::timeout, this, &NewsTransport::onTimeout);
+    m_rateTimer.setInterval(1000);
+    m_rateTimer.setTimerType(Qt::CoarseTimer);
+    connect(&m_rateTimer, &QTimer::timeout, this, &NewsTransport::onRateTick);
 }
 
 NewsTransport::~NewsTransport()
@@ -277,7 +284,12 @@ void NewsTransport::openSocket()
     connect(m_socket, &QAbstractSocket::errorOccurred, this, &NewsTransport::onSocketError);
     connect(m_socket, &QAbstractSocket::disconnected, this, &NewsTransport::onSocketDisconnected);
     connect(m_socket, &QSslSocket::sslErrors, this, &NewsTransport::onSslErrors);
-    connect(m_socket, &QIODevice::bytesWritten, this, [this] {
+    connect(m_socket, &QSslSocket::encrypted, this, [this] {
+        if (m_step == Step::TlsHandshake)
+            sendModeReaderOrLogin();   // STARTTLS done: everything from here on is encrypted
+    });
+    connect(m_socket, &QIODevice::bytesWritten, this, [this](qint64 bytes) {
+        countBytes(bytes);
         if (m_timer.isActive())
             armTimer();
     });
@@ -286,8 +298,11 @@ void NewsTransport::openSocket()
     m_inData = false;
     m_modeReaderDone = false;
     m_authDone = false;
+    m_capabilitiesAsked = false;
+    m_offersStartTls = false;
     m_step = Step::Greeting;
     armTimer();
+    startRateWatch();
     if (m_address.tls)
         m_socket->connectToHostEncrypted(m_address.host, m_address.port);
     else
@@ -298,6 +313,7 @@ void NewsTransport::teardownSocket()
 {
     ++m_generation;
     m_timer.stop();
+    stopRateWatch();
     m_inData = false;
     m_step = Step::None;
     m_buf.clear();
@@ -464,8 +480,14 @@ void NewsTransport::connectFailed(qint32 lastError, qint32 code, const QString &
 
 void NewsTransport::onTimeout()
 {
+    timedOut(m_timeoutSeconds);
+}
+
+// A time-out after seconds: of silence, or of an answer that came too slowly (onRateTick).
+void NewsTransport::timedOut(qint32 seconds)
+{
     const QString text = QStringLiteral("No answer from %1 within %2 seconds")
-                             .arg(m_address.host).arg(m_timeoutSeconds);
+                             .arg(m_address.host).arg(seconds);
     if (m_state == StateConnecting || m_reconnecting) {
         connectFailed(ErrorTimeout, 0, text);
         return;
@@ -544,6 +566,12 @@ void NewsTransport::startHandshakeStep(qint32 code, const QString &text)
     case Step::Greeting:
         if (code == 200 || code == 201) {
             m_postingAllowed = (code == 200);
+            if (!m_user.isEmpty() && !m_address.tls && m_proxyType != ProxyHttp) {
+                // credentials to send on a plain connection: encrypt first if the server can
+                m_capabilitiesAsked = true;
+                sendCommand("CAPABILITIES", Step::Capabilities);
+                return;
+            }
             sendModeReaderOrLogin();
         } else {
             connectFailed(code ? 0 : ErrorProtocol, code, text, true);
@@ -583,6 +611,22 @@ void NewsTransport::startHandshakeStep(qint32 code, const QString &text)
             connectFailed(code ? 0 : ErrorProtocol, code, text, true);
         }
         return;
+    case Step::Capabilities:
+        if (code == 101)
+            beginData();
+        else
+            sendModeReaderOrLogin();   // no capability list: log in as before
+        return;
+    case Step::StartTls:
+        if (code == 382 && m_socket) {
+            // the handshake's certificate is checked as for nntps:// (onSslErrors)
+            m_step = Step::TlsHandshake;
+            armTimer();
+            m_socket->startClientEncryption();
+        } else {
+            sendModeReaderOrLogin();
+        }
+        return;
     default:
         return;
     }
@@ -609,6 +653,19 @@ void NewsTransport::sendLogin()
                           .arg(m_address.host));
         return;
     }
+    if (!(m_socket && m_socket->isEncrypted())) {
+        if (!m_credentialsInClear) {
+            const QString text = QStringLiteral("Sending user name and password to %1 without encryption "
+                                                "(the server offers no STARTTLS; nntps:// would encrypt them)")
+                                     .arg(m_address.host);
+            m_credentialsInClear = true;
+            QPointer<NewsTransport> self(this);
+            notifyDebug(text);
+            if (!self)
+                return;
+        }
+        m_credentialsInClear = true;
+    }
     sendCommand("AUTHINFO USER " + m_user.toUtf8(), Step::AuthUser);
 }
 
@@ -627,6 +684,7 @@ void NewsTransport::sessionReady()
         return;
     }
     m_timer.stop();
+    stopRateWatch();
     m_op = Op::None;
     QPointer<NewsTransport> self(this);
     setState(StateConnected);
@@ -649,6 +707,7 @@ bool NewsTransport::beginOperation(Op op)
     m_lastError = ErrorNone;
     m_op = op;
     setState(StateBusy);
+    startRateWatch();
     if (m_needReconnect || !m_socket || m_socket->state() != QAbstractSocket::ConnectedState) {
         m_reconnecting = true;
         openSocket();
@@ -703,6 +762,7 @@ void NewsTransport::finishOperation(qint32 code, const QString &text)
     m_op = Op::None;
     m_step = Step::None;
     m_timer.stop();
+    stopRateWatch();
     QPointer<NewsTransport> self(this);
     setState(StateConnected);
     if (self)
@@ -714,6 +774,7 @@ void NewsTransport::failOperation(qint32 code, const QString &text, qint32 lastE
     m_op = Op::None;
     m_step = Step::None;
     m_timer.stop();
+    stopRateWatch();
     m_lastError = lastError ? lastError : code;
     QPointer<NewsTransport> self(this);
     setState(StateConnected);
@@ -742,6 +803,7 @@ void NewsTransport::FetchHeaders(qint64 first, qint64 last)
         m_first = first;
         m_last = last;
         m_next = first;
+        m_rangeDone = false;
         m_lastCode = 0;
         m_lastStatus.clear();
     }
@@ -757,6 +819,7 @@ void NewsTransport::FetchArticles(qint64 first, qint64 last)
         m_first = first;
         m_last = last;
         m_next = first;
+        m_rangeDone = false;
         m_lastCode = 0;
         m_lastStatus.clear();
     }
@@ -772,18 +835,29 @@ void NewsTransport::Post(const NewsTransportArticle &article)
 
 void NewsTransport::nextHeaderChunk()
 {
-    if (m_next > m_last) {
+    if (m_rangeDone || m_next > m_last) {
         finishOperation(m_lastCode ? m_lastCode : 224, m_lastStatus);
         return;
     }
     const bool separatePath = !m_fmt.hasPath && !m_hdrCommand.isEmpty();
-    m_chunkLast = separatePath ? qMin(m_last, m_next + m_pathChunk - 1) : m_last;
+    // no sum here may pass 2^63 - 1: article numbers can sit right below it
+    const bool lastChunk = !separatePath || quint64(m_last) - quint64(m_next) < quint64(m_pathChunk);
+    m_chunkLast = lastChunk ? m_last : m_next + (m_pathChunk - 1);
     const QByteArray range = QByteArray::number(m_next) + '-' + QByteArray::number(m_chunkLast);
     m_paths.clear();
     if (separatePath)
         sendCommand(m_hdrCommand + " Path " + range, Step::Hdr);
     else
         sendCommand(m_overCommand + ' ' + range, Step::Over);
+}
+
+// The chunk just asked for is done: the next one starts after it, unless it was the last.
+void NewsTransport::nextRange()
+{
+    if (m_chunkLast >= m_last)
+        m_rangeDone = true;
+    else
+        m_next = m_chunkLast + 1;
 }
 
 void NewsTransport::SetRawOverview(bool on)
@@ -957,7 +1031,7 @@ qsizetype NewsTransport::absorbText(const char *data, qsizetype size)
         const qsizetype term = scanText(m_textDone);
         if (term >= 0)
             return taken - endText(term, false);   // the bytes after the answer were not taken
-        if (m_text.size() - m_textDone > kMaxLine)
+        if (m_text.size() - m_textDone > m_limits.maxLineBytes)
             return taken;
         textRoom(qMin(size - taken, kTextBlock));
     }
@@ -968,7 +1042,7 @@ qsizetype NewsTransport::absorbText(const char *data, qsizetype size)
 void NewsTransport::lineTooLong()
 {
     QPointer<NewsTransport> self(this);
-    const QString text = QStringLiteral("Line of more than %1 bytes from %2").arg(kMaxLine).arg(m_address.host);
+    const QString text = QStringLiteral("Line of more than %1 bytes from %2").arg(m_limits.maxLineBytes).arg(m_address.host);
     if (m_op != Op::None && m_state == StateBusy) {
         teardownSocket();
         m_session = false;
@@ -986,16 +1060,105 @@ void NewsTransport::lineTooLong()
     }
 }
 
+// How many articles the running OVER or HDR asked for (at least 1, at most 2^63 - 1).
+qint64 NewsTransport::rangeCount() const
+{
+    if (m_chunkLast < m_next)
+        return 1;
+    const quint64 n = quint64(m_chunkLast) - quint64(m_next);
+    return n >= quint64(std::numeric_limits<qint64>::max()) ? std::numeric_limits<qint64>::max() : qint64(n + 1);
+}
+
+// Bytes of overview text the running OVER may send: its lines at their average bound, and room
+// for one line as long as any line may be.
+qint64 NewsTransport::overviewTextLimit() const
+{
+    qint64 bytes = 0;
+    if (__builtin_mul_overflow(rangeCount(), qMax<qint64>(1, m_limits.maxOverviewLineBytes), &bytes) ||
+        __builtin_add_overflow(bytes, m_limits.maxLineBytes, &bytes))
+        return std::numeric_limits<qint64>::max();
+    return bytes;
+}
+
+QString NewsTransport::overviewTooLarge() const
+{
+    return QStringLiteral("more overview text than the %1 articles asked for can have").arg(rangeCount());
+}
+
+// An answer passed one of the bounds: the transaction fails, the rest of the answer goes with
+// the connection, and the next operation opens a fresh one (as after Stop). What arrived before
+// stays where it was put.
+void NewsTransport::answerTooLarge(const QString &what)
+{
+    const QString text = QStringLiteral("Answer from %1 too long: %2").arg(m_address.host, what);
+    teardownSocket();
+    m_op = Op::None;
+    m_needReconnect = true;
+    m_lastError = ErrorTooLarge;
+    QPointer<NewsTransport> self(this);
+    notifyDebug(text);
+    if (!self)
+        return;
+    setState(StateConnected);
+    if (!self)
+        return;
+    notifyDone(0, true, text);
+}
+
+// ---------------------------------------------------------------- floor rate
+
+void NewsTransport::countBytes(qint64 n)
+{
+    if (n > 0)
+        m_rateNow += n;
+}
+
+void NewsTransport::startRateWatch()
+{
+    m_rateSeconds.clear();
+    m_rateNow = 0;
+    if (m_limits.floorBytesPerSecond > 0)
+        m_rateTimer.start();
+}
+
+void NewsTransport::stopRateWatch()
+{
+    m_rateTimer.stop();
+    m_rateSeconds.clear();
+    m_rateNow = 0;
+}
+
+void NewsTransport::onRateTick()
+{
+    if (m_readPaused)
+        return;
+    const qint32 window = qMax(m_limits.floorWindowSeconds, m_timeoutSeconds);
+    m_rateSeconds.append(m_rateNow);
+    m_rateNow = 0;
+    if (m_rateSeconds.size() > window)
+        m_rateSeconds.removeFirst();
+    if (m_rateSeconds.size() < window)
+        return;
+    qint64 sum = 0;
+    for (qint64 b : std::as_const(m_rateSeconds))
+        sum += b;
+    if (sum < m_limits.floorBytesPerSecond * window)
+        timedOut(window);
+}
+
 void NewsTransport::nextArticle()
 {
-    if (m_next > m_last) {
+    if (m_rangeDone || m_next > m_last) {
         finishOperation(m_lastCode, m_lastStatus);
         return;
     }
     m_articleNumber = m_next;
     m_articleRaw.clear();
     sendCommand("ARTICLE " + QByteArray::number(m_next), Step::Article);
-    ++m_next;
+    if (m_next == m_last)
+        m_rangeDone = true;
+    else
+        ++m_next;
 }
 
 // ---------------------------------------------------------------- input
@@ -1005,6 +1168,9 @@ void NewsTransport::SetReadPaused(bool paused)
     if (m_readPaused == paused)
         return;
     m_readPaused = paused;
+    // the floor rate measures the server, not a reader that holds it back
+    m_rateSeconds.clear();
+    m_rateNow = 0;
     if (paused) {
         m_timer.stop();
         return;
@@ -1030,6 +1196,7 @@ void NewsTransport::onReadyRead()
         m_buf.resize(old + avail);
         const qint64 got = m_socket->read(m_buf.data() + old, avail);
         m_buf.resize(old + qMax<qint64>(0, got));
+        countBytes(got);
     }
     if (m_step != Step::None || m_op != Op::None || m_state == StateConnecting)
         armTimer();
@@ -1079,6 +1246,8 @@ void NewsTransport::readTextDirect()
         m_text.resize(at + (got > 0 ? qsizetype(got) : 0));
         if (got <= 0)
             return;   // nothing more now, or the end (Qt reports it)
+        countBytes(got);
+        m_textBytes += got;
         qsizetype term = tailEnd(at);
         if (term < 0 && m_text.endsWith('\n')) {
             // The server stopped at a line end, not at the end: one that sends more after the end
@@ -1090,8 +1259,12 @@ void NewsTransport::readTextDirect()
             textEnded(term);
             return;
         }
-        if (m_text.size() - m_textDone > kMaxLine) {
+        if (m_text.size() - m_textDone > m_limits.maxLineBytes) {
             lineTooLong();
+            return;
+        }
+        if (m_textBytes > overviewTextLimit()) {
+            answerTooLarge(overviewTooLarge());
             return;
         }
     }
@@ -1104,10 +1277,16 @@ void NewsTransport::processBuffer()
     while (m_pos < m_buf.size()) {
         if (rawText()) {
             // an overview answer goes to the text block as it is
-            m_pos += absorbText(m_buf.constData() + m_pos, m_buf.size() - m_pos);
+            const qsizetype taken = absorbText(m_buf.constData() + m_pos, m_buf.size() - m_pos);
+            m_pos += taken;
+            m_textBytes += taken;
             if (m_inData) {
-                if (m_text.size() - m_textDone > kMaxLine) {
+                if (m_text.size() - m_textDone > m_limits.maxLineBytes) {
                     lineTooLong();
+                    return;
+                }
+                if (m_textBytes > overviewTextLimit()) {
+                    answerTooLarge(overviewTooLarge());
                     return;
                 }
                 break;
@@ -1122,7 +1301,7 @@ void NewsTransport::processBuffer()
         const qsizetype avail = m_buf.size() - m_pos;
         const char *nl = static_cast<const char *>(std::memchr(start, '\n', size_t(avail)));
         if (!nl) {
-            if (avail > kMaxLine)
+            if (avail > m_limits.maxLineBytes)
                 lineTooLong();
             break;
         }
@@ -1157,6 +1336,8 @@ void NewsTransport::processBuffer()
 void NewsTransport::beginData()
 {
     m_inData = true;
+    m_answerLines = 0;
+    m_textBytes = 0;
     if (m_sink)
         m_sink->GetReadStream(this, m_socket);
     emit GetReadStream(this, m_socket);
@@ -1166,7 +1347,8 @@ void NewsTransport::handleStatus(const QByteArray &line)
 {
     const quint64 generation = m_generation;
     QPointer<NewsTransport> self(this);
-    const QString text = textFromBytes(line);
+    // shown as it is in status texts, boxes and on a terminal: no control characters
+    const QString text = nd::safeText(textFromBytes(line));
     const qint32 code = statusCode(line);
     if (line.toUpper().contains("LIMIT EXCEEDED"))
         m_limitExceeded = true;
@@ -1178,6 +1360,9 @@ void NewsTransport::handleStatus(const QByteArray &line)
 
     switch (m_step) {
     case Step::Greeting:
+    case Step::Capabilities:
+    case Step::StartTls:
+    case Step::TlsHandshake:
     case Step::ModeReader:
     case Step::AuthUser:
     case Step::AuthPass:
@@ -1301,7 +1486,7 @@ void NewsTransport::overviewStatus(qint32 code, const QString &text)
     if (code == 224) {
         beginData();
     } else if (code == 423 || code == 420) {
-        m_next = m_chunkLast + 1;  // nothing in this range
+        nextRange();  // nothing in this range
         nextHeaderChunk();
     } else if ((code == 500 || code == 501) && m_overCommand == "OVER") {
         m_overCommand = "XOVER";
@@ -1337,6 +1522,10 @@ void NewsTransport::handleData(const char *data, qsizetype size)
 {
     switch (m_step) {
     case Step::Over: {
+        if (++m_answerLines > rangeCount()) {
+            answerTooLarge(QStringLiteral("more overview lines than the %1 articles asked for").arg(rangeCount()));
+            return;
+        }
         NewsTransportArticle article;
         if (!parseOverviewLine(data, size, m_fmt, article))
             return;
@@ -1349,6 +1538,10 @@ void NewsTransport::handleData(const char *data, qsizetype size)
         return;
     }
     case Step::Hdr: {
+        if (++m_answerLines > rangeCount()) {
+            answerTooLarge(QStringLiteral("more header lines than the %1 articles asked for").arg(rangeCount()));
+            return;
+        }
         const char *sp = static_cast<const char *>(std::memchr(data, ' ', size_t(size)));
         if (!sp)
             return;
@@ -1361,12 +1554,21 @@ void NewsTransport::handleData(const char *data, qsizetype size)
         return;
     }
     case Step::Article:
+        if (m_articleRaw.size() + size + 2 > m_limits.maxArticleBytes) {
+            answerTooLarge(QStringLiteral("article %1 is larger than %2 MiB")
+                               .arg(m_articleNumber).arg(m_limits.maxArticleBytes >> 20));
+            return;
+        }
         m_articleRaw.append(data, size);
         m_articleRaw.append("\r\n", 2);
         return;
     case Step::List:
     case Step::ListPlain: {
         // name last first flag
+        if (++m_answerLines > m_limits.maxGroups) {
+            answerTooLarge(QStringLiteral("more than %1 groups").arg(m_limits.maxGroups));
+            return;
+        }
         const QList<QByteArray> f = QByteArray(data, size).simplified().split(' ');
         if (f.isEmpty() || f.at(0).isEmpty())
             return;
@@ -1378,7 +1580,20 @@ void NewsTransport::handleData(const char *data, qsizetype size)
         m_groupList.Groups.append(std::move(g));
         return;
     }
+    case Step::Capabilities:
+        if (++m_answerLines > m_limits.maxFormatLines) {
+            connectFailed(ErrorTooLarge, 0, QStringLiteral("Answer from %1 too long: more than %2 capabilities")
+                                                .arg(m_address.host).arg(m_limits.maxFormatLines));
+            return;
+        }
+        if (QByteArray(data, size).trimmed().toUpper() == "STARTTLS")
+            m_offersStartTls = true;
+        return;
     case Step::OverFmt:
+        if (++m_answerLines > m_limits.maxFormatLines) {
+            answerTooLarge(QStringLiteral("more than %1 overview fields").arg(m_limits.maxFormatLines));
+            return;
+        }
         m_fmtLines.append(QByteArray(data, size));
         return;
     default:
@@ -1389,6 +1604,12 @@ void NewsTransport::handleData(const char *data, qsizetype size)
 void NewsTransport::handleDataEnd()
 {
     switch (m_step) {
+    case Step::Capabilities:
+        if (m_offersStartTls && m_socket && !m_socket->isEncrypted())
+            sendCommand("STARTTLS", Step::StartTls);
+        else
+            sendModeReaderOrLogin();
+        return;
     case Step::List:
     case Step::ListPlain:
         finishOperation(m_lastCode, m_lastStatus);
@@ -1417,7 +1638,7 @@ void NewsTransport::handleDataEnd()
             m_chunkPaths.reset();
         }
         m_paths.clear();
-        m_next = m_chunkLast + 1;
+        nextRange();
         nextHeaderChunk();
         return;
     case Step::Article: {
@@ -1425,7 +1646,11 @@ void NewsTransport::handleDataEnd()
         article.Number = m_articleNumber;
         article.Message.Raw = std::move(m_articleRaw);
         m_articleRaw = QByteArray();
-        parseArticle(article.Message);
+        if (!parseArticle(article.Message, m_limits.maxMimeParts)) {
+            answerTooLarge(QStringLiteral("article %1 has more than %2 MIME parts")
+                               .arg(m_articleNumber).arg(m_limits.maxMimeParts));
+            return;
+        }
         m_group.Articles.append(std::move(article));
         nextArticle();
         return;

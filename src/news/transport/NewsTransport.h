@@ -3,6 +3,7 @@
 #pragma once
 
 #include "news/transport/NewsMessage.h"
+#include "news/transport/TransportLimits.h"
 
 #include <QHash>
 #include <QObject>
@@ -50,7 +51,8 @@ public:
         ErrorBusy = 6,         // another transaction is running
         ErrorNotConnected = 7,
         ErrorProtocol = 8,     // an answer the client cannot use
-        ErrorInsecure = 9      // credentials would have gone out unencrypted
+        ErrorInsecure = 9,     // credentials would have gone out unencrypted
+        ErrorTooLarge = 10     // an answer passed the transport's bounds (TransportLimits)
     };
     // Bits of SetOption.
     enum Option : qint32 { OptionNoModeReader = 1 };
@@ -69,6 +71,11 @@ public:
     void SetHost(const QString &host);
     void SetTimeout(qint32 seconds);
     qint32 Timeout() const { return m_timeoutSeconds; }
+    // The bounds answers are held to (see TransportLimits.h); new transports take
+    // DefaultLimits(), which tests may lower.
+    void SetLimits(const TransportLimits &limits) { m_limits = limits; }
+    const TransportLimits &Limits() const { return m_limits; }
+    static TransportLimits &DefaultLimits();
 
     void Connect(const QString &host, const QString &user = QString(),
                  const QString &password = QString());
@@ -87,6 +94,9 @@ public:
     void AbortTransaction();
 
     bool LimitExceeded() const { return m_limitExceeded; }
+    // Whether the user name and password of this session went out unencrypted (a plain nntp://
+    // server that offers no STARTTLS). The first time, a Debug line says so.
+    bool CredentialsInClear() const { return m_credentialsInClear; }
     bool PostingAllowed() const { return m_postingAllowed; }
     bool Busy() const { return m_op != Op::None; }
 
@@ -136,7 +146,7 @@ signals:
 private:
     enum class Op { None, Connect, GroupList, SelectGroup, FetchHeaders, FetchArticles, Post, Quit };
     enum class Step {
-        None, Greeting, ModeReader, AuthUser, AuthPass, Reselect,
+        None, Greeting, Capabilities, StartTls, TlsHandshake, ModeReader, AuthUser, AuthPass, Reselect,
         List, ListPlain, Group, OverFmt, Hdr, Over, Article, PostStart, PostData, Quit
     };
 
@@ -145,6 +155,7 @@ private:
     void runOperation();
     void nextHeaderChunk();
     void nextArticle();
+    void nextRange();
     void finishOperation(qint32 code, const QString &text);
     void failOperation(qint32 code, const QString &text, qint32 lastError);
     void failLater(qint32 lastError, const QString &text);
@@ -168,6 +179,7 @@ private:
     void onSocketDisconnected();
     void onSslErrors(const QList<QSslError> &errors);
     void onTimeout();
+    void timedOut(qint32 seconds);
     void processBuffer();
     void handleStatus(const QByteArray &line);
     // The answer's status line, by the step that waits for it.
@@ -188,6 +200,14 @@ private:
     qsizetype endText(qsizetype lineStart, bool keepRest);
     void readTextDirect();
     void lineTooLong();
+    void answerTooLarge(const QString &what);
+    qint64 rangeCount() const;
+    qint64 overviewTextLimit() const;
+    QString overviewTooLarge() const;
+    void countBytes(qint64 n);
+    void startRateWatch();
+    void stopRateWatch();
+    void onRateTick();
     void beginData();
 
     // notifications (sink first, then the signal)
@@ -204,6 +224,7 @@ private:
     QString m_host;
     qint32 m_timeoutSeconds = 30;
     CertificateCheck m_certCheck;
+    TransportLimits m_limits = DefaultLimits();
 
     ServerAddress m_address;
     QString m_user, m_password;
@@ -224,6 +245,9 @@ private:
     bool m_inData = false;
     bool m_modeReaderDone = false;
     bool m_authDone = false;
+    bool m_capabilitiesAsked = false;  // this connection asked whether STARTTLS is offered
+    bool m_offersStartTls = false;
+    bool m_credentialsInClear = false;
 
     Op m_op = Op::None;
     Step m_step = Step::None;
@@ -237,6 +261,7 @@ private:
     // FetchHeaders
     qint64 m_first = 0, m_last = 0, m_next = 0, m_chunkLast = 0;
     qint64 m_pathChunk = 5000;
+    bool m_rangeDone = false;            // the range's last article has been asked for
     bool m_fmtKnown = false;
     OverviewFormat m_fmt;
     QList<QByteArray> m_fmtLines;
@@ -251,6 +276,15 @@ private:
     QList<OverviewText> m_textBlocks;    // full blocks, not yet taken
     std::function<void(OverviewText &&)> m_textSink;
     QList<QByteArray> m_spareBlocks;
+
+    // bounds of the answer being read
+    qint64 m_answerLines = 0;            // lines of the current multi-line answer
+    qint64 m_textBytes = 0;              // bytes of the current overview answer kept as text
+
+    // floor rate: bytes either way per second over the last window, newest last
+    QTimer m_rateTimer;
+    QList<qint64> m_rateSeconds;
+    qint64 m_rateNow = 0;                // bytes of the second running
 
     // FetchArticles
     QByteArray m_articleRaw;
