@@ -1,6 +1,6 @@
 // A scripted NNTP peer on 127.0.0.1 for the faults a real server will not
 // produce on demand. Each command line the client sends goes to `handler`,
-// which answers through the connection it is given.
+// which answers through the connection it is given, else to `answer`.
 #pragma once
 
 #include <QByteArray>
@@ -19,8 +19,12 @@ public:
 
     QByteArray greeting = "200 scripted server ready, posting ok\r\n";
     Handler handler;
-    // answers looked up by the upper-cased command's first word(s) when no handler is set
+    // answers looked up by the upper-cased command's first word(s) when no handler is set; an
+    // answer ending in Close is sent without it and the connection closed. After a 340 to POST
+    // the article's lines are taken until its ".", which is answered by replies["."].
     QHash<QByteArray, QByteArray> replies;
+    static constexpr char Close = '\x04';
+    bool posting = false;
     QList<QByteArray> received;       // every line the clients sent, in order
     QList<QTcpSocket *> clients;
     int connections = 0;
@@ -89,6 +93,13 @@ public:
     // the default answers, for handlers that only change a few commands
     void answer(QTcpSocket *sock, const QByteArray &line)
     {
+        if (posting) {
+            if (line == ".") {
+                posting = false;
+                sock->write(replies.value("."));
+            }
+            return;
+        }
         const QByteArray up = line.toUpper();
         // longest matching key wins ("LIST OVERVIEW.FMT" before "LIST")
         QByteArray best;
@@ -96,7 +107,14 @@ public:
             if (up.startsWith(it.key()) && it.key().size() > best.size())
                 best = it.key();
         if (!best.isEmpty()) {
-            sock->write(replies.value(best));
+            QByteArray reply = replies.value(best);
+            const bool close = reply.endsWith(Close);
+            if (close)
+                reply.chop(1);
+            sock->write(reply);
+            posting = best == "POST" && reply.startsWith("340");
+            if (close)
+                sock->disconnectFromHost();
         } else if (up.startsWith("MODE READER")) {
             sock->write("200 reader mode, posting ok\r\n");
         } else if (up.startsWith("QUIT")) {
