@@ -207,12 +207,11 @@ protected:
 class TestTransportScript : public QObject {
     Q_OBJECT
 private slots:
-    void fresh_object_states();
+    void without_a_server();
     void connect_opens_data();
     void connect_opens();
     void connect_fails_data();
     void connect_fails();
-    void connect_nobody_listening();
     void operation_data();
     void operation();
     void long_line_and_raw_bytes();
@@ -228,7 +227,7 @@ private slots:
     void raw_overview_end_followed_by_more();
 };
 
-void TestTransportScript::fresh_object_states()
+void TestTransportScript::without_a_server()
 {
     Client c;
     QCOMPARE(c.t.StateText(), kDisconnected);
@@ -247,6 +246,17 @@ void TestTransportScript::fresh_object_states()
     QVERIFY(!c.connectTo(QStringLiteral("http://nope")));
     QCOMPARE(c.r.done.size(), 2);
     QCOMPARE(c.t.LastError(), qint32(NewsTransport::ErrorAddress));
+    QCOMPARE(c.t.StateText(), kDisconnected);
+    // an address nobody listens on
+    quint16 port;
+    {
+        QTcpServer probe;
+        QVERIFY(probe.listen(QHostAddress::LocalHost, 0));
+        port = probe.serverPort();
+    }
+    QVERIFY(!c.connectTo(QStringLiteral("127.0.0.1:%1").arg(port)));
+    QCOMPARE(c.t.LastError(), qint32(NewsTransport::ErrorSocket));
+    QCOMPARE(c.r.debug.last(), QStringLiteral("Connection refused by 127.0.0.1:%1").arg(port));
     QCOMPARE(c.t.StateText(), kDisconnected);
 }
 
@@ -358,28 +368,21 @@ void TestTransportScript::connect_fails()
     QCOMPARE(f.r.debug.count(shown), 1);
     QCOMPARE(f.t.StateText(), kDisconnected);
     QCOMPARE(f.r.connected, 0);
+    QCOMPARE(f.r.disconnected, 0);   // what never opened does not close
     if (!greeting.startsWith("200"))
         QCOMPARE(f.s.received, QByteArrayList());   // nothing goes to a server that did not welcome us
-}
-
-void TestTransportScript::connect_nobody_listening()
-{
-    quint16 port;
-    {
-        QTcpServer probe;
-        QVERIFY(probe.listen(QHostAddress::LocalHost, 0));
-        port = probe.serverPort();
-    }
-    Client c;
-    QVERIFY(!c.connectTo(QStringLiteral("127.0.0.1:%1").arg(port)));
-    QCOMPARE(c.t.LastError(), qint32(NewsTransport::ErrorSocket));
-    QCOMPARE(c.r.debug.last(), QStringLiteral("Connection refused by 127.0.0.1:%1").arg(port));
-    QCOMPARE(c.t.StateText(), kDisconnected);
 }
 
 // One operation on an open session (after any others), judged by what it notifies and
 // collects and what the server got. A time-out or a dropped connection ends the session; any
 // other outcome keeps it usable.
+static void operationRow(const char *name, const Replies &replies, const QStringList &ops, int code, int lastError,
+                         const QString &shown, const QByteArrayList &sent, const QStringList &articles = {},
+                         int timeout = 0, bool limit = false)
+{
+    QTest::newRow(name) << replies << ops << timeout << code << lastError << shown << articles << sent << limit;
+}
+
 void TestTransportScript::operation_data()
 {
     QTest::addColumn<Replies>("replies");       // besides the session's own
@@ -390,79 +393,53 @@ void TestTransportScript::operation_data()
     QTest::addColumn<QString>("shown");         // the last Debug line
     QTest::addColumn<QStringList>("articles");  // "number subject" of each collected
     QTest::addColumn<QByteArrayList>("sent");   // what the server got once the session was open
-    QTest::addColumn<bool>("limit");
-
+    QTest::addColumn<bool>("limit");            // LimitExceeded()
     const QByteArrayList over = {"LIST OVERVIEW.FMT", "HDR Path 1-2", "OVER 1-2"};
-    const Replies gone = {{"ARTICLE 1", "423 no such article number\r\n"},
-                          {"ARTICLE 2", "430 no such article\r\n"},
+    const Replies gone = {{"ARTICLE 1", "423 no such article number\r\n"}, {"ARTICLE 2", "430 no such article\r\n"},
                           {"ARTICLE 3", "220 3 <3@x>\r\nSubject: three\r\n\r\nbody\r\n.\r\n"}};
-    const QByteArray huge = [] {
-        QByteArray r;
-        while (r.size() < 1024 * 1024)
-            r += "<" + QByteArray::number(r.size()) + "@refs.example> ";
-        r.chop(1);
-        return r;
-    }();
-    QTest::newRow("GROUP unknown") << Replies{{"GROUP NO.SUCH", "411 no such group\r\n"}} << QStringList{"GROUP no.such"}
-                                   << 0 << 411 << 411 << "411 no such group" << QStringList()
-                                   << QByteArrayList{"GROUP no.such"} << false;
-    QTest::newRow("GROUP in UTF-8") << Replies{{"GROUP GR", "211 1 1 1 gr\xc3\xbc\xc3\x9f" "e.de\r\n"}}
-                                    << QStringList{QStringLiteral("GROUP gr\u00fc\u00dfe.de")} << 0 << 211 << 0
-                                    << QStringLiteral("211 1 1 1 gr\u00fc\u00dfe.de") << QStringList()
-                                    << QByteArrayList{"GROUP gr\xc3\xbc\xc3\x9f" "e.de"} << false;
-    QTest::newRow("LIST fails") << Replies{{"LIST ACTIVE", "503 program fault\r\n"}} << QStringList{"LIST"} << 0 << 503
-                                << 503 << "503 program fault" << QStringList() << QByteArrayList{"LIST ACTIVE"} << false;
-    QTest::newRow("OVER fails") << Replies{{"OVER", "503 overview broken\r\n"}} << QStringList{"OVER 1-2"} << 0 << 503
-                                << 503 << "503 overview broken" << QStringList() << over << false;
-    QTest::newRow("ARTICLE refused") << Replies{{"ARTICLE", "502 not for you\r\n"}} << QStringList{"ARTICLE 10-10"} << 0
-                                     << 502 << 502 << "502 not for you" << QStringList() << QByteArrayList{"ARTICLE 10"}
-                                     << false;
-    QTest::newRow("POST refused") << Replies{{"POST", "440 posting not permitted\r\n"}} << QStringList{"POST x"} << 0
-                                  << 440 << 440 << "440 posting not permitted" << QStringList()
-                                  << QByteArrayList{"POST"} << false;
-    QTest::newRow("POST text rejected")
-        << Replies{{"POST", "340 send it\r\n"}, {".", "441 posting failed: no newsgroups\r\n"}}
-        << QStringList{"POST Subject: x\r\n\r\nbody"} << 0 << 441 << 441 << "441 posting failed: no newsgroups"
-        << QStringList() << QByteArrayList{"POST", "Subject: x", "", "body", "."} << false;
-    QTest::newRow("POST dot-stuffed") << Replies{{"POST", "340 send article\r\n"}, {".", "240 article posted\r\n"}}
-                                      << QStringList{"POST Newsgroups: a.b\nSubject: dots\n\n.hidden\n.\nmiddle\r\n..two\nlast"}
-                                      << 0 << 240 << 0 << "240 article posted" << QStringList()
-                                      << QByteArrayList{"POST", "Newsgroups: a.b", "Subject: dots", "", "..hidden", "..",
-                                                        "middle", "...two", "last", "."}
-                                      << false;
-    QTest::newRow("article gone (423)") << gone << QStringList{"ARTICLE 1-1"} << 0 << 423 << 0
-                                        << "423 no such article number" << QStringList() << QByteArrayList{"ARTICLE 1"}
-                                        << false;
-    QTest::newRow("article gone (430)") << gone << QStringList{"ARTICLE 2-2"} << 0 << 430 << 0 << "430 no such article"
-                                        << QStringList() << QByteArrayList{"ARTICLE 2"} << false;
-    QTest::newRow("range past gone ones") << gone << QStringList{"ARTICLE 1-3"} << 0 << 220 << 0 << "220 3 <3@x>"
-                                          << QStringList{"3 three"}
-                                          << QByteArrayList{"ARTICLE 1", "ARTICLE 2", "ARTICLE 3"} << false;
-    QTest::newRow("next fetch starts empty") << gone << QStringList{"ARTICLE 1-3", "ARTICLE 2-2"} << 0 << 430 << 0
-                                             << "430 no such article" << QStringList()
-                                             << QByteArrayList{"ARTICLE 1", "ARTICLE 2", "ARTICLE 3", "ARTICLE 2"}
-                                             << false;
-    QTest::newRow("limit words in data")
-        << Replies{{"OVER", "224 overview\r\n" + overRow(1, "LIMIT EXCEEDED is a great band") +
-                                overRow(2, "limit exceeded again") + ".\r\n"}}
-        << QStringList{"OVER 1-2"} << 0 << 224 << 0 << "224 overview"
-        << QStringList{"1 LIMIT EXCEEDED is a great band 1", "2 limit exceeded again 2"} << over << false;
-    QTest::newRow("download limit") << Replies{{"ARTICLE", "502 Download limit exceeded, buy more\r\n"}}
-                                    << QStringList{"ARTICLE 1-1"} << 0 << 502 << 502
-                                    << "502 Download limit exceeded, buy more" << QStringList()
-                                    << QByteArrayList{"ARTICLE 1"} << true;
-    QTest::newRow("1 MiB overview field") << Replies{{"OVER", "224 overview\r\n1\t" + huge + "\tF\tD\t<1@x>\t\t1\t1\r\n.\r\n"}}
-                                          << QStringList{"OVER 1-2"} << 0 << 224 << 0 << "224 overview"
-                                          << QStringList{"1 " + QString::fromLatin1(huge)} << over << false;
-    QTest::newRow("silent on GROUP") << Replies{{"GROUP", ""}} << QStringList{"GROUP a.b"} << 1 << 0
-                                     << int(NewsTransport::ErrorTimeout) << "No answer from 127.0.0.1 within 1 seconds"
-                                     << QStringList() << QByteArrayList{"GROUP a.b"} << false;
-    QTest::newRow("dropped in an answer")
-        << Replies{{"OVER", "224 overview\r\n" + overRow(1) + overRow(2) + overRow(3) + "4\tcut in the mid" +
-                                ScriptServer::Close}}
-        << QStringList{"OVER 1-2"} << 0 << 0 << int(NewsTransport::ErrorDropped)
-        << "Connection to 127.0.0.1 lost: Connection closed by the server"
-        << QStringList{"1 Subject 1", "2 Subject 2", "3 Subject 3"} << over << false;
+    QByteArray huge;
+    while (huge.size() < 1024 * 1024)
+        huge += "<" + QByteArray::number(huge.size()) + "@refs.example> ";
+    huge.chop(1);
+    using E = NewsTransport::LocalError;
+    operationRow("GROUP unknown", {{"GROUP NO.SUCH", "411 no such group\r\n"}}, {"GROUP no.such"}, 411, 411,
+                 "411 no such group", {"GROUP no.such"});
+    operationRow("GROUP in UTF-8", {{"GROUP GR", "211 1 1 1 gr\xc3\xbc\xc3\x9f" "e.de\r\n"}},
+                 {QStringLiteral("GROUP gr\u00fc\u00dfe.de")}, 211, 0, QStringLiteral("211 1 1 1 gr\u00fc\u00dfe.de"),
+                 {"GROUP gr\xc3\xbc\xc3\x9f" "e.de"});
+    operationRow("LIST fails", {{"LIST ACTIVE", "503 program fault\r\n"}}, {"LIST"}, 503, 503, "503 program fault",
+                 {"LIST ACTIVE"});
+    operationRow("OVER fails", {{"OVER", "503 overview broken\r\n"}}, {"OVER 1-2"}, 503, 503, "503 overview broken", over);
+    operationRow("ARTICLE refused", {{"ARTICLE", "502 not for you\r\n"}}, {"ARTICLE 10-10"}, 502, 502, "502 not for you",
+                 {"ARTICLE 10"});
+    operationRow("POST refused", {{"POST", "440 posting not permitted\r\n"}}, {"POST x"}, 440, 440,
+                 "440 posting not permitted", {"POST"});
+    operationRow("POST text rejected", {{"POST", "340 send it\r\n"}, {".", "441 posting failed: no newsgroups\r\n"}},
+                 {"POST Subject: x\r\n\r\nbody"}, 441, 441, "441 posting failed: no newsgroups",
+                 {"POST", "Subject: x", "", "body", "."});
+    operationRow("POST dot-stuffed", {{"POST", "340 send article\r\n"}, {".", "240 article posted\r\n"}},
+                 {"POST Newsgroups: a.b\nSubject: dots\n\n.hidden\n.\nmiddle\r\n..two\nlast"}, 240, 0, "240 article posted",
+                 {"POST", "Newsgroups: a.b", "Subject: dots", "", "..hidden", "..", "middle", "...two", "last", "."});
+    operationRow("article gone (423)", gone, {"ARTICLE 1-1"}, 423, 0, "423 no such article number", {"ARTICLE 1"});
+    operationRow("article gone (430)", gone, {"ARTICLE 2-2"}, 430, 0, "430 no such article", {"ARTICLE 2"});
+    operationRow("range past gone ones", gone, {"ARTICLE 1-3"}, 220, 0, "220 3 <3@x>",
+                 {"ARTICLE 1", "ARTICLE 2", "ARTICLE 3"}, {"3 three"});
+    operationRow("next fetch starts empty", gone, {"ARTICLE 1-3", "ARTICLE 2-2"}, 430, 0, "430 no such article",
+                 {"ARTICLE 1", "ARTICLE 2", "ARTICLE 3", "ARTICLE 2"});
+    operationRow("limit words in data", {{"OVER", "224 overview\r\n" + overRow(1, "LIMIT EXCEEDED is a great band") +
+                                                      overRow(2, "limit exceeded again") + ".\r\n"}},
+                 {"OVER 1-2"}, 224, 0, "224 overview", over,
+                 {"1 LIMIT EXCEEDED is a great band 1", "2 limit exceeded again 2"});
+    operationRow("download limit", {{"ARTICLE", "502 Download limit exceeded, buy more\r\n"}}, {"ARTICLE 1-1"}, 502, 502,
+                 "502 Download limit exceeded, buy more", {"ARTICLE 1"}, {}, 0, true);
+    operationRow("1 MiB overview field", {{"OVER", "224 overview\r\n1\t" + huge + "\tF\tD\t<1@x>\t\t1\t1\r\n.\r\n"}},
+                 {"OVER 1-2"}, 224, 0, "224 overview", over, {"1 " + QString::fromLatin1(huge)});
+    operationRow("silent on GROUP", {{"GROUP", ""}}, {"GROUP a.b"}, 0, E::ErrorTimeout,
+                 "No answer from 127.0.0.1 within 1 seconds", {"GROUP a.b"}, {}, 1);
+    operationRow("dropped in an answer", {{"OVER", "224 overview\r\n" + overRow(1) + overRow(2) + overRow(3) +
+                                                       "4\tcut in the mid" + ScriptServer::Close}},
+                 {"OVER 1-2"}, 0, E::ErrorDropped, "Connection to 127.0.0.1 lost: Connection closed by the server", over,
+                 {"1 Subject 1", "2 Subject 2", "3 Subject 3"});
 }
 
 void TestTransportScript::operation()
