@@ -2,7 +2,6 @@
 // error answers, time-outs, dropped connections, huge and non-UTF-8 lines,
 // streaming, abort and reconnect, posting, TLS.
 #include "ScriptServer.h"
-#include "news/transport/NewsTransport.h"
 
 #include <QCryptographicHash>
 #include <QElapsedTimer>
@@ -15,33 +14,6 @@
 
 namespace {
 
-const QString kConnected = QStringLiteral("Connected to NNTP Server");
-const QString kDisconnected = QStringLiteral("Disconnected from NNTP Server");
-
-struct DoneEvent {
-    qint32 value;
-    bool error;
-    QString text;
-};
-
-// Collects every notification of one transport.
-class Recorder : public QObject {
-public:
-    explicit Recorder(NewsTransport *t)
-    {
-        connect(t, &NewsTransport::Debug, this, [this](NewsTransport *, const QString &s) { debug << s; });
-        connect(t, &NewsTransport::Done, this, [this](NewsTransport *, qint32 v, bool e, const QString &s) {
-            done.append({v, e, s});
-        });
-        connect(t, &NewsTransport::Connected, this, [this] { ++connected; });
-        connect(t, &NewsTransport::Disconnected, this, [this] { ++disconnected; });
-    }
-    QStringList debug;
-    QList<DoneEvent> done;
-    int connected = 0;
-    int disconnected = 0;
-};
-
 // Counts ticks of a short timer: proves the event loop kept running.
 class Ticker : public QObject {
 public:
@@ -51,90 +23,12 @@ private:
     QTimer m_timer;
 };
 
-// Runs the event loop until ready() holds or ms have passed; wakes on every event, so each step
-// of a conversation with the scripted server costs no more than it takes.
-bool waitFor(const std::function<bool()> &ready, int ms = 10000)
-{
-    const QDeadlineTimer deadline(ms);
-    QTimer wake;   // lets the loop see the deadline when nothing else happens
-    wake.start(20);
-    while (!ready() && !deadline.hasExpired())
-        QCoreApplication::processEvents(QEventLoop::WaitForMoreEvents);
-    return ready();
-}
-
-// A transport with its notifications recorded.
-struct Client {
-    NewsTransport t;
-    Recorder r{&t};
-
-    // Opens a session; true once it is open, false once the attempt has failed.
-    bool connectTo(const QString &entry, const QString &user = QString(), const QString &pass = QString())
-    {
-        const int connected = r.connected;
-        const qsizetype done = r.done.size();
-        t.Connect(entry, user, pass);
-        waitFor([&] { return r.connected > connected || r.done.size() > done; });
-        return t.StateText() == kConnected;
-    }
-    bool waitDone(qsizetype n, int ms = 10000) { return waitFor([&] { return r.done.size() >= n; }, ms) && r.done.size() == n; }
-    // Starts an operation written as its command: "GROUP name", "LIST", "OVER first-last",
-    // "ARTICLE first-last" or "POST text".
-    void start(const QString &op)
-    {
-        const QString arg = op.section(QLatin1Char(' '), 1);
-        const qint64 first = arg.section(QLatin1Char('-'), 0, 0).toLongLong();
-        const qint64 last = arg.section(QLatin1Char('-'), 1, 1).toLongLong();
-        if (op.startsWith(QLatin1String("GROUP ")))
-            t.SelectGroup(arg);
-        else if (op == QLatin1String("LIST"))
-            t.RequestGroupList();
-        else if (op.startsWith(QLatin1String("OVER ")))
-            t.FetchHeaders(first, last);
-        else if (op.startsWith(QLatin1String("ARTICLE ")))
-            t.FetchArticles(first, last);
-        else {
-            NewsTransportArticle a;
-            a.Message.Raw = arg.toLatin1();
-            t.Post(a);
-        }
-    }
-    // Runs an operation and waits for its one Done.
-    bool run(const QString &op, int ms = 10000)
-    {
-        const qsizetype n = r.done.size();
-        start(op);
-        return waitDone(n + 1, ms);
-    }
-};
-
 QByteArray overRow(qint64 n, const QByteArray &subject = "Subject")
 {
     return QByteArray::number(n) + '\t' + subject + ' ' + QByteArray::number(n) +
            "\tPoster <p@x>\tMon, 16 Nov 2003 21:54:12 -0500\t<" + QByteArray::number(n) +
            "@x>\t\t100\t5\tXref: h a.b:" + QByteArray::number(n) + "\r\n";
 }
-
-// A transport and a scripted server that knows GROUP, LIST OVERVIEW.FMT (without Path), has no
-// HDR, and takes the log-in of any user with the password "s3cret".
-struct Session : Client {
-    ScriptServer s;
-    Session()
-    {
-        s.replies = {{"GROUP", "211 3 10 12 a.b\r\n"},
-                     {"LIST OVERVIEW.FMT", "215 order follows\r\nSubject:\r\nFrom:\r\nDate:\r\nMessage-ID:\r\n"
-                                           "References:\r\n:bytes\r\n:lines\r\nXref:full\r\n.\r\n"},
-                     {"HDR", "503 no hdr today\r\n"},
-                     {"AUTHINFO USER", "381 password please\r\n"},
-                     {"AUTHINFO PASS S3CRET", "281 welcome\r\n"},
-                     {"AUTHINFO PASS", "481 authentication failed\r\n"}};
-        s.start();
-    }
-    bool open(const QString &user = QString(), const QString &pass = QString())
-    {
-        return s.isListening() && connectTo(s.address(), user, pass);
-    }
-};
 
 using Replies = QHash<QByteArray, QByteArray>;
 
