@@ -187,7 +187,11 @@ struct Client {
         waitFor([&] { return r.connected > connected || r.done.size() > done; });
         return t.StateText() == kConnected;
     }
-    bool waitDone(qsizetype n, int ms = 10000) { return waitFor([&] { return r.done.size() >= n; }, ms) && r.done.size() == n; }
+    // Waits for the n-th Done; false also when more came.
+    bool waitDone(qsizetype n, int ms = 10000)
+    {
+        return waitFor([&] { return r.done.size() >= n; }, ms) && r.done.size() == n;
+    }
     // Starts an operation written as its command: "GROUP name", "LIST", "OVER first-last",
     // "ARTICLE first-last" or "POST text".
     void start(const QString &op)

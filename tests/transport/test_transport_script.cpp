@@ -303,16 +303,18 @@ void TestTransportScript::operation_data()
                  {"GROUP gr\xc3\xbc\xc3\x9f" "e.de"});
     operationRow("LIST fails", {{"LIST ACTIVE", "503 program fault\r\n"}}, {"LIST"}, 503, 503, "503 program fault",
                  {"LIST ACTIVE"});
-    operationRow("OVER fails", {{"OVER", "503 overview broken\r\n"}}, {"OVER 1-2"}, 503, 503, "503 overview broken", over);
-    operationRow("ARTICLE refused", {{"ARTICLE", "502 not for you\r\n"}}, {"ARTICLE 10-10"}, 502, 502, "502 not for you",
-                 {"ARTICLE 10"});
+    operationRow("OVER fails", {{"OVER", "503 overview broken\r\n"}}, {"OVER 1-2"}, 503, 503, "503 overview broken",
+                 over);
+    operationRow("ARTICLE refused", {{"ARTICLE", "502 not for you\r\n"}}, {"ARTICLE 10-10"}, 502, 502,
+                 "502 not for you", {"ARTICLE 10"});
     operationRow("POST refused", {{"POST", "440 posting not permitted\r\n"}}, {"POST x"}, 440, 440,
                  "440 posting not permitted", {"POST"});
     operationRow("POST text rejected", {{"POST", "340 send it\r\n"}, {".", "441 posting failed: no newsgroups\r\n"}},
                  {"POST Subject: x\r\n\r\nbody"}, 441, 441, "441 posting failed: no newsgroups",
                  {"POST", "Subject: x", "", "body", "."});
     operationRow("POST dot-stuffed", {{"POST", "340 send article\r\n"}, {".", "240 article posted\r\n"}},
-                 {"POST Newsgroups: a.b\nSubject: dots\n\n.hidden\n.\nmiddle\r\n..two\nlast"}, 240, 0, "240 article posted",
+                 {"POST Newsgroups: a.b\nSubject: dots\n\n.hidden\n.\nmiddle\r\n..two\nlast"}, 240, 0,
+                 "240 article posted",
                  {"POST", "Newsgroups: a.b", "Subject: dots", "", "..hidden", "..", "middle", "...two", "last", "."});
     operationRow("article gone (423)", gone, {"ARTICLE 1-1"}, 423, 0, "423 no such article number", {"ARTICLE 1"});
     operationRow("article gone (430)", gone, {"ARTICLE 2-2"}, 430, 0, "430 no such article", {"ARTICLE 2"});
@@ -324,16 +326,16 @@ void TestTransportScript::operation_data()
                                                       overRow(2, "limit exceeded again") + ".\r\n"}},
                  {"OVER 1-2"}, 224, 0, "224 overview", over,
                  {"1 LIMIT EXCEEDED is a great band 1", "2 limit exceeded again 2"});
-    operationRow("download limit", {{"ARTICLE", "502 Download limit exceeded, buy more\r\n"}}, {"ARTICLE 1-1"}, 502, 502,
-                 "502 Download limit exceeded, buy more", {"ARTICLE 1"}, {}, 0, true);
+    operationRow("download limit", {{"ARTICLE", "502 Download limit exceeded, buy more\r\n"}}, {"ARTICLE 1-1"},
+                 502, 502, "502 Download limit exceeded, buy more", {"ARTICLE 1"}, {}, 0, true);
     operationRow("1 MiB overview field", {{"OVER", "224 overview\r\n1\t" + huge + "\tF\tD\t<1@x>\t\t1\t1\r\n.\r\n"}},
                  {"OVER 1-2"}, 224, 0, "224 overview", over, {"1 " + QString::fromLatin1(huge)});
     operationRow("silent on GROUP", {{"GROUP", ""}}, {"GROUP a.b"}, 0, E::ErrorTimeout,
                  "No answer from 127.0.0.1 within 1 seconds", {"GROUP a.b"}, {}, 1);
     operationRow("dropped in an answer", {{"OVER", "224 overview\r\n" + overRow(1) + overRow(2) + overRow(3) +
                                                        "4\tcut in the mid" + ScriptServer::Close}},
-                 {"OVER 1-2"}, 0, E::ErrorDropped, "Connection to 127.0.0.1 lost: Connection closed by the server", over,
-                 {"1 Subject 1", "2 Subject 2", "3 Subject 3"});
+                 {"OVER 1-2"}, 0, E::ErrorDropped, "Connection to 127.0.0.1 lost: Connection closed by the server",
+                 over, {"1 Subject 1", "2 Subject 2", "3 Subject 3"});
 }
 
 void TestTransportScript::operation()
@@ -644,7 +646,9 @@ void TestTransportScript::tls_certificate_trust()
     {
         Client trusting;
         int questions = 0;
-        trusting.t.SetCertificateCheck([&](const QString &, const QString &, const QString &) { return ++questions < 0; });
+        trusting.t.SetCertificateCheck([&](const QString &, const QString &, const QString &) {
+            return ++questions < 0;
+        });
         QVERIFY(trusting.connectTo(entry));
         QCOMPARE(questions, 0);
     }
@@ -701,7 +705,8 @@ void TestTransportScript::raw_overview_text_as_sent()
         QByteArray out = line.startsWith("HDR Path ") ? "225 Path follows\r\n" : "224 overview\r\n";
         if (withPaths && (line.startsWith("HDR Path ") || line.startsWith("OVER "))) {
             for (qint64 n = r.at(0).toLongLong(); n <= r.at(1).toLongLong(); ++n)
-                out += line.startsWith("HDR") ? QByteArray::number(n) + " path" + QByteArray::number(n) + "\r\n" : overRow(n);
+                out += line.startsWith("HDR") ? QByteArray::number(n) + " path" + QByteArray::number(n) + "\r\n"
+                                              : overRow(n);
             c->write(out + ".\r\n");
         } else if (line.startsWith("OVER ")) {
             // in small pieces with pauses, so the reader sees every kind of split
@@ -764,8 +769,8 @@ void TestTransportScript::raw_overview_end_followed_by_more()
         body += overRow(n);
     for (const bool closing : {false, true}) {
         Session f;
-        f.s.replies["OVER"] = "224 overview\r\n" + body + ".\r\n" +
-                              (closing ? QByteArray("400 going away\r\n") + ScriptServer::Close : QByteArray("999 unasked\r\n"));
+        const QByteArray more = closing ? QByteArray("400 going away\r\n") + ScriptServer::Close : "999 unasked\r\n";
+        f.s.replies["OVER"] = "224 overview\r\n" + body + ".\r\n" + more;
         QVERIFY(f.open());
         f.t.SetRawOverview(true);
         f.t.SetPathChunk(50000);   // one OVER
