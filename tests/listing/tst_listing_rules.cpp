@@ -39,6 +39,7 @@ private slots:
         QTest::newRow("dashes") << "16-Nov-2003 10:00:00" << "16" << "16" << "16";
         QTest::newRow("double spaces") << "Mon,  3 Mar 2003 10:00:00 -0800" << "3 Mar 2003 10:00:00" << "03/03/2003" << "2003/03/03 10:00:00";
         QTest::newRow("inn utc") << "Mon, 23 Nov 2026 07:35:18 -0000 (UTC)" << "23 Nov 2026 07:35:18" << "11/23/2026" << "2026/11/23 07:35:18";
+        QTest::newRow("three spaces become two") << "a   b" << "a  b" << "a  b" << "a  b";
     }
     void normaliseDateTable()
     {
@@ -50,11 +51,6 @@ private slots:
         const auto f = formatDate(NormaliseDate(raw));
         QCOMPARE(f.first, display);
         QCOMPARE(f.second, sort);
-    }
-
-    void threeSpacesBecomeTwo()
-    {
-        QCOMPARE(NormaliseDate(QStringLiteral("a   b")), QStringLiteral("a  b"));
     }
 
     void recordRules()
@@ -196,14 +192,6 @@ private slots:
             }
         }
         QVERIFY(n > 2500);
-        // every date of the list, alone, as the general rule forms it
-        for (const QByteArray &d : dates) {
-            QByteArray display, sort;
-            formatDateBytes(d.constData(), d.size(), display, sort);
-            const auto f = formatDate(NormaliseDate(textFromBytes(d)));
-            QCOMPARE(QString::fromUtf8(display), f.first);
-            QCOMPARE(QString::fromUtf8(sort), f.second);
-        }
     }
 
     // The listing's sort (keys first, whole cells on equal keys) against a plain stable sort of the

@@ -21,27 +21,6 @@ namespace {
 
 constexpr qint64 kMiB = 1 << 20;
 
-struct DoneEvent {
-    qint32 value;
-    bool error;
-    QString text;
-};
-
-class Recorder : public QObject {
-public:
-    explicit Recorder(NewsTransport *t)
-    {
-        connect(t, &NewsTransport::Debug, this, [this](NewsTransport *, const QString &s) { debug << s; });
-        connect(t, &NewsTransport::Done, this, [this](NewsTransport *, qint32 v, bool e, const QString &s) {
-            done.append({v, e, s});
-        });
-        connect(t, &NewsTransport::Connected, this, [this] { ++connected; });
-    }
-    QStringList debug;
-    QList<DoneEvent> done;
-    int connected = 0;
-};
-
 // The process's peak resident memory since the last reset, in bytes.
 qint64 peakRss()
 {

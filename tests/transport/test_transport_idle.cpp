@@ -1,7 +1,6 @@
 // Waiting costs nothing; the notification sink sees what the signals see; an
 // owner may drop the transport from inside any notification.
 #include "ScriptServer.h"
-#include "news/transport/NewsTransport.h"
 
 #include <QElapsedTimer>
 #include <QEventLoop>
@@ -49,18 +48,10 @@ private slots:
 
 void TestTransportIdle::waiting_uses_no_cpu()
 {
-    ScriptServer s;
-    s.replies["GROUP"] = "";  // never answers
-    QVERIFY(s.start());
-    NewsTransport t;
-    bool done = false;
-    connect(&t, &NewsTransport::Connected, this, [&] { done = true; });
-    t.SetTimeout(30);
-    t.Connect(s.address());
-    QTRY_VERIFY(done);
-    done = false;
-    connect(&t, &NewsTransport::Done, this, [&] { done = true; });
-    t.SelectGroup(QStringLiteral("a.b"));
+    Session f;
+    f.s.replies["GROUP"] = "";  // never answers
+    QVERIFY(f.open());
+    f.start(QStringLiteral("GROUP a.b"));
 
     // the program's wait: sleep in the event loop until something happens
     bool timeUp = false;
@@ -69,32 +60,28 @@ void TestTransportIdle::waiting_uses_no_cpu()
     QElapsedTimer clock;
     clock.start();
     QEventLoop loop;
-    while (!done && !timeUp)
+    while (f.r.done.isEmpty() && !timeUp)
         loop.processEvents(QEventLoop::WaitForMoreEvents);
     const double cpu = cpuSeconds() - cpu0;
     qInfo("5 s wait on a silent server: %.3f s wall, %.4f s CPU", clock.elapsed() / 1000.0, cpu);
-    QVERIFY(!done);
-    QVERIFY(t.Busy());
+    QVERIFY(f.r.done.isEmpty());
+    QVERIFY(f.t.Busy());
     QVERIFY2(cpu < 0.5, QByteArray::number(cpu));
 }
 
 void TestTransportIdle::sink_gets_every_notification()
 {
-    ScriptServer s;
-    s.replies["LIST ACTIVE"] = "215 list\r\na.b 2 1 y\r\n.\r\n";
-    QVERIFY(s.start());
+    Session f;
+    f.s.replies["LIST ACTIVE"] = "215 list\r\na.b 2 1 y\r\n.\r\n";
     Sink sink;
-    NewsTransport t;
-    t.SetNotify(&sink);
-    QStringList signalled;
-    connect(&t, &NewsTransport::Debug, this, [&](NewsTransport *, const QString &x) { signalled << x; });
-    t.Connect(s.address());
-    QTRY_VERIFY(sink.calls.contains("Connected"));
-    t.RequestGroupList();
-    QTRY_VERIFY(sink.calls.contains("Done 215 0"));
-    t.Disconnect();
-    QTRY_VERIFY(sink.calls.contains("Disconnected"));
+    f.t.SetNotify(&sink);
+    QVERIFY(f.open());
+    QVERIFY(f.run(QStringLiteral("LIST")));
+    f.t.Disconnect();
+    QTRY_COMPARE(f.r.disconnected, 1);
     QCOMPARE(sink.calls.first(), QStringLiteral("State 0>1"));
+    QVERIFY(sink.calls.contains("Connected"));
+    QVERIFY(sink.calls.contains("Disconnected"));
     QVERIFY(sink.calls.contains("Debug 200 scripted server ready, posting ok"));
     QVERIFY(sink.calls.contains("Stream"));
     QVERIFY(sink.stream);
@@ -103,7 +90,7 @@ void TestTransportIdle::sink_gets_every_notification()
     for (const QString &c : std::as_const(sink.calls))
         if (c.startsWith("Debug "))
             sinkDebug << c.mid(6);
-    QCOMPARE(sinkDebug, signalled);
+    QCOMPARE(sinkDebug, f.r.debug);
 }
 
 void TestTransportIdle::owner_may_delete_inside_a_notification()
