@@ -69,7 +69,9 @@ void Viewer::msgActivate()
     w->MessageId = m.grid->cell(row, 5);
     w->References = m.grid->cell(row, 7);
     w->msgActivate();
-    if (m.S.TransportError != 0)
+    // a failed fetch leaves no viewer up; a picture that failed to decode leaves the text shown,
+    // and closing the viewer gives the commands back
+    if (m.S.TransportError != 0 && !w->isVisible())
         messageCommands(true);
 }
 

@@ -39,6 +39,7 @@
 #include <QTextDocument>
 #include <QUrl>
 #include <QVBoxLayout>
+#include <QWindow>
 
 namespace {
 const QString CaptionWhole = QStringLiteral("Message Contents");
@@ -50,6 +51,15 @@ frmMessage::frmMessage(frmMain &main) : QWidget(&main, Qt::Window), m(main)
     setObjectName(QStringLiteral("frmMessage"));
     setWindowTitle(QStringLiteral("Message"));
     setAttribute(Qt::WA_DeleteOnClose, false);
+    // The viewer goes away when the user turns back to the main window; a box it shows, the
+    // mail program opened from it or any other program taking the focus leave it up.
+    connect(qGuiApp, &QGuiApplication::focusWindowChanged, this, [this](QWindow *focus) {
+        if (!focus || focus != m.windowHandle() || !isVisible() || m_loading)
+            return;
+        SaveViewerGeometry();
+        if (!(m.poster && m.poster->replyMode()))
+            close();
+    });
     const double tpp = nd::TwipsPerPixel;
     setMinimumSize(int(MinWidthTwips / tpp + 0.5), int(MinHeightTwips / tpp + 0.5));
 
@@ -425,10 +435,7 @@ void frmMessage::changeEvent(QEvent *event)
     QWidget::changeEvent(event);
     if (event->type() != QEvent::ActivationChange || isActiveWindow() || !isVisible() || m_loading)
         return;
-    // Another window became active: the viewer goes away unless a reply to it is being written.
     SaveViewerGeometry();
-    if (!(m.poster && m.poster->replyMode()))
-        close();
 }
 
 void frmMessage::closeEvent(QCloseEvent *event)
