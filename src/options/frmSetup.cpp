@@ -65,6 +65,8 @@ frmSetup::frmSetup(frmMain &main)
     layout->addLayout(buttons);
     resize(640, 540);
 
+    // Cancel, Escape and closing the window keep none of the server list's edits
+    connect(this, &QDialog::rejected, this, &frmSetup::restoreServers);
     connect(&servers, &ServerList::captionChanged, frameServers, &QGroupBox::setTitle);
     connect(&servers, &ServerList::currentServerChanged, this, &frmSetup::lstServs_Click);
     connect(&m.shell(), &Shell::shuttingDown, this, [this] {
@@ -317,6 +319,24 @@ void frmSetup::Load()
     else
         servers.lstServs->setCurrentIndex(-1);
     tabs->setCurrentIndex(0);
+
+    m_serversAtOpen.clear();
+    for (int i = 0; i < servers.lstServs->count(); ++i)
+        m_serversAtOpen.append({servers.lstServs->text(i), servers.lstServs->secondText(i)});
+    m_serverAtOpen = m.opt.NNTPServer;
+    m_userAtOpen = m.S.ServerUserId;
+    m_passwordAtOpen = m.S.ServerPassword;
+}
+
+void frmSetup::restoreServers()
+{
+    servers.lstServs->clear();
+    for (const auto &item : std::as_const(m_serversAtOpen))
+        servers.lstServs->add(item.first, item.second);
+    m.opt.NNTPServer = m_serverAtOpen;
+    m.S.ServerUserId = m_userAtOpen;
+    m.S.ServerPassword = m_passwordAtOpen;
+    servers.refreshCaption();
 }
 
 void frmSetup::cmdOK_Click()
