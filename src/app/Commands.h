@@ -80,6 +80,8 @@ inline constexpr Cmd MessageWork[] = {Cmd::Download, Cmd::DownloadAll, Cmd::View
                                                           Cmd::Groups, Cmd::Connect};
 // The commands that open the current message list's articles.
 inline constexpr Cmd MessageOpen[] = {Cmd::Download, Cmd::DownloadAll, Cmd::View};
+// What rebuilds the lists a download reads: off for the download's length.
+inline constexpr Cmd ListRebuild[] = {Cmd::RefreshMessages, Cmd::RefreshGroups};
 } // namespace cmds
 
 // The menu item a command code stands for ("menuConnect"); empty for an unknown code.

@@ -297,10 +297,37 @@ void Downloader::CleanTempFiles(bool all)
 
 void Downloader::switchCommands(bool on)
 {
+    holdLists(!on);
     for (int code : {7, 8, 9, 3, 5})
         m.SetMenuState(code, on);
     m.MenuOnOff(QStringLiteral("CG"), on);
     m.MenuOnOff(QStringLiteral("SM"), on);
+}
+
+void Downloader::holdLists(bool hold)
+{
+    if (hold) {
+        if (m_holdDepth++ > 0)
+            return;
+        m_heldStates.clear();
+        for (nd::Cmd c : nd::cmds::ListRebuild) {
+            m_heldStates.append(m.shell().menuState(c));
+            m.shell().SetMenuState(c, false);
+        }
+        m_groupsViewWasOn = m.lstGroupsView && m.lstGroupsView->isEnabled();
+        if (m.lstGroupsView)
+            m.lstGroupsView->setEnabled(false);
+        return;
+    }
+    if (m_holdDepth == 0 || --m_holdDepth > 0)
+        return;
+    // a run that lost its connection leaves them off, as the disconnect did
+    const bool connected = m.IsConnectedIdle(false);
+    int i = 0;
+    for (nd::Cmd c : nd::cmds::ListRebuild)
+        m.shell().SetMenuState(c, connected && m_heldStates.value(i++));
+    if (m.lstGroupsView && m_groupsViewWasOn)
+        m.lstGroupsView->setEnabled(true);
 }
 
 bool Downloader::decodeSet(const QString &name)
@@ -341,11 +368,9 @@ bool Downloader::decodeSet(const QString &name)
 
 void Downloader::addSavedFile(const QString &path)
 {
-    if (m.savedFiles) {
-        // the saved-files list gives the entry its type icon and previews incoming pictures
-        m.savedFiles->AddSavedFile(path);
-        m.savedFiles->PreviewFile(path);
-    } else {
+    // the saved-files list lists the file with its type icon and previews incoming pictures
+    // when it hears of it (fileSaved); without one the bare name is listed here
+    if (!m.savedFiles) {
         const QString name = QFileInfo(path).fileName();
         if (m.lstFiles && m.lstFiles->find(name) < 0)
             m.lstFiles->add(name);
@@ -360,6 +385,7 @@ void Downloader::runningCommands(bool running)
 {
     if (m.S.QuietMode)
         return;
+    holdLists(running);
     for (int code : {1, 3, 7, 8, 9})
         m.SetMenuState(code, !running);
     m.SetMenuState(4, running);

@@ -55,6 +55,9 @@ private:
     bool decodeSet(const QString &name);
     void addSavedFile(const QString &path);
     void switchCommands(bool on);
+    // Refreshing a list or opening another group while a download runs would pull the rows
+    // from under it: those commands and the group list are off until the outermost run ends.
+    void holdLists(bool hold);
     void setFavoritesEnabled(bool on);
     void gridRedraw(bool on);
     QString destDir() const;
@@ -63,4 +66,7 @@ private:
     DecoderWizard *m_decoder = nullptr;
     GridRows *m_rows = nullptr;      // subjects of the grid, read once per run
     bool m_textIsLatin1 = false;     // MessageText was not valid UTF-8
+    int m_holdDepth = 0;
+    QList<bool> m_heldStates;        // the held commands' states before the run
+    bool m_groupsViewWasOn = true;
 };

@@ -67,6 +67,11 @@ SavedFiles::SavedFiles(frmMain &main) : QObject(&main), m(main)
             PreviewFile(path);
         });
     connect(&m.shell(), &Shell::settingsLoaded, this, &SavedFiles::syncPreviewState);
+    connect(&m.shell(), &Shell::previewCleared, this, [this] {
+        clearPreviewBox();
+        if (m_large && previewOn())
+            m_large->picture()->clearPicture();
+    });
     syncPreviewState();
 }
 
@@ -325,6 +330,10 @@ void SavedFiles::showLargePreview(const QString &path, const QString &entryText)
 bool SavedFiles::eventFilter(QObject *watched, QEvent *event)
 {
     if (watched == m.Picture1) {
+        // a box emptied elsewhere (a new listing, a disconnect) stays empty
+        if ((event->type() == QEvent::Resize || event->type() == QEvent::MouseButtonDblClick)
+            && !m_previewImage.isNull() && m.Picture1->pixmap().isNull())
+            clearPreviewBox();
         if (event->type() == QEvent::Resize) {
             refitPreview();
         } else if (event->type() == QEvent::MouseButtonDblClick && previewOn()) {
