@@ -40,8 +40,12 @@ bool Poster::OpenPost(int scope)
     w->ReplyReferences.clear();
     w->ReplyInReplyTo.clear();
     if (!w->CheckWindows()) {
+        // a refused check unloads the window, an open one too: it must not stay up with a
+        // scope that was refused
         if (fresh)
             delete w;
+        else
+            w->close();
         return false;
     }
     if (!m.isBatch()) {
@@ -62,8 +66,12 @@ bool Poster::Reply(const QString &sender, const QString &subject, const QString 
     frmPostMsg *w = ensureWindow();
     w->PostScope = frmPostMsg::CurrentGroup;
     if (!w->CheckWindows()) {
+        // a refused check unloads the window, an open one too: it must not stay up with a
+        // scope that was refused
         if (fresh)
             delete w;
+        else
+            w->close();
         return false;
     }
     w->ReplyMode = 1;
