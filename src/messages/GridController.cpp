@@ -180,7 +180,9 @@ bool GridController::FindText(const QString &text, bool first)
     if (text.isEmpty())
         return false;
     bool found = false;
-    const bool inList = m.lstGroupsView->hasFocus() || m.lstFavoritesView->hasFocus() || m.grid->lastMessageRow() == 0;
+    const bool inList = m_findInList >= 0
+        ? m_findInList == 1
+        : m.lstGroupsView->hasFocus() || m.lstFavoritesView->hasFocus() || m.grid->lastMessageRow() == 0;
     if (inList) {
         found = findInList(text, first);
     } else {
@@ -205,8 +207,11 @@ bool GridController::FindText(const QString &text, bool first)
 
 void GridController::showFind()
 {
+    // the dialog's own box takes the focus: search what was active when it was opened
+    m_findInList = m.lstGroupsView->hasFocus() || m.lstFavoritesView->hasFocus() || m.grid->lastMessageRow() == 0;
     frmFind dlg(m, *this);
     dlg.exec();
+    m_findInList = -1;
 }
 
 frmFind::frmFind(frmMain &main, GridController &grid)

@@ -35,6 +35,7 @@ private:
     frmMain &m;
     int m_sortOrder = 0;
     int m_anchor = 0;
+    int m_findInList = -1;   // while the Find dialog is up: 1 the list, 0 the grid was active
 };
 
 // The Find dialog.
