@@ -331,6 +331,10 @@ private slots:
             QTimer::singleShot(0, &w, [&w, text] {
                 auto *dlg = qobject_cast<frmFind *>(QApplication::activeModalWidget());
                 QVERIFY(dlg);
+                // typed as a person does: the dialog's box has the focus
+                QVERIFY(QTest::qWaitForWindowActive(dlg));
+                dlg->txtSearch->setFocus();
+                QTRY_VERIFY(dlg->txtSearch->hasFocus());
                 dlg->txtSearch->setText(text);
                 dlg->cmdOK->click();
                 if (dlg->isVisible())
