@@ -258,6 +258,9 @@ void frmMain::buildWidgets()
     lblGrp->setObjectName(QStringLiteral("lblGrp"));
     lblFav = new QLabel(this);
     lblFav->setObjectName(QStringLiteral("lblFav"));
+    // the captions name a server, a group or a favourites file: they wrap rather than be cut
+    lblGrp->setWordWrap(true);
+    lblFav->setWordWrap(true);
     // a long group name in the caption is cut off rather than widening the left column
     for (QLabel *l : {lblGrp, lblFav})
         l->setSizePolicy(QSizePolicy::Ignored, QSizePolicy::Preferred);
@@ -345,7 +348,7 @@ void frmMain::buildWidgets()
     main->addWidget(right);
     main->setStretchFactor(0, 1);
     main->setStretchFactor(1, 3);
-    main->setSizes({260, 740});
+    main->setSizes({300, 700});
     setCentralWidget(main);
 
     for (int i = 0; i < 3; ++i) {
@@ -596,6 +599,7 @@ void frmMain::setStatus(int panel, const QString &text)
     if (panel < 1 || panel > 3)
         return;
     m_panels[panel - 1]->setText(text);
+    m_panels[panel - 1]->setToolTip(text);   // a long text is cut at the panel's edge
     if (m_options.batch && !text.isEmpty() && panel != 3) {
         static QString last[3];
         if (last[panel - 1] != text) {

@@ -17,6 +17,7 @@
 #include <QGroupBox>
 #include <QHBoxLayout>
 #include <QKeyEvent>
+#include <QKeySequence>
 #include <QLabel>
 #include <QLineEdit>
 #include <QListView>
@@ -89,19 +90,21 @@ QWidget *frmSetup::buildServerTab()
         const char *tip;
         QStyle::StandardPixmap icon;
         void (ServerList::*run)();
+        QKeySequence keys;   // toolbar buttons take no focus: the keyboard reaches them this way
     };
     const B buttons[] = {
-        {"New", "Enter new server address", QStyle::SP_FileIcon, &ServerList::menuNew},
-        {"Find", "Find server in list", QStyle::SP_FileDialogContentsView, &ServerList::menuFind},
-        {"Delete", "Delete server", QStyle::SP_TrashIcon, &ServerList::menuDelete},
-        {"Import", "Import server addresses", QStyle::SP_DialogOpenButton, &ServerList::menuImport},
-        {"Export", "Export server addresses", QStyle::SP_DialogSaveButton, &ServerList::menuExport},
-        {"Download", "Download open server list", QStyle::SP_ArrowDown, &ServerList::downloadOpenServers},
+        {"New", "Enter new server address", QStyle::SP_FileIcon, &ServerList::menuNew, QKeySequence(Qt::Key_Insert)},
+        {"Find", "Find server in list", QStyle::SP_FileDialogContentsView, &ServerList::menuFind, QKeySequence(Qt::CTRL | Qt::Key_F)},
+        {"Delete", "Delete server", QStyle::SP_TrashIcon, &ServerList::menuDelete, QKeySequence()},
+        {"Import", "Import server addresses", QStyle::SP_DialogOpenButton, &ServerList::menuImport, QKeySequence(Qt::CTRL | Qt::Key_I)},
+        {"Export", "Export server addresses", QStyle::SP_DialogSaveButton, &ServerList::menuExport, QKeySequence(Qt::CTRL | Qt::Key_E)},
+        {"Download", "Download open server list", QStyle::SP_ArrowDown, &ServerList::downloadOpenServers, QKeySequence()},
     };
     for (const B &b : buttons) {
         QAction *a = serverToolbar->addAction(style()->standardIcon(b.icon), QString::fromLatin1(b.key));
         a->setObjectName(QString::fromLatin1(b.key));
         a->setToolTip(QString::fromLatin1(b.tip));
+        a->setShortcut(b.keys);
         connect(a, &QAction::triggered, this, [this, run = b.run] { (servers.*run)(); });
     }
 
