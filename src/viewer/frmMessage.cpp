@@ -104,6 +104,8 @@ frmMessage::frmMessage(frmMain &main) : QWidget(&main, Qt::Window), m(main)
     tl->addWidget(txtEmail, 1, 1);
     tl->addWidget(new QLabel(QStringLiteral("Date:"), this), 1, 2);
     tl->addWidget(txtDate, 1, 3);
+    // the whole date stays readable at the viewer's smallest size
+    txtDate->setMinimumWidth(txtDate->fontMetrics().horizontalAdvance(QStringLiteral("00/00/0000")) + 12);
     tl->setColumnStretch(1, 3);
     tl->setColumnStretch(3, 1);
     outer->addWidget(frameTitle);
