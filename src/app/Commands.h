@@ -82,6 +82,8 @@ inline constexpr Cmd MessageWork[] = {Cmd::Download, Cmd::DownloadAll, Cmd::View
 inline constexpr Cmd MessageOpen[] = {Cmd::Download, Cmd::DownloadAll, Cmd::View};
 // What rebuilds the lists a download reads: off for the download's length.
 inline constexpr Cmd ListRebuild[] = {Cmd::RefreshMessages, Cmd::RefreshGroups};
+// What rebuilds the lists or the session an address harvest works through: off for its length.
+inline constexpr Cmd HarvestBreakers[] = {Cmd::Groups, Cmd::Connect, Cmd::RefreshMessages, Cmd::RefreshGroups};
 } // namespace cmds
 
 // The menu item a command code stands for ("menuConnect"); empty for an unknown code.

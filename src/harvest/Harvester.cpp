@@ -304,6 +304,26 @@ void Harvester::holdLists(bool hold)
     m.lstFavoritesView->setEnabled(!hold);
     m.MSHResults->setEnabled(!hold);
     m.lstGroupsView->setEnabled(!hold);
+    // a new group list, a listing or a reconnect in the middle would end the run early
+    if (hold) {
+        if (!m_commandsHeld) {
+            m_heldStates.clear();
+            for (nd::Cmd c : nd::cmds::HarvestBreakers)
+                m_heldStates.append(m.shell().menuState(c));
+            m_commandsHeld = true;
+        }
+        for (nd::Cmd c : nd::cmds::HarvestBreakers)
+            m.shell().SetMenuState(c, false);
+    } else if (m_commandsHeld) {
+        m_commandsHeld = false;
+        // what a closing disconnect switched off stays off
+        const bool connected = m.IsConnectedIdle(false);
+        int i = 0;
+        for (nd::Cmd c : nd::cmds::HarvestBreakers) {
+            const bool was = m_heldStates.value(i++);
+            m.shell().SetMenuState(c, c == nd::Cmd::Connect ? was : was && connected);
+        }
+    }
 }
 
 void Harvester::command(HarvestScope scope, HarvestKind kind)

@@ -1,5 +1,6 @@
 #pragma once
 #include <QFile>
+#include <QList>
 #include <QObject>
 #include <QString>
 
@@ -65,6 +66,8 @@ private:
 
     frmMain &m;
     bool m_running = false;
+    bool m_commandsHeld = false;
+    QList<bool> m_heldStates;    // the held commands' states when the run started
     StopLatch *m_latch = nullptr;
     QFile m_output;
     bool m_outputFailed = false;

@@ -215,6 +215,36 @@ private slots:
         QVERIFY(w.lstGroupsView->isEnabled());
     }
 
+    // An address harvest over the current group keeps off what would end it early: a new
+    // group list, a listing, a reconnect; afterwards they are as the listing left them.
+    void harvestHoldsWhatWouldEndIt()
+    {
+        Server s;
+        ScriptedPrompter p;
+        frmMain w(&p, quiet());
+        w.opt.NNTPServer = s.srv.address();
+        w.opt.Timeout = 10;
+        w.opt.NewMsgs = 0;
+        connectAndList(w);
+        const QStringList held = {"menuGroup", "menuConnect", "menuRefreshM", "menuRefreshG"};
+        QMap<QString, bool> before, during;
+        for (const QString &n : held)
+            before[n] = w.action(n)->isEnabled();
+        s.onArticle = [&](int) {
+            if (!during.isEmpty())
+                return;
+            for (const QString &n : held)
+                during[n] = w.action(n)->isEnabled() || w.toolButton(QStringLiteral("Groups"))->isEnabled();
+        };
+        w.action(QStringLiteral("menuWebC"))->trigger();
+        QVERIFY(s.srv.sawCommand("ARTICLE"));
+        for (const QString &n : held)
+            QVERIFY2(!during.value(n, true), qPrintable(n + " on during the harvest"));
+        for (const QString &n : held)
+            QVERIFY2(w.action(n)->isEnabled() == before[n], qPrintable(n + " not given back"));
+        QVERIFY(p.wasAsked(QStringLiteral("0 Web/FTP Addresses found and saved.")));
+    }
+
     // The Connect button shows Disconnect's picture while connected and Connect's again after.
     void connectButtonFollowsTheSession()
     {
