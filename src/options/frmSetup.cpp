@@ -336,6 +336,10 @@ void frmSetup::restoreServers()
     servers.lstServs->clear();
     for (const auto &item : std::as_const(m_serversAtOpen))
         servers.lstServs->add(item.first, item.second);
+    // the server that was current stays the current item (the server runs start from it)
+    const int current = servers.findServer(m_serverAtOpen);
+    if (current >= 0)
+        servers.makeCurrent(current);
     m.opt.NNTPServer = m_serverAtOpen;
     m.S.ServerUserId = m_userAtOpen;
     m.S.ServerPassword = m_passwordAtOpen;

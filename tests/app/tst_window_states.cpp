@@ -328,6 +328,7 @@ private slots:
         QCOMPARE(w.servers->lstServs->texts(), before);
         QCOMPARE(w.servers->serverData(s.srv.address()), QStringLiteral("alice|||pw"));
         QCOMPARE(w.opt.NNTPServer, s.srv.address());
+        QCOMPARE(w.servers->lstServs->currentIndex(), w.servers->findServer(s.srv.address()));
         QCOMPARE(w.setup->frameServers->title(), QStringLiteral("NNTP Servers (2)"));
 
         w.action(QStringLiteral("menuConnect"))->trigger();
