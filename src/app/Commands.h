@@ -87,6 +87,10 @@ inline constexpr Cmd OffWithoutSession[] = {Cmd::Stop, Cmd::Groups, Cmd::Downloa
 inline constexpr Scope SessionScopes[] = {Scope::CurrentGroup, Scope::SelectedMessages, Scope::SelectedGroups};
 // The scopes whose runs open sessions of their own: off while the user's session is opening.
 inline constexpr Scope OwnSessionScopes[] = {Scope::Favorites, Scope::SelectedServers, Scope::ServerRuns};
+// What rebuilds the lists a download reads: off for the download's length.
+inline constexpr Cmd ListRebuild[] = {Cmd::RefreshMessages, Cmd::RefreshGroups};
+// What rebuilds the lists or the session an address harvest works through: off for its length.
+inline constexpr Cmd HarvestBreakers[] = {Cmd::Groups, Cmd::Connect, Cmd::RefreshMessages, Cmd::RefreshGroups};
 } // namespace cmds
 
 // The menu item a command code stands for ("menuConnect"); empty for an unknown code.

@@ -264,6 +264,9 @@ void frmMain::buildWidgets()
     lblGrp->setObjectName(QStringLiteral("lblGrp"));
     lblFav = new QLabel(this);
     lblFav->setObjectName(QStringLiteral("lblFav"));
+    // the captions name a server, a group or a favourites file: they wrap rather than be cut
+    lblGrp->setWordWrap(true);
+    lblFav->setWordWrap(true);
     // a long group name in the caption is cut off rather than widening the left column
     for (QLabel *l : {lblGrp, lblFav})
         l->setSizePolicy(QSizePolicy::Ignored, QSizePolicy::Preferred);
@@ -351,7 +354,7 @@ void frmMain::buildWidgets()
     main->addWidget(right);
     main->setStretchFactor(0, 1);
     main->setStretchFactor(1, 3);
-    main->setSizes({260, 740});
+    main->setSizes({300, 700});
     setCentralWidget(main);
 
     for (int i = 0; i < 3; ++i) {
@@ -533,6 +536,11 @@ void frmMain::setToolKey(const QString &oldKey, const QString &newKey)
         return;
     a->setData(newKey);
     a->setText(newKey);
+    // the Connect button shows what a click does
+    if (newKey == QLatin1String("Disconnect"))
+        a->setIcon(style()->standardIcon(QStyle::SP_DialogCloseButton));
+    else if (newKey == QLatin1String("Connect"))
+        a->setIcon(style()->standardIcon(QStyle::SP_DriveNetIcon));
     m_buttons.insert(newKey, a);
 }
 
@@ -549,13 +557,17 @@ void frmMain::wireCommand(const QString &menuName, std::function<void()> handler
     m_shell->wireCommand(menuName, std::move(handler));
 }
 
+// A command switched off before its procedure was attached (the disconnected state is set up
+// before the areas wire their commands) stays off until it is switched on.
+static const char *const SwitchedOff = "ndSwitchedOff";
+
 void frmMain::commandWired(const QString &menuName)
 {
     if (QAction *a = action(menuName))
-        a->setEnabled(true);
+        a->setEnabled(!a->property(SwitchedOff).toBool());
     for (QAction *b : std::as_const(m_buttons))
         if (menuOfKey(b->data().toString()) == menuName)
-            b->setEnabled(true);
+            b->setEnabled(!b->property(SwitchedOff).toBool());
 }
 
 void frmMain::toolbarClick(const QString &key)
@@ -593,6 +605,7 @@ void frmMain::setStatus(int panel, const QString &text)
     if (panel < 1 || panel > 3)
         return;
     m_panels[panel - 1]->setText(text);
+    m_panels[panel - 1]->setToolTip(text);   // a long text is cut at the panel's edge
     if (m_options.batch && !text.isEmpty() && panel != 3) {
         static QString last[3];
         if (last[panel - 1] != text) {
@@ -656,13 +669,16 @@ void frmMain::SetMenuState(int code, bool enabled)
     if (code < 30)
         if (QAction *b = m_buttonAt.value(code)) {
             // a button stands for a command; it stays off while that command is not built
+            b->setProperty(SwitchedOff, !enabled);
             b->setEnabled(enabled && commandBuilt(menuOfKey(b->data().toString())));
         }
     const QString name = menuByCode().value(code);
     if (name.isEmpty())
         return;
-    if (QAction *a = action(name))
+    if (QAction *a = action(name)) {
+        a->setProperty(SwitchedOff, !enabled);
         a->setEnabled(enabled && commandBuilt(name));
+    }
 }
 
 void frmMain::MenuOnOff(const QString &scope, bool enabled)
@@ -764,6 +780,7 @@ void frmMain::GetSettings()
     nd::cleanAppTempFiles();
     QDir::setCurrent(nd::cacheDir());
     nd::readSettings(opt, store());
+    nd::cleanDownloadTempFiles(opt.DestDir);   // what a run that ended abruptly left there
     S.FavoritesShortName = QFileInfo(opt.FavoritesFile).completeBaseName();
     UpdateCaption(QStringLiteral("5"));
     if (opt.Preview == 0)

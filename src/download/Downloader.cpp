@@ -323,10 +323,36 @@ void Downloader::CleanTempFiles(bool all)
 
 void Downloader::switchCommands(bool on)
 {
+    holdLists(!on);
     for (nd::Cmd c : nd::cmds::MessageWork)
         sh.SetMenuState(c, on);
     sh.MenuOnOff(nd::Scope::CurrentGroup, on);
     sh.MenuOnOff(nd::Scope::SelectedMessages, on);
+}
+
+void Downloader::holdLists(bool hold)
+{
+    if (hold) {
+        if (m_holdDepth++ > 0)
+            return;
+        m_heldStates.clear();
+        for (nd::Cmd c : nd::cmds::ListRebuild) {
+            m_heldStates.append(sh.menuState(c));
+            sh.SetMenuState(c, false);
+        }
+        m_groupsViewWasOn = sh.viewEnabled(nd::View::Groups);
+        sh.setViewEnabled(nd::View::Groups, false);
+        return;
+    }
+    if (m_holdDepth == 0 || --m_holdDepth > 0)
+        return;
+    // a run that lost its connection leaves them off, as the disconnect did
+    const bool connected = session.isConnected();
+    int i = 0;
+    for (nd::Cmd c : nd::cmds::ListRebuild)
+        sh.SetMenuState(c, connected && m_heldStates.value(i++));
+    if (m_groupsViewWasOn)
+        sh.setViewEnabled(nd::View::Groups, true);
 }
 
 bool Downloader::decodeSet(const QString &name, ArticleFetch::Kind kind)
@@ -368,6 +394,7 @@ void Downloader::runningCommands(bool running)
 {
     if (sh.S.QuietMode)
         return;
+    holdLists(running);
     for (nd::Cmd c : {nd::Cmd::Setup, nd::Cmd::Groups, nd::Cmd::Download, nd::Cmd::DownloadAll, nd::Cmd::View})
         sh.SetMenuState(c, !running);
     sh.SetMenuState(nd::Cmd::Stop, running);

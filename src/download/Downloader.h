@@ -85,6 +85,9 @@ signals:
 
 private:
     class GridRows;
+    // Refreshing a list or opening another group while a download runs would pull the rows
+    // from under it: those commands and the group list are off until the outermost run ends.
+    void holdLists(bool hold);
     // one article
     bool ensureConnected();
     TransactionResult fetchArticle(qint64 n);
@@ -119,4 +122,7 @@ private:
     QItemSelectionModel &gridSelection;
     DecoderWizard *m_decoder = nullptr;
     GridRows *m_rows = nullptr;      // subjects of the grid, read once per run
+    int m_holdDepth = 0;
+    QList<bool> m_heldStates;        // the held commands' states before the run
+    bool m_groupsViewWasOn = true;
 };

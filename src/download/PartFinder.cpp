@@ -95,7 +95,10 @@ PartSearch FindAllParts(const QString &subject, PartRows &rows, const std::funct
             space = true;
             break;
         }
-    if (!space) {
+    // One word and the marker ("ceo-uu.dat (01/12)"): the other parts differ only in the number,
+    // so the whole text before the marker is matched.
+    const bool oneWord = !space && mk.open >= 2 && subject.at(mk.open - 2) == QLatin1Char(' ');
+    if (!space && !oneWord) {
         r.outcome = PartSearch::Incomplete;
         r.missing = 1;
         return r;
@@ -112,7 +115,8 @@ PartSearch FindAllParts(const QString &subject, PartRows &rows, const std::funct
 
     // Pattern: the subject up to the opening bracket, without its first word.
     QString pattern = subject.left(mk.open) + QLatin1String("?/") + QString::number(mk.total) + mk.closing;
-    pattern = pattern.mid(pattern.indexOf(QLatin1Char(' ')) + 1);
+    if (!oneWord)
+        pattern = pattern.mid(pattern.indexOf(QLatin1Char(' ')) + 1);
     const QString head = pattern.left(pattern.indexOf(QLatin1Char('?')));
     const QString tail = subject.mid(mk.slash - 1);
     const int digits = int(QString::number(mk.total).size());

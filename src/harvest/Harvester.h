@@ -2,6 +2,7 @@
 #include "app/Commands.h"
 
 #include <QFile>
+#include <QList>
 #include <QObject>
 #include <QString>
 #include <QStringList>
@@ -108,6 +109,8 @@ private:
     Downloader &downloader;
 
     bool m_running = false;
+    bool m_commandsHeld = false;
+    QList<bool> m_heldStates;    // the held commands' states when the run started
     StopLatch *m_latch = nullptr;
     QFile m_output;
     bool m_outputFailed = false;

@@ -63,8 +63,11 @@ bool Poster::OpenPost(int scope)
     ReplyMode = 0;
     ReplyReferences.clear();
     ReplyInReplyTo.clear();
-    if (!CheckWindows(scope))
+    if (!CheckWindows(scope)) {
+        // an open window must not stay up with a scope that was refused
+        emit windowRefused();
         return false;
+    }
     emit windowWanted();
     return true;
 }
@@ -76,8 +79,10 @@ bool Poster::Reply(const QString &sender, const QString &subject, const QString 
     if (m_posting)
         return false;
     PostScope = CurrentGroup;
-    if (!CheckWindows(PostScope))
+    if (!CheckWindows(PostScope)) {
+        emit windowRefused();
         return false;
+    }
     ReplyMode = 1;
     ReplyReferences = PostArticle::replyReferences(references, messageId);
     ReplyInReplyTo = messageId.trimmed();

@@ -66,6 +66,8 @@ signals:
     void windowWanted();
     // Open the post window with a reply's subject and text, modal.
     void replyWanted(const QString &subject, const QString &text);
+    // A Post command or a reply was refused: an open post window closes.
+    void windowRefused();
     // The post window's status panels 1 and 2.
     void statusChanged(int panel, const QString &text);
     void runStarted();

@@ -21,6 +21,33 @@ Prompter::Answer Prompter::firstAnswer(Buttons b)
     return AnswerOk;
 }
 
+QString Prompter::qtFileFilter(const QString &filter)
+{
+    if (!filter.contains(QLatin1Char('|')))
+        return filter;
+    const QStringList parts = filter.split(QLatin1Char('|'));
+    QStringList out;
+    for (qsizetype i = 0; i < parts.size(); i += 2) {
+        QString description = parts.at(i).trimmed();
+        const QString patterns = parts.value(i + 1).trimmed();
+        if (patterns.isEmpty()) {
+            if (!description.isEmpty())
+                out << description;
+            continue;
+        }
+        // the patterns in brackets are what Qt filters on: the description's own are replaced
+        if (description.endsWith(QLatin1Char(')'))) {
+            const qsizetype open = description.lastIndexOf(QLatin1Char('('));
+            if (open >= 0)
+                description = description.left(open).trimmed();
+        }
+        QString qtPatterns = patterns;
+        qtPatterns.replace(QLatin1Char(';'), QLatin1Char(' '));
+        out << (description.isEmpty() ? qtPatterns : description + QStringLiteral(" (") + qtPatterns + QLatin1Char(')'));
+    }
+    return out.join(QStringLiteral(";;"));
+}
+
 static QString titleOr(const QString &title)
 {
     return title.isEmpty() ? QString::fromLatin1(nd::AppTitle) : title;
@@ -80,21 +107,24 @@ QString GuiPrompter::openFileName(const QString &caption, const QString &dir, co
 {
     if (m_closing)
         return {};
-    return QFileDialog::getOpenFileName(QApplication::activeWindow(), caption, dir, filter);
+    return QFileDialog::getOpenFileName(QApplication::activeWindow(), caption, dir, qtFileFilter(filter), nullptr,
+                                        QFileDialog::Options(m_fileOptions));
 }
 
 QString GuiPrompter::saveFileName(const QString &caption, const QString &dir, const QString &filter)
 {
     if (m_closing)
         return {};
-    return QFileDialog::getSaveFileName(QApplication::activeWindow(), caption, dir, filter);
+    return QFileDialog::getSaveFileName(QApplication::activeWindow(), caption, dir, qtFileFilter(filter), nullptr,
+                                        QFileDialog::Options(m_fileOptions));
 }
 
 QString GuiPrompter::existingDirectory(const QString &caption, const QString &dir)
 {
     if (m_closing)
         return {};
-    return QFileDialog::getExistingDirectory(QApplication::activeWindow(), caption, dir);
+    return QFileDialog::getExistingDirectory(QApplication::activeWindow(), caption, dir,
+                                             QFileDialog::ShowDirsOnly | QFileDialog::Options(m_fileOptions));
 }
 
 // ---------------------------------------------------------------- BatchPrompter

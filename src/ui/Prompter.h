@@ -30,6 +30,10 @@ public:
     virtual QString existingDirectory(const QString &caption, const QString &dir) = 0;
 
     static Answer firstAnswer(Buttons b);
+    // Filters are written "Text (*.txt)|*.txt" (description and patterns, pairs separated by
+    // "|"); Qt's dialogs take "Text (*.txt)" pairs separated by ";;". A filter without "|" is
+    // taken to be in Qt's form already.
+    static QString qtFileFilter(const QString &filter);
 };
 
 // Real dialogs, parented to the active window.
@@ -46,9 +50,12 @@ public:
     // default answer, input boxes and file dialogs are cancelled.
     void setClosing(bool closing) { m_closing = closing; }
     bool closing() const { return m_closing; }
+    // Options of the file dialogs (QFileDialog::Option flags), e.g. DontUseNativeDialog.
+    void setFileDialogOptions(int options) { m_fileOptions = options; }
 
 private:
     bool m_closing = false;
+    int m_fileOptions = 0;
 };
 
 // Batch runs: prints every box to standard error and takes its default answer; input boxes and

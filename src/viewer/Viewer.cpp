@@ -150,7 +150,9 @@ bool Viewer::load(ViewedMessage &msg)
         msg.picturePath = decodePicture(sh.S.TempFileName, fetch.kind, pictureFailed);
         sh.S.TransportError = pictureFailed ? -1 : 0;
         emit messageLoaded(msg);
-        shown = !pictureFailed;
+        // a picture that failed to decode still leaves the text shown: the commands stay off
+        // until the viewer closes
+        shown = true;
     }
 
     // the article's part file served only this view

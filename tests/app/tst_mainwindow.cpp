@@ -101,6 +101,9 @@ private slots:
             {"SM", {"menuWebM"}},
             {"SS", {"menuEmailS", "menuServS"}},
             {"SR", {"menuScan", "menuGen", "menuCheck"}}};
+        // the disconnected state has some scopes off: every scope on to start with
+        for (auto it = scopes.begin(); it != scopes.end(); ++it)
+            w.MenuOnOff(it.key(), true);
         for (auto it = scopes.begin(); it != scopes.end(); ++it) {
             w.MenuOnOff(it.key(), false);
             for (const QString &n : it.value())

@@ -52,6 +52,8 @@ class TestDownloadFaults : public QObject {
             w.grid->SetRows(5);
             for (int k = 1; k <= 3; ++k)
                 w.grid->setRowCells(k, {QString::number(4 - k), {}, QStringLiteral("my set yEnc (%1/3)").arg(4 - k)});
+            for (int code : {7, 8, 9})   // the message commands, as a listing leaves them
+                w.SetMenuState(code, true);
         }
         QStringList files() const { return QDir(dest.path()).entryList(QDir::Files | QDir::Hidden); }
         void downloadRow(int r)

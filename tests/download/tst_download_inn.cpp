@@ -98,6 +98,8 @@ class TestDownloadInn : public QObject {
                                         m.header(QStringLiteral("Message-ID")), m.header(QStringLiteral("Date")),
                                         m.header(QStringLiteral("References")), QString()});
         }
+        for (int code : {7, 8, 9})   // the message commands, as a listing leaves them
+            x.w.SetMenuState(code, true);
         return true;
     }
 

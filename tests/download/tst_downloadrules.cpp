@@ -41,6 +41,7 @@ private slots:
     void singleMessages_data();
     void singleMessages();
     void incompleteSets();
+    void oneWordSubjects();
     void unpaddedAndPaddedNumbers();
     void extraLeadingZero();
     void choosesTheRowOfThisPost();
@@ -145,11 +146,11 @@ void TestDownloadRules::incompleteSets()
     QCOMPARE(r.missing, 4);
     QCOMPARE(rows.marked, (QSet<int>{1, 2, 3}));
 
-    // one word and the marker: the space right before the bracket does not count
-    Rows one;
-    one.subjects = set(QStringLiteral("pics ("), 3, plain);
-    QCOMPARE(FindAllParts(QStringLiteral("pics (1/3)"), one).outcome, PartSearch::Incomplete);
-    QVERIFY(one.marked.isEmpty());
+    // no space at all before the marker: nothing to tell the set's rows by
+    Rows glued;
+    glued.subjects = set(QStringLiteral("pics("), 3, plain);
+    QCOMPARE(FindAllParts(QStringLiteral("pics(1/3)"), glued).outcome, PartSearch::Incomplete);
+    QVERIFY(glued.marked.isEmpty());
 
     // Stop before the search: treated as a single message, nothing marked
     Rows stopped;
@@ -157,6 +158,33 @@ void TestDownloadRules::incompleteSets()
     QCOMPARE(FindAllParts(QStringLiteral("Holiday pics (1/3)"), stopped, [] { return true; }).outcome,
              PartSearch::Single);
     QVERIFY(stopped.marked.isEmpty());
+}
+
+void TestDownloadRules::oneWordSubjects()
+{
+    // one word and the marker: matched on the whole text before the marker, so other posts
+    // whose subjects end in the same word are not taken
+    Rows rows;
+    rows.subjects = set(QStringLiteral("old ceo-uu.dat ("), 12, pad2) + set(QStringLiteral("ceo-uu.dat ("), 12, pad2);
+    const PartSearch r = FindAllParts(QStringLiteral("ceo-uu.dat (05/12)"), rows);
+    QCOMPARE(r.outcome, PartSearch::Complete);
+    QCOMPARE(r.total, 12);
+    for (int k = 1; k <= 12; ++k)
+        QCOMPARE(r.rows[k], 12 + k);
+    QCOMPARE(rows.marked.size(), 12);
+
+    // a part missing is still "Incomplete"
+    Rows gap;
+    gap.subjects = set(QStringLiteral("pics ("), 3, plain);
+    gap.subjects.removeAt(1);
+    const PartSearch g = FindAllParts(QStringLiteral("pics (1/3)"), gap);
+    QCOMPARE(g.outcome, PartSearch::Incomplete);
+    QCOMPARE(g.missing, 2);
+
+    // with a space further left the first word is still dropped
+    Rows two;
+    two.subjects = set(QStringLiteral("other pics ("), 3, plain);
+    QCOMPARE(FindAllParts(QStringLiteral("Holiday pics (1/3)"), two).outcome, PartSearch::Complete);
 }
 
 void TestDownloadRules::unpaddedAndPaddedNumbers()

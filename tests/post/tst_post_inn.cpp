@@ -94,6 +94,7 @@ private slots:
                                 "alt.newsdredge.text (0)", ItemList::marked('1', "comp.lang.newsdredge (2)")});
         for (int i : {0, 2, 3})
             x.w.lstGroups->setSelected(i, true);
+        x.w.MenuOnOff(QStringLiteral("SG"), true);   // as a loaded group list leaves it
         QVERIFY(x.w.action("menuPostG")->isEnabled());
         x.w.action("menuPostG")->trigger();
         frmPostMsg *pw = x.w.postWindows->window();
@@ -154,6 +155,7 @@ private slots:
         x.w.session->NNTP_Connect(false);
         x.w.lstGroups->addMany({"alt.not.carried.here (0)", "misc.test.empty (0)"});
         x.w.lstGroups->selectAll();
+        x.w.MenuOnOff(QStringLiteral("SG"), true);
         x.w.action("menuPostG")->trigger();
         const QString subject = unique(QStringLiteral("Refused"));
         x.fill(subject, QStringLiteral("body"));

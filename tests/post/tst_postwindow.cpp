@@ -42,6 +42,7 @@ private slots:
         // selected groups and favourites: a selection is needed
         p.clear();
         w.lstGroups->addMany({"alt.a (0)"});
+        w.MenuOnOff(QStringLiteral("SG"), true);   // as a loaded group list leaves it
         w.action("menuPostG")->trigger();
         QCOMPARE(p.texts(), QStringList{"Please Select Item(s) First"});
         w.lstGroups->setSelected(0, true);

@@ -485,6 +485,7 @@ private slots:
         QVERIFY(!x.v());
         // the View command opens the selected row
         x.w.MSHResults->selectionModel()->setCurrentIndex(x.w.grid->index(0, 0), QItemSelectionModel::ClearAndSelect | QItemSelectionModel::Rows);
+        x.w.SetMenuState(9, true);   // as a listing leaves it
         x.w.action(QStringLiteral("menuView"))->trigger();
         QVERIFY(x.v() && x.v()->isVisible());
     }

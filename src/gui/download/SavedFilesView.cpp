@@ -50,6 +50,11 @@ SavedFilesView::SavedFilesView(frmMain &main, SavedFiles &savedFiles)
                 m.Picture1->clear();
         });
     connect(&m.shell(), &Shell::settingsLoaded, this, &SavedFilesView::syncPreviewState);
+    connect(&m.shell(), &Shell::previewCleared, this, [this] {
+        clearPreviewBox();
+        if (m_large && previewOn())
+            m_large->picture()->clearPicture();
+    });
     syncPreviewState();
 }
 
@@ -225,6 +230,10 @@ bool SavedFilesView::listKeyPressed(int key, Qt::KeyboardModifiers modifiers)
 bool SavedFilesView::eventFilter(QObject *watched, QEvent *event)
 {
     if (watched == m.Picture1) {
+        // a box emptied elsewhere (a new listing, a disconnect) stays empty
+        if ((event->type() == QEvent::Resize || event->type() == QEvent::MouseButtonDblClick)
+            && !m_previewImage.isNull() && m.Picture1->pixmap().isNull())
+            clearPreviewBox();
         if (event->type() == QEvent::Resize) {
             refitPreview();
         } else if (event->type() == QEvent::MouseButtonDblClick && previewOn()) {

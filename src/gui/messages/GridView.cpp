@@ -49,9 +49,14 @@ GridView::GridView(frmMain &main, GridController &grid)
         a->setShortcut(QKeySequence(Qt::Key_F3));
 }
 
+bool GridView::listActive() const
+{
+    return m.lstGroupsView->hasFocus() || m.lstFavoritesView->hasFocus() || m.grid->lastMessageRow() == 0;
+}
+
 bool GridView::FindText(const QString &text, bool first)
 {
-    const bool inList = m.lstGroupsView->hasFocus() || m.lstFavoritesView->hasFocus() || m.grid->lastMessageRow() == 0;
+    const bool inList = m_findInList >= 0 ? m_findInList == 1 : listActive();
     ItemList *list = nullptr;
     if (inList)
         list = m.lstGroups->count() > 0 ? m.lstGroups : m.lstFavorites;
@@ -60,8 +65,11 @@ bool GridView::FindText(const QString &text, bool first)
 
 void GridView::showFind()
 {
+    // the dialog's own box takes the focus: search what was active when it was opened
+    m_findInList = listActive() ? 1 : 0;
     frmFind dlg(m, *this);
     dlg.exec();
+    m_findInList = -1;
 }
 
 bool GridView::keyPressed(int key, Qt::KeyboardModifiers modifiers)

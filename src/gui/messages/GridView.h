@@ -21,6 +21,9 @@ protected:
 
 private:
     bool keyPressed(int key, Qt::KeyboardModifiers modifiers);
+    // the group or favourites list has the focus, or no messages are listed
+    bool listActive() const;
     frmMain &m;
     GridController &g;
+    int m_findInList = -1;   // while the Find dialog is up: 1 the list, 0 the grid was active
 };

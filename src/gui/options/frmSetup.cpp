@@ -17,6 +17,7 @@
 #include <QGroupBox>
 #include <QHBoxLayout>
 #include <QKeyEvent>
+#include <QKeySequence>
 #include <QLabel>
 #include <QLineEdit>
 #include <QListView>
@@ -74,6 +75,8 @@ frmSetup::frmSetup(Shell &shell, ServerList &serverList, NewsSession *newsSessio
     layout->addLayout(buttons);
     resize(640, 540);
 
+    // Cancel, Escape and closing the window keep none of the server list's edits
+    connect(this, &QDialog::rejected, this, &frmSetup::restoreServers);
     connect(&servers, &ServerList::captionChanged, frameServers, &QGroupBox::setTitle);
     connect(&servers, &ServerList::currentServerChanged, this, [this](int index) {
         if (index >= 0)
@@ -102,19 +105,21 @@ QWidget *frmSetup::buildServerTab()
         const char *tip;
         QStyle::StandardPixmap icon;
         void (ServerList::*run)();
+        QKeySequence keys;   // toolbar buttons take no focus: the keyboard reaches them this way
     };
     const B buttons[] = {
-        {"New", "Enter new server address", QStyle::SP_FileIcon, &ServerList::menuNew},
-        {"Find", "Find server in list", QStyle::SP_FileDialogContentsView, &ServerList::menuFind},
-        {"Delete", "Delete server", QStyle::SP_TrashIcon, &ServerList::menuDelete},
-        {"Import", "Import server addresses", QStyle::SP_DialogOpenButton, &ServerList::menuImport},
-        {"Export", "Export server addresses", QStyle::SP_DialogSaveButton, &ServerList::menuExport},
-        {"Download", "Download open server list", QStyle::SP_ArrowDown, &ServerList::downloadOpenServers},
+        {"New", "Enter new server address", QStyle::SP_FileIcon, &ServerList::menuNew, QKeySequence(Qt::Key_Insert)},
+        {"Find", "Find server in list", QStyle::SP_FileDialogContentsView, &ServerList::menuFind, QKeySequence(Qt::CTRL | Qt::Key_F)},
+        {"Delete", "Delete server", QStyle::SP_TrashIcon, &ServerList::menuDelete, QKeySequence()},
+        {"Import", "Import server addresses", QStyle::SP_DialogOpenButton, &ServerList::menuImport, QKeySequence(Qt::CTRL | Qt::Key_I)},
+        {"Export", "Export server addresses", QStyle::SP_DialogSaveButton, &ServerList::menuExport, QKeySequence(Qt::CTRL | Qt::Key_E)},
+        {"Download", "Download open server list", QStyle::SP_ArrowDown, &ServerList::downloadOpenServers, QKeySequence()},
     };
     for (const B &b : buttons) {
         QAction *a = serverToolbar->addAction(style()->standardIcon(b.icon), QString::fromLatin1(b.key));
         a->setObjectName(QString::fromLatin1(b.key));
         a->setToolTip(QString::fromLatin1(b.tip));
+        a->setShortcut(b.keys);
         connect(a, &QAction::triggered, this, [this, run = b.run] { (servers.*run)(); });
     }
 
@@ -347,6 +352,28 @@ void frmSetup::Load()
     else
         servers.lstServs->setCurrentIndex(-1);
     tabs->setCurrentIndex(0);
+
+    m_serversAtOpen.clear();
+    for (int i = 0; i < servers.lstServs->count(); ++i)
+        m_serversAtOpen.append({servers.lstServs->text(i), servers.lstServs->secondText(i)});
+    m_serverAtOpen = sh.opt.NNTPServer;
+    m_userAtOpen = sh.S.ServerUserId;
+    m_passwordAtOpen = sh.S.ServerPassword;
+}
+
+void frmSetup::restoreServers()
+{
+    servers.lstServs->clear();
+    for (const auto &item : std::as_const(m_serversAtOpen))
+        servers.lstServs->add(item.first, item.second);
+    // the server that was current stays the current item (the server runs start from it)
+    const int current = servers.findServer(m_serverAtOpen);
+    if (current >= 0)
+        servers.makeCurrent(current);
+    sh.opt.NNTPServer = m_serverAtOpen;
+    sh.S.ServerUserId = m_userAtOpen;
+    sh.S.ServerPassword = m_passwordAtOpen;
+    servers.refreshCaption();
 }
 
 void frmSetup::cmdOK_Click()

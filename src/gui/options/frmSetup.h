@@ -1,5 +1,7 @@
 #pragma once
 #include <QDialog>
+#include <QList>
+#include <QPair>
 #include <QString>
 
 class NewsSession;
@@ -114,4 +116,9 @@ private:
     QString m_dirPath;
     bool m_connectAfterClose = false;
     bool m_warning = false;
+    // What Cancel gives back: the server list with its credential strings, the current server
+    // and its credentials as they were when the dialog opened.
+    void restoreServers();
+    QList<QPair<QString, QString>> m_serversAtOpen;
+    QString m_serverAtOpen, m_userAtOpen, m_passwordAtOpen;
 };

@@ -16,6 +16,10 @@ PostWindows::PostWindows(Shell &shell, Poster &p, QLabel *groupCaption, QWidget 
     };
     connect(&poster, &Poster::windowWanted, this, &PostWindows::showWindow);
     connect(&poster, &Poster::replyWanted, this, &PostWindows::showReply);
+    connect(&poster, &Poster::windowRefused, this, [this] {
+        if (m_window)
+            m_window->close();
+    });
 }
 
 frmPostMsg *PostWindows::ensureWindow()

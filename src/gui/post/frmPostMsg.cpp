@@ -58,6 +58,9 @@ void frmPostMsg::buildWidgets()
     txtSig = new QPlainTextEdit(this);
     txtSig->setObjectName(QStringLiteral("txtSig"));
     txtSig->setMaximumHeight(70);
+    // Tab moves on to the next box, as in the other boxes of the window
+    txtMessage->setTabChangesFocus(true);
+    txtSig->setTabChangesFocus(true);
     cmdOK = new QPushButton(QStringLiteral("&OK"), this);
     cmdOK->setObjectName(QStringLiteral("cmdOK"));
     cmdOK->setAutoDefault(false);

@@ -30,6 +30,7 @@
 #include <QTextDocument>
 #include <QUrl>
 #include <QVBoxLayout>
+#include <QWindow>
 
 namespace {
 const QString CaptionWhole = QStringLiteral("Message Contents");
@@ -42,6 +43,15 @@ frmMessage::frmMessage(frmMain &main, Viewer &v, SavedFilesView *previews)
     setObjectName(QStringLiteral("frmMessage"));
     setWindowTitle(QStringLiteral("Message"));
     setAttribute(Qt::WA_DeleteOnClose, false);
+    // The viewer goes away when the user turns back to the main window; a box it shows, the
+    // mail program opened from it or any other program taking the focus leave it up.
+    connect(qGuiApp, &QGuiApplication::focusWindowChanged, this, [this](QWindow *focus) {
+        if (!focus || focus != m.windowHandle() || !isVisible() || viewer.loading())
+            return;
+        SaveViewerGeometry();
+        if (!(m.poster && m.poster->replyMode()))
+            close();
+    });
     const double tpp = nd::TwipsPerPixel;
     setMinimumSize(int(MinWidthTwips / tpp + 0.5), int(MinHeightTwips / tpp + 0.5));
 
@@ -86,6 +96,8 @@ frmMessage::frmMessage(frmMain &main, Viewer &v, SavedFilesView *previews)
     tl->addWidget(txtEmail, 1, 1);
     tl->addWidget(new QLabel(QStringLiteral("Date:"), this), 1, 2);
     tl->addWidget(txtDate, 1, 3);
+    // the whole date stays readable at the viewer's smallest size
+    txtDate->setMinimumWidth(txtDate->fontMetrics().horizontalAdvance(QStringLiteral("00/00/0000")) + 12);
     tl->setColumnStretch(1, 3);
     tl->setColumnStretch(3, 1);
     outer->addWidget(frameTitle);
@@ -346,10 +358,7 @@ void frmMessage::changeEvent(QEvent *event)
     QWidget::changeEvent(event);
     if (event->type() != QEvent::ActivationChange || isActiveWindow() || !isVisible() || viewer.loading())
         return;
-    // Another window became active: the viewer goes away unless a reply to it is being written.
     SaveViewerGeometry();
-    if (!(m.poster && m.poster->replyMode()))
-        close();
 }
 
 void frmMessage::closeEvent(QCloseEvent *event)
