@@ -15,7 +15,7 @@
 // Run through bench/listing/run.sh (offscreen, private settings and application directory).
 // For profiling: BENCH_LISTING_ONLY=1 stops after (a)-(c); BENCH_PARSE=1 times the row building
 // alone on one thread (BENCH_PASSES passes; BENCH_DATES=1 also the date parser by itself).
-#include "app/frmMain.h"
+#include "gui/app/frmMain.h"
 #include "groups/GroupList.h"
 #include "messages/HeaderRows.h"
 #include "messages/MessageCache.h"

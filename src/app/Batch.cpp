@@ -3,7 +3,7 @@
 #include "app/BatchSupport.h"
 #include "app/Paths.h"
 #include "app/Signals.h"
-#include "app/frmMain.h"
+#include "gui/app/frmMain.h"
 #include "groups/GroupList.h"
 #include "messages/MessageList.h"
 #include "ui/ItemList.h"

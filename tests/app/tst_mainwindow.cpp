@@ -1,6 +1,6 @@
 #include "app/Paths.h"
 #include "app/Wait.h"
-#include "app/frmMain.h"
+#include "gui/app/frmMain.h"
 #include "messages/MessageGrid.h"
 #include "ui/ItemList.h"
 #include "ui/Prompter.h"

@@ -3,7 +3,7 @@
 // over the list that was active; the post window's refusal; temporary files at start-up.
 #include "app/Commands.h"
 #include "app/Paths.h"
-#include "app/frmMain.h"
+#include "gui/app/frmMain.h"
 #include "groups/GroupList.h"
 #include "messages/MessageGrid.h"
 #include "messages/GridController.h"

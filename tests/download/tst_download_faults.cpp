@@ -1,6 +1,6 @@
 // Downloading against a scripted server: failures in the middle of a set, and what one fetched
 // article leaves for the message viewer.
-#include "app/frmMain.h"
+#include "gui/app/frmMain.h"
 #include "download/Downloader.h"
 #include "messages/MessageGrid.h"
 #include "news/Session.h"

@@ -3,7 +3,7 @@
 #include "InnPosts.h"
 
 #include "app/Wait.h"
-#include "app/frmMain.h"
+#include "gui/app/frmMain.h"
 #include "download/Downloader.h"
 #include "messages/MessageGrid.h"
 #include "messages/MessageList.h"

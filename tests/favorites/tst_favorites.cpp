@@ -1,5 +1,5 @@
 #include "app/Paths.h"
-#include "app/frmMain.h"
+#include "gui/app/frmMain.h"
 #include "groups/Favorites.h"
 #include "settings/SettingsStore.h"
 #include "ui/ItemList.h"

@@ -2,7 +2,7 @@
 // servers; a counting forwarder in front of each tells when a session was opened.
 #include "app/Paths.h"
 #include "app/Wait.h"
-#include "app/frmMain.h"
+#include "gui/app/frmMain.h"
 #include "favorites/CountingProxy.h"
 #include "groups/Favorites.h"
 #include "news/Session.h"

@@ -3,7 +3,7 @@
 // shown, with every question answered by the scripted prompter.
 #include "app/Paths.h"
 #include "app/Wait.h"
-#include "app/frmMain.h"
+#include "gui/app/frmMain.h"
 #include "download/Downloader.h"
 #include "groups/GroupList.h"
 #include "harvest/AddressRules.h"

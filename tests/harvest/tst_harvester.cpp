@@ -2,7 +2,7 @@
 // page and the address list's events. Opening a document is caught by URL handlers, so nothing
 // leaves the machine.
 #include "app/Paths.h"
-#include "app/frmMain.h"
+#include "gui/app/frmMain.h"
 #include "harvest/AddressRules.h"
 #include "harvest/Harvester.h"
 #include "messages/MessageGrid.h"

@@ -1,6 +1,6 @@
 // Group list and message listing against the test INN server.
 #include "app/Paths.h"
-#include "app/frmMain.h"
+#include "gui/app/frmMain.h"
 #include "groups/GroupList.h"
 #include "messages/MessageGrid.h"
 #include "messages/MessageList.h"

@@ -1,4 +1,4 @@
-#include "app/frmMain.h"
+#include "gui/app/frmMain.h"
 #include "groups/GroupList.h"
 #include "gui/messages/GridView.h"
 #include "messages/GridController.h"

@@ -1,6 +1,6 @@
 // Listing on scripted servers: Stop ends a long listing early, the rows built aside are exactly
 // those of the general way (also with the Path fetched apart), a failure lists nothing.
-#include "app/frmMain.h"
+#include "gui/app/frmMain.h"
 #include "messages/HeaderRows.h"
 #include "messages/MessageCache.h"
 #include "messages/MessageGrid.h"

@@ -1,6 +1,6 @@
 // Posting through the post window to a real INN server on loopback.
 #include "app/Paths.h"
-#include "app/frmMain.h"
+#include "gui/app/frmMain.h"
 #include "groups/FavoriteRules.h"
 #include "news/Session.h"
 #include "post/NntpProbe.h"

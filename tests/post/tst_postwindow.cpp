@@ -1,5 +1,5 @@
 // The post window without a server: checks, validation and remembered fields.
-#include "app/frmMain.h"
+#include "gui/app/frmMain.h"
 #include "post/Poster.h"
 #include "gui/post/PostWindows.h"
 #include "settings/SettingsStore.h"

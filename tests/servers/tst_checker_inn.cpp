@@ -2,7 +2,7 @@
 // loopback ports, each allowed to see its own set of groups, stand in for separate servers.
 #include "app/Paths.h"
 #include "app/Wait.h"
-#include "app/frmMain.h"
+#include "gui/app/frmMain.h"
 #include "groups/GroupList.h"
 #include "news/Session.h"
 #include "servers/ServerChecker.h"

@@ -1,7 +1,7 @@
 // Server passwords and the desktop's secret service. Without one the server list file keeps
 // them (owner-only, as always); with one (a private gnome-keyring on a private session bus, when
 // the machine has both) the file keeps the user names only and the passwords come back at load.
-#include "app/frmMain.h"
+#include "gui/app/frmMain.h"
 #include "servers/SecretStore.h"
 #include "servers/ServerList.h"
 #include "settings/SettingsStore.h"

@@ -2,7 +2,7 @@
 #include "app/Core.h"
 #include "app/Paths.h"
 #include "app/Wait.h"
-#include "app/frmMain.h"
+#include "gui/app/frmMain.h"
 #include "groups/GroupList.h"
 #include "news/Session.h"
 #include "support/ScriptedNntpServer.h"

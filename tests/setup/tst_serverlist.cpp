@@ -1,7 +1,7 @@
 #include "MiniHttp.h"
 #include "app/BatchShell.h"
 #include "app/Paths.h"
-#include "app/frmMain.h"
+#include "gui/app/frmMain.h"
 #include "news/Session.h"
 #include "servers/ServerList.h"
 #include "ui/ItemList.h"

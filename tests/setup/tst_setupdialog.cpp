@@ -1,5 +1,5 @@
 #include "app/Paths.h"
-#include "app/frmMain.h"
+#include "gui/app/frmMain.h"
 #include "news/Session.h"
 #include "gui/options/frmSetup.h"
 #include "servers/ServerList.h"

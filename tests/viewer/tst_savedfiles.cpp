@@ -1,5 +1,5 @@
 // The saved-files list, its icons, the preview box and the large preview window.
-#include "app/frmMain.h"
+#include "gui/app/frmMain.h"
 #include "download/Downloader.h"
 #include "download/SavedFiles.h"
 #include "gui/download/SavedFilesView.h"

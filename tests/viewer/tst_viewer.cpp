@@ -1,6 +1,6 @@
 // The message viewer against a scripted news server: text messages, picture attachments with
 // preview on and off, stepping through the grid, the text limit, printing, copying and mail.
-#include "app/frmMain.h"
+#include "gui/app/frmMain.h"
 #include "download/SavedFiles.h"
 #include "gui/download/SavedFilesView.h"
 #include "gui/download/frmMaxPrev.h"

@@ -2,7 +2,7 @@
 // dialog, offscreen) and what they list; the viewer under its boxes and other windows; the
 // previews across a disconnect, a new listing and a download.
 #include "app/Paths.h"
-#include "app/frmMain.h"
+#include "gui/app/frmMain.h"
 #include "download/Downloader.h"
 #include "download/SavedFiles.h"
 #include "gui/download/SavedFilesView.h"
@@ -18,6 +18,7 @@
 #include "support/ScriptedNntpServer.h"
 #include "ui/ItemList.h"
 #include "gui/ui/PictureBox.h"
+#include "gui/ui/GuiPrompter.h"
 #include "ui/Prompter.h"
 #include "viewer/Viewer.h"
 #include "gui/viewer/frmMessage.h"

@@ -1,6 +1,6 @@
 #include "gui/download/SavedFilesView.h"
 
-#include "app/frmMain.h"
+#include "gui/app/frmMain.h"
 #include "download/SavedFiles.h"
 #include "gui/download/frmMaxPrev.h"
 #include "messages/MessageList.h"

@@ -1,6 +1,6 @@
 #include "gui/download/frmMaxPrev.h"
 
-#include "app/frmMain.h"
+#include "gui/app/frmMain.h"
 #include "download/SavedFiles.h"
 #include "settings/Settings.h"
 #include "ui/ItemList.h"

@@ -1,7 +1,7 @@
 #include "gui/messages/GridView.h"
 
 #include "app/Core.h"
-#include "app/frmMain.h"
+#include "gui/app/frmMain.h"
 #include "download/Downloader.h"
 #include "gui/messages/frmFind.h"
 #include "messages/GridController.h"

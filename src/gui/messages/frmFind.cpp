@@ -1,6 +1,6 @@
 #include "gui/messages/frmFind.h"
 
-#include "app/frmMain.h"
+#include "gui/app/frmMain.h"
 #include "gui/messages/GridView.h"
 
 #include <QHBoxLayout>

@@ -1,6 +1,6 @@
 #include "gui/news/SessionViews.h"
 
-#include "app/frmMain.h"
+#include "gui/app/frmMain.h"
 #include "news/Session.h"
 
 #include <QLabel>

@@ -1,6 +1,6 @@
 #include "gui/viewer/ViewerView.h"
 
-#include "app/frmMain.h"
+#include "gui/app/frmMain.h"
 #include "gui/viewer/frmMessage.h"
 #include "messages/MessageGrid.h"
 #include "viewer/Viewer.h"

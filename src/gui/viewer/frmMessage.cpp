@@ -1,7 +1,7 @@
 #include "gui/viewer/frmMessage.h"
 
 #include "app/Paths.h"
-#include "app/frmMain.h"
+#include "gui/app/frmMain.h"
 #include "gui/download/SavedFilesView.h"
 #include "post/Poster.h"
 #include "settings/Settings.h"

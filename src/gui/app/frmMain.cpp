@@ -1,9 +1,9 @@
-#include "app/frmMain.h"
+#include "gui/app/frmMain.h"
 
 #include "app/Constants.h"
 #include "app/Core.h"
 #include "app/Paths.h"
-#include "app/StartupDialogs.h"
+#include "gui/app/StartupDialogs.h"
 #include "app/Wait.h"
 #include "messages/MessageGrid.h"
 #include "ui/ItemList.h"

@@ -1,6 +1,7 @@
 #include "app/Batch.h"
 #include "app/Signals.h"
-#include "app/frmMain.h"
+#include "gui/app/frmMain.h"
+#include "gui/ui/GuiPrompter.h"
 #include "ui/Prompter.h"
 
 #include <QApplication>

@@ -1,4 +1,4 @@
-#include "app/StartupDialogs.h"
+#include "gui/app/StartupDialogs.h"
 
 #include "app/Constants.h"
 #include "settings/SettingsStore.h"
