@@ -1,30 +1,24 @@
 #include "app/Batch.h"
 
+#include "app/BatchShell.h"
 #include "app/BatchSupport.h"
+#include "app/Core.h"
 #include "app/Paths.h"
 #include "app/Signals.h"
-#include "gui/app/frmMain.h"
-#include "groups/GroupList.h"
-#include "messages/MessageList.h"
-#include "ui/ItemList.h"
 #include "download/Downloader.h"
+#include "groups/GroupList.h"
 #include "messages/MessageGrid.h"
+#include "messages/MessageList.h"
 #include "news/Session.h"
-#include "news/transport/NewsTransport.h"
 #include "settings/Settings.h"
+#include "ui/ItemList.h"
 #include "ui/Prompter.h"
 
-#include <QDateTime>
 #include <QDir>
-#include <QFileInfo>
-#include <QLocale>
-#include <cstdio>
 
 namespace nd {
 
 namespace {
-
-const QString Connected = QStringLiteral("Connected to NNTP Server");
 
 void err(const QString &text)
 {
@@ -46,33 +40,25 @@ int usage(const QString &why)
     return 2;
 }
 
-// Ctrl+C or a termination request stops the run the way the Stop command does: the set being
-// fetched is dropped together with its temporary file.
-void stopOnSignals(frmMain &w)
-{
-    nd::onTerminationSignal(&w, [&w] { w.StopOperation(); });
-}
-
 struct Args {
     QString server, user, password, action, group, dest;
     int newest = 0;
 };
 
 // The part of a transport failure that tells the user why.
-QString reasonOf(frmMain &w)
+QString reasonOf(Shell &sh)
 {
-    QString r = w.S.LastTransportText.trimmed();
-    return r.isEmpty() ? w.status(2) : r;
+    const QString r = sh.S.LastTransportText.trimmed();
+    return r.isEmpty() ? sh.status(PanelDetail) : r;
 }
 
-// ---- Listing of groups and messages for batch runs: the window's own procedures.
+// ---- The program's own procedures, over a core with no window.
 
-bool listGroups(frmMain &w, QStringList &lines)
+bool listGroups(Core &core, QStringList &lines)
 {
-    w.groups->LoadGroupList(false);
-    if (w.S.TransportError != 0 || w.S.StopRequested)
+    if (!core.groups->LoadGroupList(false).ok())
         return false;
-    for (const QString &item : w.lstGroups->texts()) {
+    for (const QString &item : core.lstGroups->texts()) {
         const QString text = ItemList::withoutMarker(item);
         const qsizetype open = text.lastIndexOf(QLatin1String(" ("));
         const QString count = open >= 0 ? text.mid(open + 2).chopped(1) : QStringLiteral("0");
@@ -81,11 +67,17 @@ bool listGroups(frmMain &w, QStringList &lines)
     return true;
 }
 
-bool listMessages(frmMain &w, const QString &group)
+bool listMessages(Core &core, const QString &group)
 {
-    w.S.CurrentGroup = group;
-    w.messages->ListMessages(false);
-    return w.S.TransportError == 0;
+    core.shell().S.CurrentGroup = group;
+    return !core.messages->listMessages(false).failed;
+}
+
+// Ctrl+C or a termination request stops the run the way the Stop command does: the set being
+// fetched is dropped together with its temporary file.
+void stopOnSignals(Shell &sh)
+{
+    nd::onTerminationSignal(&sh, [&sh] { sh.StopOperation(); });
 }
 
 } // namespace
@@ -146,61 +138,64 @@ int runBatch(const QStringList &arguments)
         return usage(QStringLiteral("cannot create the download directory %1").arg(dest));
 
     BatchPrompter prompter;
-    frmMain w(&prompter, frmMain::Options{true, true});
-    // the user's settings, never written back (the store of a batch window is read-only)
+    BatchShell sh(&prompter);
+    Core core(sh);
+    core.createAreas();
+    // the user's settings, never written back (a batch shell's store is read-only)
     cleanAppTempFiles();
     QDir::setCurrent(cacheDir());
-    readSettings(w.opt, w.store());
-    w.opt.NNTPServer = a.server;
+    readSettings(sh.opt, sh.store());
+    sh.opt.NNTPServer = a.server;
     if (a.newest > 0)
-        w.opt.NewMsgs = a.newest;
+        sh.opt.NewMsgs = a.newest;
     if (!dest.isEmpty())
-        w.opt.DestDir = dest;
+        sh.opt.DestDir = dest;
+    emit sh.settingsLoaded();
     // the program's own leftovers of an earlier run, as at every start
-    cleanDownloadTempFiles(w.opt.DestDir);
-    stopOnSignals(w);
+    cleanDownloadTempFiles(sh.opt.DestDir);
+    stopOnSignals(sh);
     nd::batch::recordTerminationSignals();
     if (!a.user.isEmpty()) {
         const QString cred = a.user + QStringLiteral("|||") + a.password;
-        w.session->serverData = [cred](const QString &) { return cred; };
+        core.session->serverData = [cred](const QString &) { return cred; };
     }
 
-    w.session->NNTP_Connect(false);
-    NewsTransport *t = w.session->transport();
-    if (!t || t->StateText() != Connected) {
-        err(QStringLiteral("newsdredge: could not connect to %1: %2").arg(a.server, reasonOf(w)));
+    if (!core.session->NNTP_Connect(false)) {
+        err(QStringLiteral("newsdredge: could not connect to %1: %2").arg(a.server, reasonOf(sh)));
         return nd::batch::exitStatus(3);
     }
 
     int status = 0;
     if (a.action == QLatin1String("--groups")) {
         QStringList lines;
-        if (!listGroups(w, lines)) {
-            err(QStringLiteral("newsdredge: the group list could not be read: %1").arg(reasonOf(w)));
+        if (!listGroups(core, lines)) {
+            err(QStringLiteral("newsdredge: the group list could not be read: %1").arg(reasonOf(sh)));
             status = 4;
         } else {
             for (const QString &l : lines)
                 out(l);
         }
-    } else if (!listMessages(w, a.group)) {
-        err(QStringLiteral("newsdredge: the group %1 could not be listed: %2").arg(a.group, reasonOf(w)));
+    } else if (!listMessages(core, a.group)) {
+        err(QStringLiteral("newsdredge: the group %1 could not be listed: %2").arg(a.group, reasonOf(sh)));
         status = 4;
     } else if (a.action == QLatin1String("--list")) {
-        for (int r = 1; r <= w.grid->lastMessageRow(); ++r)
-            out(w.grid->rowCells(r).mid(0, 8).join(QLatin1Char('\t')));
+        for (int r = 1; r <= core.grid->lastMessageRow(); ++r)
+            out(core.grid->rowCells(r).mid(0, MessageGrid::ColMark).join(QLatin1Char('\t')));
     } else {
-        QObject::connect(w.downloader, &Downloader::fileSaved, [](const QString &path) { out(path); });
-        w.S.StopRequested = false;
-        w.downloader->DownloadAll();
-        if (w.S.StopRequested) {
+        QObject::connect(core.downloader, &Downloader::fileSaved, [](const QString &path) { out(path); });
+        sh.S.StopRequested = false;
+        const int error = core.downloader->DownloadAll();
+        if (sh.S.StopRequested) {
             err(QStringLiteral("newsdredge: stopped"));
             status = 5;
-        } else if (w.S.TransportError != 0) {
-            err(QStringLiteral("newsdredge: downloading from %1 failed: %2 %3").arg(a.group, w.status(1), reasonOf(w)).trimmed());
+        } else if (error != 0) {
+            err(QStringLiteral("newsdredge: downloading from %1 failed: %2 %3")
+                    .arg(a.group, sh.status(PanelState), reasonOf(sh))
+                    .trimmed());
             status = 5;
         }
     }
-    w.session->NNTP_Disconnect();
+    core.session->NNTP_Disconnect();
     return nd::batch::exitStatus(status);
 }
 

@@ -1,8 +1,7 @@
 #include "app/BatchShell.h"
 
+#include "app/BatchSupport.h"
 #include "ui/Prompter.h"
-
-#include <cstdio>
 
 BatchShell::BatchShell(Prompter *prompter, QObject *parent)
     : Shell(prompter, true, parent)
@@ -14,10 +13,8 @@ void BatchShell::setStatus(int panel, const QString &text)
     if (panel < 1 || panel > 3 || m_panels[panel - 1] == text)
         return;
     m_panels[panel - 1] = text;
-    if (!text.isEmpty() && panel != nd::PanelPart) {
-        std::fprintf(stderr, "%s\n", text.toLocal8Bit().constData());
-        std::fflush(stderr);
-    }
+    if (!text.isEmpty() && panel != nd::PanelPart)
+        nd::batch::writeErr(text);   // server text, made safe for a terminal
 }
 
 QString BatchShell::status(int panel) const

@@ -603,14 +603,14 @@ void Downloader::DownloadSelected()
     sh.setBusy(false);
 }
 
-void Downloader::DownloadAll()
+int Downloader::DownloadAll()
 {
     if (sh.S.QuietMode)
-        return;
+        return 0;
     if (grid.lastMessageRow() < 1 || !sh.viewEnabled(nd::View::Messages))
-        return;
+        return 0;
     if (busyWithOther())
-        return;
+        return 0;
     switchCommands(false);
     setFavoritesEnabled(false);
     sh.S.TransportError = 0;
@@ -620,4 +620,5 @@ void Downloader::DownloadAll()
     sh.setStatus(nd::PanelPart, QStringLiteral("Connected"));
     switchCommands(true);
     setFavoritesEnabled(true);
+    return error;
 }

@@ -68,8 +68,9 @@ public:
     int DownloadRows(int row);
     // The selected rows of the grid (right button or the Download command).
     void DownloadSelected();
-    // Every row of the grid (F2 or the Download All command).
-    void DownloadAll();
+    // Every row of the grid (F2 or the Download All command). Returns the error that ended the
+    // run, as DownloadRows does (0 also when it did not start: nothing to download, or busy).
+    int DownloadAll();
 
     // all: every temporary file of the application directory and the program's own ones in the
     // download directory; otherwise the current TempFileName in both places.

@@ -267,9 +267,7 @@ bool Favorites::listGroup()
 {
     if (!m_messages)
         return false;
-    m_messages->ListMessages(true);
-    // the listing tells its failure only through the session's error flag so far
-    return sh.S.TransportError == 0 && m_grid.lastMessageRow() > 0;
+    return !m_messages->listMessages(true).failed && m_grid.lastMessageRow() > 0;
 }
 
 void Favorites::downloadAll()

@@ -354,7 +354,7 @@ void MessageList::endListing(const Listing &listing)
     sh.setViewEnabled(nd::View::Groups, true);
 }
 
-bool MessageList::ListMessages(bool useCache)
+MessageList::Listing MessageList::listMessages(bool useCache)
 {
     beginListing();
     const QString cache = cacheFile();
@@ -366,6 +366,11 @@ bool MessageList::ListMessages(bool useCache)
     else
         listing = listFromServer(cache);
     endListing(listing);
-    // notFetched: false only when the list came from the server whole, with messages in it
+    return listing;
+}
+
+bool MessageList::ListMessages(bool useCache)
+{
+    const Listing listing = listMessages(useCache);
     return !(listing.fetched && grid.lastMessageRow() > 0);
 }

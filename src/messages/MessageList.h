@@ -14,8 +14,15 @@ public:
     MessageList(Shell &sh, NewsSession &session, MessageGrid &grid, QItemSelectionModel &gridSelection,
                 QObject *parent = nullptr);
 
-    // Fills the grid with the messages of CurrentGroup. Returns notFetched: false only when the
-    // list was fetched from the server, the fetch completed and at least one message was listed.
+    // How a listing went.
+    struct Listing {
+        bool failed = false;    // "Error Retreiving Message List"
+        bool fetched = false;   // from the server, completed, with messages
+    };
+    // Fills the grid with the messages of CurrentGroup.
+    Listing listMessages(bool useCache);
+    // The same, answered as notFetched: false only when the list was fetched from the server, the
+    // fetch completed and at least one message was listed.
     bool ListMessages(bool useCache);
     bool listingInProgress() const { return m_listing; }
     QString cacheFile() const;
@@ -28,10 +35,6 @@ signals:
     void groupListed(const QString &group, int lastRow);
 
 private:
-    struct Listing {
-        bool failed = false;    // "Error Retreiving Message List"
-        bool fetched = false;   // from the server, completed, with messages
-    };
     void beginListing();
     void endListing(const Listing &listing);
     void listFromCache(const QString &cache);

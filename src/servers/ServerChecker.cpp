@@ -329,10 +329,10 @@ bool ServerChecker::checkServer(int i, const QString &server)
         const int groupCount = lstGroups.count();
         if (groupCount >= sh.opt.MinimumGroups && readable) {
             sh.S.CurrentGroup = GroupList::CleanNewsGroup(lstGroups.text(first)).trimmed();
-            messages.ListMessages(false);
+            const bool listed = !messages.listMessages(false).failed;
             holdCommands();
             showProgress(i);
-            if (sh.S.TransportError == 0 && !stopped()) {
+            if (listed && !stopped()) {
                 lstHTTP.add(server + QStringLiteral(" , ") + QString::number(groupCount) + QStringLiteral(" Groups"));
                 sh.UpdateCaption(nd::Caption::Found);
                 updateGroupMarker();

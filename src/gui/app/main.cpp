@@ -5,6 +5,7 @@
 #include "ui/Prompter.h"
 
 #include <QApplication>
+#include <QCoreApplication>
 #include <QDialog>
 #ifdef __GLIBC__
 #include <malloc.h>
@@ -58,11 +59,15 @@ int main(int argc, char **argv)
     mallopt(M_MMAP_THRESHOLD, 32 * 1024 * 1024);
     mallopt(M_TRIM_THRESHOLD, 64 * 1024 * 1024);
 #endif
-    const bool batch = hasArg(argc, argv, "--batch");
-    if (batch) {
-        // batch runs never show a window
-        qputenv("QT_QPA_PLATFORM", "offscreen");
-    } else if (qEnvironmentVariableIsEmpty("QT_QPA_PLATFORM") && qEnvironmentVariableIsEmpty("DISPLAY")
+    if (hasArg(argc, argv, "--batch")) {
+        // a batch run is the core alone: no window, no display, no platform plugin
+        QCoreApplication app(argc, argv);
+        QCoreApplication::setApplicationName(QStringLiteral("Newsdredge"));
+        QCoreApplication::setOrganizationName(QStringLiteral("Newsdredge"));
+        QCoreApplication::setApplicationVersion(QStringLiteral("3.8"));
+        return nd::runBatch(QCoreApplication::arguments());
+    }
+    if (qEnvironmentVariableIsEmpty("QT_QPA_PLATFORM") && qEnvironmentVariableIsEmpty("DISPLAY")
                && qEnvironmentVariableIsEmpty("WAYLAND_DISPLAY")) {
         std::fprintf(stderr,
                      "Newsdredge needs a graphical display, and none was found: neither DISPLAY (X11) nor "
@@ -75,9 +80,6 @@ int main(int argc, char **argv)
     QApplication::setApplicationName(QStringLiteral("Newsdredge"));
     QApplication::setOrganizationName(QStringLiteral("Newsdredge"));
     QApplication::setApplicationVersion(QStringLiteral("3.8"));
-
-    if (batch)
-        return nd::runBatch(QApplication::arguments());
 
     GuiPrompter gui;
     frmMain w(&gui);
