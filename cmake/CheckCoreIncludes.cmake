@@ -1,9 +1,11 @@
-# Run as a script: cmake -DSOURCES=<file listing sources> -DQT_DIRS="<QtWidgets dir>;<QtGui dir>" -DSTAMP=<file> -P CheckCoreIncludes.cmake
+# Run as a script: cmake -DSOURCES=<file listing sources> -DQT_DIRS=<file listing the include
+# directories of Qt Widgets, Qt Gui, Qt PrintSupport> -DSTAMP=<file> -P CheckCoreIncludes.cmake
 # Fails when a source of the core library includes a header of Qt Widgets, Qt Gui or Qt
 # PrintSupport, or any header of the windows (src/gui/), the main window's among them.
 file(STRINGS "${SOURCES}" files)
+file(STRINGS "${QT_DIRS}" qt_dirs)
 set(forbidden "")
-foreach(dir ${QT_DIRS})
+foreach(dir ${qt_dirs})
   file(GLOB names RELATIVE "${dir}" "${dir}/Q*")
   list(APPEND forbidden ${names})
 endforeach()
