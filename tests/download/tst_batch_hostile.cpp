@@ -176,6 +176,7 @@ QList<Case> cases()
                   for (const QFileInfo &f : d.entryInfoList(QDir::Files | QDir::Hidden))
                       QVERIFY2(f.size() <= 4096, qPrintable(f.fileName() + " " + QString::number(f.size())));
               }});
+    const QByteArray euros = QString(60, QChar(0x20AC)).toUtf8() + ".bin";
     c.append({"a name of 60 characters in 180 bytes", {"--download-all", "alt.x"}, {},
               onePost("euros", yencSingle(good, euros)),
               [good, euros](const Outcome &o, ScriptedNntpServer &, QDir &d) {
