@@ -57,6 +57,10 @@ class TestDownloadFaults : public QObject {
                 w.SetMenuState(code, true);
         }
         QStringList files() const { return QDir(dest.path()).entryList(QDir::Files | QDir::Hidden); }
+        int fetches() const
+        {
+            return int(std::count_if(srv.commands.begin(), srv.commands.end(), [](const QByteArray &c) { return c.startsWith("ARTICLE"); }));
+        }
         void downloadRow(int r)
         {
             w.MSHResults->selectionModel()->select(w.grid->index(r - 1, 0), QItemSelectionModel::ClearAndSelect | QItemSelectionModel::Rows);
@@ -76,11 +80,16 @@ private slots:
         QCOMPARE(testfile::readFile(x.dest.path() + QStringLiteral("/set.bin")), QByteArray("abcdef"));
         QVERIFY(x.srv.sawCommand("GROUP alt.test"));   // the listing's group is selected first
         QCOMPARE(x.w.S.TempFileName, QString());
-        int fetches = 0;
-        for (const QByteArray &cmd : x.srv.commands)
-            fetches += cmd.startsWith("ARTICLE");
-        QCOMPARE(fetches, 3);
+        QCOMPARE(x.fetches(), 3);
         QCOMPARE(x.w.status(1), QStringLiteral("Previously Downloaded"));   // the other rows were taken
+    }
+
+    void downloadAllPassesOverTakenRows()
+    {
+        Fixture x;
+        x.w.action(QStringLiteral("menuDownloadAll"))->trigger();
+        QCOMPARE(x.files(), QStringList{QStringLiteral("set.bin")});
+        QCOMPARE(x.fetches(), 3);   // the set's other rows are not searched and fetched again
     }
 
     void oneRunAtATime()
