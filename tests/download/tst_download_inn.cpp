@@ -173,11 +173,6 @@ void TestDownloadInn::selectedRowsThenDuplicates()
         marked += x.w.grid->cell(r, 8) == QLatin1String("256") && x.w.grid->cell(r, 2).contains(QLatin1String("uu.bin"));
     QCOMPARE(marked, 12);
 
-    // the same rows again: the set's rows are taken
-    select(x, {rowOf(x, QStringLiteral("uu.bin (01/12)"))});
-    rightClick(x);
-    QCOMPARE(x.w.status(1), QStringLiteral("Previously Downloaded"));
-
     // listed afresh, the files exist: "Duplicate File", nothing overwritten, nothing added
     const QDateTime before = QFileInfo(x.dest.path() + "/uu.bin").lastModified();
     QTest::qWait(1100);
