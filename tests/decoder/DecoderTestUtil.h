@@ -1,5 +1,5 @@
 #pragma once
-// Small encoders and helpers shared by the decoder tests. The yEnc encoder here
+// Small encoders and helpers shared by the decoder, fuzz and download tests. The yEnc encoder here
 // escapes exactly what it is told to, so tests can put escapes where they like.
 
 #include <QByteArray>

@@ -1,6 +1,7 @@
 #pragma once
 // Posts made with real posting tools on the test INN server: nyuu (yEnc), uuencode + inews,
 // mpack (MIME base64). Used by the end-to-end download tests.
+#include "decoder/DecoderTestUtil.h"
 #include "support/InnEnv.h"
 #include "support/TextFile.h"
 
@@ -36,15 +37,7 @@ inline bool toolsPresent(QString *missing)
     return true;
 }
 
-inline QByteArray randomBytes(int size, quint32 seed)
-{
-    QRandomGenerator g(seed);
-    QByteArray b(size, Qt::Uninitialized);
-    for (int i = 0; i < size; ++i)
-        b[i] = char(g.bounded(256));
-    return b;
-}
-
+using testutil::randomBytes;
 using testfile::readFile;
 using testfile::writeFile;
 

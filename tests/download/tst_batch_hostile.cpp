@@ -1,6 +1,7 @@
 // The batch mode run as a process against a scripted server that misbehaves on purpose, and
 // against a download directory that already holds the user's files. One case per fault: what
 // the server (or the directory) does, how the program is run, and what must come of it.
+#include "decoder/DecoderTestUtil.h"
 #include "support/ScriptedNntpServer.h"
 
 #include <QDir>
@@ -13,71 +14,8 @@
 
 namespace {
 
+using namespace testutil;
 constexpr qint64 kMiB = 1 << 20;
-
-quint32 crc32Of(const QByteArray &data)
-{
-    quint32 c = 0xFFFFFFFFu;
-    for (char ch : data) {
-        c ^= quint8(ch);
-        for (int k = 0; k < 8; ++k)
-            c = (c >> 1) ^ (0xEDB88320u & (0u - (c & 1u)));
-    }
-    return ~c;
-}
-
-QByteArray randomBytes(int n, quint32 seed)
-{
-    QByteArray out(n, '\0');
-    for (int i = 0; i < n; ++i) {
-        seed = seed * 1103515245u + 12345u;
-        out[i] = char(seed >> 16);
-    }
-    return out;
-}
-
-// yEnc lines of data: every critical character and a leading dot escaped.
-QByteArray yencLines(const QByteArray &data)
-{
-    QByteArray out, line;
-    for (char ch : data) {
-        const char e = char(quint8(ch) + 42);
-        if (e == '\0' || e == '\n' || e == '\r' || e == '=' || (line.isEmpty() && e == '.'))
-            line += '=', line += char(e + 64);
-        else
-            line += e;
-        if (line.size() >= 128) {
-            out += line + "\r\n";
-            line.clear();
-        }
-    }
-    if (!line.isEmpty())
-        out += line + "\r\n";
-    return out;
-}
-
-QByteArray yencFile(const QByteArray &data, const QByteArray &name, quint32 crc)
-{
-    return "=ybegin line=128 size=" + QByteArray::number(data.size()) + " name=" + name + "\r\n" + yencLines(data) +
-           "=yend size=" + QByteArray::number(data.size()) + " crc32=" + QByteArray::number(crc, 16).rightJustified(8, '0') + "\r\n";
-}
-
-QByteArray uuencode(const QByteArray &data, const QByteArray &name)
-{
-    auto enc = [](int v) { return char(v ? v + 0x20 : 0x60); };
-    QByteArray out = "begin 644 " + name + "\r\n";
-    for (int at = 0; at < data.size(); at += 45) {
-        const QByteArray chunk = data.mid(at, 45);
-        QByteArray line(1, enc(int(chunk.size())));
-        for (int i = 0; i < chunk.size(); i += 3) {
-            const quint32 v = (quint32(quint8(chunk[i])) << 16) | (i + 1 < chunk.size() ? quint32(quint8(chunk[i + 1])) << 8 : 0) |
-                              (i + 2 < chunk.size() ? quint32(quint8(chunk[i + 2])) : 0);
-            line += enc((v >> 18) & 63), line += enc((v >> 12) & 63), line += enc((v >> 6) & 63), line += enc(v & 63);
-        }
-        out += line + "\r\n";
-    }
-    return out + "`\r\nend\r\n";
-}
 
 QByteArray dotStuffed(const QByteArray &body)
 {
@@ -131,11 +69,11 @@ struct Case {
     QStringList args;                                    // after --batch --server ADDRESS
     QByteArray greeting;                                 // empty: the usual one
     std::function<QByteArray(ScriptedNntpServer &, const QByteArray &)> respond;   // null: default
+    std::function<void(const Outcome &, ScriptedNntpServer &, QDir &)> check;
     std::function<void(QDir &)> prepare;                 // files already in the download directory
     QByteArray input;                                    // standard input
     QString passwordVariable;                            // NEWSDREDGE_PASSWORD
-    bool terminateOnOver = false;                        // SIGTERM once OVER went out
-    std::function<void(const Outcome &, ScriptedNntpServer &, QDir &)> check;
+    QByteArray terminateOn;                              // SIGTERM half a second after this command
 };
 
 QByteArray article(const QByteArray &cmd, const QByteArray &subject, const QByteArray &body)
@@ -159,12 +97,6 @@ std::function<QByteArray(ScriptedNntpServer &, const QByteArray &)> onePost(cons
     };
 }
 
-QByteArray fileText(const QString &path)
-{
-    QFile f(path);
-    return f.open(QIODevice::ReadOnly) ? f.readAll() : QByteArray("<missing>");
-}
-
 QList<Case> cases()
 {
     const QByteArray good = randomBytes(3000, 7);
@@ -176,7 +108,6 @@ QList<Case> cases()
                       return "211 10 9223372036854775798 9223372036854775807 alt.x\r\n";
                   return cmd.startsWith("OVER") ? overRange(cmd) : QByteArray();
               },
-              {}, {}, {}, false,
               [](const Outcome &o, ScriptedNntpServer &srv, QDir &) {
                   QCOMPARE(o.status, 0);
                   QVERIFY(srv.sawCommand("OVER 9223372036854775803-9223372036854775807"));
@@ -189,13 +120,12 @@ QList<Case> cases()
                       return "211 100 9007199254740995 9007199254741093 alt.x\r\n";
                   return cmd.startsWith("OVER") ? overRange(cmd) : QByteArray();
               },
-              {}, {}, {}, false,
               [](const Outcome &o, ScriptedNntpServer &srv, QDir &) {
                   QCOMPARE(o.status, 0);
                   QVERIFY(srv.sawCommand("OVER 9007199254741089-9007199254741093"));
                   QCOMPARE(o.out.count('\n'), 5);
               }});
-    c.append({"terminal escapes in the greeting", {"--groups"}, "502 \x1b]0;TITLE\x07\x1b[2Jgo away\r\n", {}, {}, {}, {}, false,
+    c.append({"terminal escapes in the greeting", {"--groups"}, "502 \x1b]0;TITLE\x07\x1b[2Jgo away\r\n", {},
               [](const Outcome &o, ScriptedNntpServer &, QDir &) {
                   QCOMPARE(o.status, 3);
                   QVERIFY2(o.err.contains("\\x1B]0;TITLE\\x07\\x1B[2Jgo away"), o.err.constData());
@@ -207,7 +137,6 @@ QList<Case> cases()
                       return "215 list\r\nalt.\x1b[31mred 10 1 y\r\nalt.plain 5 1 y\r\n.\r\n";
                   return {};
               },
-              {}, {}, {}, false,
               [](const Outcome &o, ScriptedNntpServer &, QDir &) {
                   QCOMPARE(o.status, 0);
                   QVERIFY2(o.out.contains("alt.\\x1B[31mred"), o.out.constData());
@@ -221,7 +150,6 @@ QList<Case> cases()
                       return "224 overview\r\n" + overRow(1, QByteArray("cut\0here", 8)) + ".\r\n";
                   return {};
               },
-              {}, {}, {}, false,
               [](const Outcome &o, ScriptedNntpServer &, QDir &) {
                   QCOMPARE(o.status, 0);
                   const QList<QByteArray> cells = o.out.left(o.out.indexOf('\n')).split('\t');
@@ -230,37 +158,17 @@ QList<Case> cases()
                   QVERIFY(cells.at(3).contains("poster@example.com"));
               }});
     c.append({"damaged post over an existing .damaged", {"--download-all", "alt.x"}, {},
-              onePost("report", yencFile(good, "report", 0x12345678)),
-              [](QDir &d) {
-                  QFile f(d.filePath("report.damaged"));
-                  QVERIFY(f.open(QIODevice::WriteOnly));
-                  f.write("the user's own file");
-              },
-              {}, {}, false,
+              onePost("report", yencSingle(good, "report").replace("crc32=" + hex8(crcOf(good)), "crc32=12345678")),
               [](const Outcome &, ScriptedNntpServer &, QDir &d) {
-                  QCOMPARE(fileText(d.filePath("report.damaged")), QByteArray("the user's own file"));
+                  QCOMPARE(readFile(d.filePath("report.damaged")), QByteArray("the user's own file"));
                   QVERIFY(!d.exists("report"));
                   QCOMPARE(d.entryList(QDir::Files | QDir::Hidden), QStringList({"report.damaged"}));
-              }});
-    c.append({"a file under the decoder's working name", {"--download-all", "alt.x"}, {},
-              onePost("pic", yencFile(good, "pic.jpg", crc32Of(good))),
-              [](QDir &d) {
-                  QFile f(d.filePath("pic.jpg.decoding.tmp"));
-                  QVERIFY(f.open(QIODevice::WriteOnly));
-                  f.write("mine");
               },
-              {}, {}, false,
-              [good](const Outcome &o, ScriptedNntpServer &, QDir &d) {
-                  QCOMPARE(o.status, 0);
-                  QCOMPARE(fileText(d.filePath("pic.jpg")), good);
-                  QCOMPARE(fileText(d.filePath("pic.jpg.decoding.tmp")), QByteArray("mine"));
-                  QCOMPARE(d.entryList(QDir::Files | QDir::Hidden).size(), 2);
-              }});
+              [](QDir &d) { QVERIFY(writeFile(d.filePath("report.damaged"), "the user's own file")); }});
     c.append({"yEnc part claiming offsets near 10 TB", {"--download-all", "alt.x"}, {},
               onePost("huge", "=ybegin part=1 total=1 line=128 size=10000000000000 name=huge.bin\r\n"
                               "=ypart begin=9999999999901 end=10000000000000\r\n" + yencLines(randomBytes(100, 3)) +
                               "=yend size=100 part=1\r\n"),
-              {}, {}, {}, false,
               [](const Outcome &o, ScriptedNntpServer &, QDir &d) {
                   QVERIFY(o.status != 0);
                   QVERIFY(!d.exists("huge.bin"));
@@ -268,37 +176,24 @@ QList<Case> cases()
                   for (const QFileInfo &f : d.entryInfoList(QDir::Files | QDir::Hidden))
                       QVERIFY2(f.size() <= 4096, qPrintable(f.fileName() + " " + QString::number(f.size())));
               }});
-    c.append({"uuencode length characters changed", {"--download-all", "alt.x"}, {},
-              onePost("uu", [&good] {
-                  QByteArray t = uuencode(good, "x.bin");
-                  t.replace("\r\nM", "\r\nZ");
-                  return t;
-              }()),
-              {}, {}, {}, false,
-              [](const Outcome &o, ScriptedNntpServer &, QDir &d) {
-                  QVERIFY(o.status != 0);
-                  QVERIFY(!d.exists("x.bin"));
-                  QVERIFY(d.exists("x.bin.damaged"));
-              }});
     const QByteArray euros = QString(60, QChar(0x20AC)).toUtf8() + ".bin";
     c.append({"a name of 60 characters in 180 bytes", {"--download-all", "alt.x"}, {},
-              onePost("euros", yencFile(good, euros, crc32Of(good))),
-              {}, {}, {}, false,
+              onePost("euros", yencSingle(good, euros)),
               [good, euros](const Outcome &o, ScriptedNntpServer &, QDir &d) {
                   QCOMPARE(o.status, 0);
-                  QCOMPARE(fileText(d.filePath(QString::fromUtf8(euros))), good);
+                  QCOMPARE(readFile(d.filePath(QString::fromUtf8(euros))), good);
               }});
-    c.append({"password from standard input", {"--user", "me", "--password", "-", "--groups"}, {}, {}, {}, "s3cret pass\n", {}, false,
+    c.append({"password from standard input", {"--user", "me", "--password", "-", "--groups"}, {}, {},
               [](const Outcome &o, ScriptedNntpServer &srv, QDir &) {
                   QVERIFY(srv.sawCommand("AUTHINFO PASS s3cret pass"));
                   QVERIFY2(!o.err.contains("warning"), o.err.constData());
-              }});
-    c.append({"password from NEWSDREDGE_PASSWORD", {"--user", "me", "--groups"}, {}, {}, {}, {}, "from env", false,
+              }, {}, "s3cret pass\n"});
+    c.append({"password from NEWSDREDGE_PASSWORD", {"--user", "me", "--groups"}, {}, {},
               [](const Outcome &o, ScriptedNntpServer &srv, QDir &) {
                   QVERIFY(srv.sawCommand("AUTHINFO PASS from env"));
                   QVERIFY2(!o.err.contains("warning"), o.err.constData());
-              }});
-    c.append({"password on the command line", {"--user", "me", "--password", "visible", "--groups"}, {}, {}, {}, {}, {}, false,
+              }, {}, {}, "from env"});
+    c.append({"password on the command line", {"--user", "me", "--password", "visible", "--groups"}, {}, {},
               [](const Outcome &o, ScriptedNntpServer &srv, QDir &) {
                   QVERIFY(srv.sawCommand("AUTHINFO PASS visible"));
                   QVERIFY2(o.err.contains("warning: a password given on the command line"), o.err.constData());
@@ -316,11 +211,32 @@ QList<Case> cases()
                       return "224 overview\r\n" + overRow(1, "a") + overRow(2, "b");   // and then nothing
                   return {};
               },
-              {}, {}, {}, true,
               [](const Outcome &o, ScriptedNntpServer &, QDir &) {
                   QCOMPARE(o.status, 128 + 15);
                   QVERIFY2(o.err.contains("ended by signal 15"), o.err.constData());
-              }});
+              }, {}, {}, {}, "OVER"});
+    // SIGTERM while a set is fetched (part 3 never ends): the temporary file goes with the run
+    c.append({"download ended by SIGTERM", {"--download-all", "alt.x"}, {},
+              [](ScriptedNntpServer &, const QByteArray &cmd) -> QByteArray {
+                  if (cmd.startsWith("GROUP"))
+                      return "211 5 1 5 alt.x\r\n";
+                  if (cmd.startsWith("OVER")) {
+                      QByteArray r = "224 overview\r\n";
+                      for (int n = 1; n <= 5; ++n)
+                          r += overRow(n, "slow set yEnc (" + QByteArray::number(n) + "/5)");
+                      return r + ".\r\n";
+                  }
+                  const QByteArray n = cmd.split(' ').value(1);
+                  const QByteArray part = "=ybegin part=" + n + " total=5 line=128 size=10 name=slow.bin\r\n=ypart begin=1 end=2\r\nkk\r\n";
+                  if (!cmd.startsWith("ARTICLE"))
+                      return {};
+                  return n.toInt() < 3 ? article(cmd, "slow set", part + "=yend size=2\r\n") : "220 " + n + " <a" + n + "@x>\r\n\r\n" + part;
+              },
+              [](const Outcome &o, ScriptedNntpServer &, QDir &d) {
+                  QVERIFY(o.status > 0);
+                  QVERIFY2(o.err.contains("stopped"), o.err.constData());
+                  QCOMPARE(d.entryList(QDir::Files | QDir::Hidden), QStringList());
+              }, {}, {}, {}, "ARTICLE 3"});
     c.append({"endless LIST", {"--groups"}, {},
               [](ScriptedNntpServer &srv, const QByteArray &cmd) -> QByteArray {
                   if (cmd.startsWith("LIST ACTIVE") || cmd == "LIST") {
@@ -334,7 +250,6 @@ QList<Case> cases()
                   }
                   return {};
               },
-              {}, {}, {}, false,
               [](const Outcome &o, ScriptedNntpServer &, QDir &) {
                   QCOMPARE(o.status, 4);
                   QVERIFY2(o.err.contains("too long: more than 1000000 groups"), o.err.constData());
@@ -355,7 +270,6 @@ QList<Case> cases()
                   }
                   return {};
               },
-              {}, {}, {}, false,
               [](const Outcome &o, ScriptedNntpServer &, QDir &) {
                   QCOMPARE(o.status, 4);
                   QVERIFY2(o.err.contains("too long"), o.err.constData());
@@ -371,7 +285,6 @@ QList<Case> cases()
                                     [] { return QByteArray(127, 'k') + "\r\n"; });
                   return {};
               },
-              {}, {}, {}, false,
               [](const Outcome &o, ScriptedNntpServer &, QDir &d) {
                   QCOMPARE(o.status, 5);
                   QVERIFY2(o.err.contains("too long: article 1"), o.err.constData());
@@ -437,7 +350,7 @@ private slots:
                 if (f.open(QIODevice::ReadOnly))
                     cmdline = f.readAll();
             }
-            if (k.terminateOnOver && !terminated && srv.sawCommand("OVER")) {
+            if (!k.terminateOn.isEmpty() && !terminated && srv.sawCommand(k.terminateOn)) {
                 if (!sinceOver.isValid())
                     sinceOver.start();
                 else if (sinceOver.elapsed() > 500) {

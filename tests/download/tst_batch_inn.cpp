@@ -2,7 +2,6 @@
 #include "InnPosts.h"
 
 #include "settings/SettingsStore.h"
-#include "support/ScriptedNntpServer.h"
 
 #include <QDateTime>
 #include <QtTest>
@@ -109,11 +108,6 @@ private slots:
         QVERIFY(l.out.join(QLatin1Char('\n')).contains(QLatin1String("small.png")));
         QVERIFY(l.out.first().section(QLatin1Char('\t'), 5, 5).startsWith(QLatin1Char('<')));
 
-        // --newest limits the listing
-        const Run n = batch({"--server", server(), "--newest", "3", "--list", Group});
-        QCOMPARE(n.status, 0);
-        QCOMPARE(n.out.size(), 3);
-
         const Run g = batch({"--server", server(), "--groups"});
         QVERIFY2(g.status == 0, qPrintable(g.err));
         QVERIFY(g.out.contains(Group + QStringLiteral("\t47")));
@@ -133,50 +127,6 @@ private slots:
         QCOMPARE(r.out.size(), 2);
         QCOMPARE(posts::readFile(SettingsStore().fileName()), before);
         QFile::remove(SettingsStore().fileName());
-    }
-
-    void interruptLeavesNothingBehind()
-    {
-        // A scripted server that never answers for part 3 of a 5-part set: the run is interrupted
-        // while it waits, as Ctrl+C would.
-        ScriptedNntpServer srv;
-        srv.respond = [base = srv.respond](const QByteArray &cmd) -> QByteArray {
-            const QList<QByteArray> f = cmd.split(' ');
-            if (f[0] == "GROUP")
-                return "211 5 1 5 alt.binaries.slow\r\n";
-            if (cmd == "LIST OVERVIEW.FMT")
-                return "215 format\r\nSubject:\r\nFrom:\r\nDate:\r\nMessage-ID:\r\nReferences:\r\nBytes:\r\nLines:\r\n"
-                       "Path:full\r\n.\r\n";
-            if (f[0] == "OVER" || f[0] == "XOVER") {
-                QByteArray r = "224 overview\r\n";
-                for (int n = 1; n <= 5; ++n)
-                    r += QByteArray::number(n) + "\tslow set yEnc (" + QByteArray::number(n) + "/5)\ta@b\t"
-                         "Mon, 23 Nov 2026 08:00:00 +0000\t<s" + QByteArray::number(n) + "@x>\t\t100\t2\tPath: x\r\n";
-                return r + ".\r\n";
-            }
-            if (f[0] == "ARTICLE") {
-                const int n = f.value(1).toInt();
-                if (n >= 3)
-                    return QByteArray();   // silence
-                return "220 " + f[1] + " <s" + f[1] + "@x>\r\nSubject: slow set\r\n\r\n=ybegin part=" + f[1]
-                       + " total=5 line=128 size=10 name=slow.bin\r\n=ypart begin=1 end=2\r\nkk\r\n=yend size=2\r\n.\r\n";
-            }
-            return base(cmd);
-        };
-        QTemporaryDir dest;
-        QProcess p;
-        p.setProgram(qEnvironmentVariable("ND_BINARY_DIR") + QStringLiteral("/src/newsdredge"));
-        p.setArguments({"--batch", "--server", srv.address(), "--download-all", "alt.binaries.slow", "--dest", dest.path()});
-        p.start();
-        QTRY_VERIFY_WITH_TIMEOUT(srv.sawCommand("ARTICLE 3"), 20000);
-        QTRY_VERIFY_WITH_TIMEOUT(!QDir(dest.path()).entryList({"*.tmp"}, QDir::Files).isEmpty(), 5000);
-        p.terminate();   // SIGTERM
-        QTRY_VERIFY_WITH_TIMEOUT(p.state() == QProcess::NotRunning, 20000);
-        const QByteArray err = p.readAllStandardError();
-        QCOMPARE(p.exitStatus(), QProcess::NormalExit);
-        QVERIFY(p.exitCode() != 0);
-        QVERIFY2(err.contains("stopped"), err.constData());
-        QCOMPARE(QDir(dest.path()).entryList(QDir::Files | QDir::Hidden), QStringList());
     }
 
     void failuresGiveAReasonAndAStatus()

@@ -1,34 +1,29 @@
 // PAR2 sets: volume names, the choice of volumes to fetch, reading par2's reports, and real
 // verify / repair / stop runs of par2cmdline over files made here.
+#include "decoder/DecoderTestUtil.h"
 #include "download/Par2.h"
 
-#include <QCryptographicHash>
 #include <QProcess>
-#include <QRandomGenerator>
 #include <QSignalSpy>
 #include <QTemporaryDir>
 #include <QtTest>
 
 namespace {
 
-QByteArray randomBytes(qsizetype n, quint32 seed)
-{
-    QByteArray b(n, Qt::Uninitialized);
-    QRandomGenerator g(seed);
-    g.fillRange(reinterpret_cast<quint32 *>(b.data()), n / 4);
-    return b;
-}
+using testutil::randomBytes;
+using testutil::readFile;
+using testutil::writeFile;
 
-bool writeFile(const QString &path, const QByteArray &data)
+// A PAR2 set over one file of the given bytes, made by par2cmdline in dir.
+bool createSet(const QTemporaryDir &dir, const QString &file, const QByteArray &bytes, const QStringList &options)
 {
-    QFile f(path);
-    return f.open(QIODevice::WriteOnly) && f.write(data) == data.size();
-}
-
-QByteArray readFile(const QString &path)
-{
-    QFile f(path);
-    return f.open(QIODevice::ReadOnly) ? f.readAll() : QByteArray();
+    if (!writeFile(dir.filePath(file), bytes))
+        return false;
+    QProcess create;
+    create.setWorkingDirectory(dir.path());
+    create.start(par2::Runner::program(), QStringList{"create", "-q", "-q"} + options
+                                              + QStringList{QFileInfo(file).baseName() + ".par2", file});
+    return create.waitForFinished(120000) && create.exitCode() == 0;
 }
 
 par2::Report run(par2::Runner::Mode mode, const QString &index, const QStringList &extra = {})
@@ -124,12 +119,8 @@ private slots:
             QSKIP("par2 is not installed");
         QTemporaryDir dir;
         const QByteArray original = randomBytes(600000, 7);
-        const QString file = dir.filePath(QStringLiteral("data.bin"));
-        QVERIFY(writeFile(file, original));
-        QProcess create;
-        create.setWorkingDirectory(dir.path());
-        create.start(par2::Runner::program(), {"create", "-q", "-q", "-r10", "-n3", "set.par2", "data.bin"});
-        QVERIFY(create.waitForFinished(60000) && create.exitCode() == 0);
+        const QString file = dir.filePath(QStringLiteral("set.bin"));
+        QVERIFY(createSet(dir, QStringLiteral("set.bin"), original, {"-r10", "-n3"}));
 
         QCOMPARE(run(par2::Runner::Mode::Verify, dir.filePath("set.par2")).state, par2::Report::State::AllCorrect);
 
@@ -176,11 +167,7 @@ private slots:
         QTemporaryDir dir;
         const QByteArray original = randomBytes(8 << 20, 9);
         const QString file = dir.filePath(QStringLiteral("big.bin"));
-        QVERIFY(writeFile(file, original));
-        QProcess create;
-        create.setWorkingDirectory(dir.path());
-        create.start(par2::Runner::program(), {"create", "-q", "-q", "-r5", "-n1", "big.par2", "big.bin"});
-        QVERIFY(create.waitForFinished(120000) && create.exitCode() == 0);
+        QVERIFY(createSet(dir, QStringLiteral("big.bin"), original, {"-r5", "-n1"}));
         QByteArray damaged = original;
         damaged.replace(1 << 20, 4096, QByteArray(4096, 'x'));
         QVERIFY(writeFile(file, damaged));
