@@ -80,17 +80,6 @@ private slots:
         QCOMPARE(r.MinimumGroups, 250);
     }
 
-    void timeoutZeroWritesNoMainBlock()
-    {
-        Settings s;
-        s.Timeout = 0;
-        s.NNTPServer = QStringLiteral("news.should.not.be.written");
-        SettingsStore store;
-        nd::writeMainBlock(s, store);
-        QVERIFY(!store.contains(QStringLiteral("NNTPServer")));
-        QVERIFY(!store.contains(QStringLiteral("Timeout")));
-    }
-
     void missingFavoritesFileFallsBackToDefault()
     {
         SettingsStore store;

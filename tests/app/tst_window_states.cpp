@@ -406,14 +406,6 @@ private slots:
         QCOMPARE(p.texts(), QStringList{QStringLiteral("Please Select Item(s) First")});
         QTRY_VERIFY(!win || !win->isVisible());
         QVERIFY(!w.postWindows->window() || !w.postWindows->window()->isVisible());
-
-        // the current-group scope outside a listing is refused the same way
-        w.lstGroups->setSelected(0, true);
-        QVERIFY(w.poster->OpenPost(Poster::SelectedGroups));
-        win = w.postWindows->window();
-        QVERIFY(!w.poster->OpenPost(Poster::CurrentGroup));
-        QCOMPARE(p.texts().last(), QStringLiteral("Must Be in Message Listing to Use This Function"));
-        QTRY_VERIFY(!win || !win->isVisible());
     }
 };
 
