@@ -173,7 +173,7 @@ private slots:
     void listFileRoundTripKeepsEveryCharacterAndIsPrivate()
     {
         ScriptedPrompter p;
-        const QString user = QStringLiteral("jo|hn doe");
+        const QString user = QStringLiteral("jo|hn\tdoe\n");
         const QString password = QStringLiteral(" p|a ss\u00e9\u4e2d|||x\\t ");
         {
             frmMain w(&p, quiet());
