@@ -86,11 +86,9 @@ private slots:
     void replyTexts()
     {
         QCOMPARE(replySubject(QStringLiteral("Hello")), QStringLiteral("Re : Hello"));
-        const QString msg = QString(250, QLatin1Char('m'));
-        const QString dashes(40, QLatin1Char('-'));
-        QCOMPARE(replyText(QStringLiteral("-- sig"), msg),
-                 QStringLiteral("\r\n\r\n-- sig\r\n") + dashes + QStringLiteral("\r\n") + QString(100, QLatin1Char('m')));
-        QCOMPARE(replyText(QString(), QStringLiteral("short")), QStringLiteral("\r\n\r\n\r\n") + dashes + QStringLiteral("\r\nshort"));
+        // with a signature and a long text it is checked in the post window
+        QCOMPARE(replyText(QString(), QStringLiteral("short")),
+                 QStringLiteral("\r\n\r\n\r\n") + QString(40, QLatin1Char('-')) + QStringLiteral("\r\nshort"));
         QCOMPARE(replyReferences(QStringLiteral("<a@x>"), QStringLiteral("<b@x>")), QStringLiteral("<a@x> <b@x>"));
         QCOMPARE(replyReferences(QString(), QStringLiteral("<b@x>")), QStringLiteral("<b@x>"));
         QCOMPARE(replyReferences(QStringLiteral("<a@x>\r\n <b@x>"), QStringLiteral("<b@x>")), QStringLiteral("<a@x> <b@x>"));

@@ -137,10 +137,6 @@ private slots:
         QCOMPARE(f.list()->secondText(0), QString());
         QCOMPARE(f.w.S.ServerUserId, QString());
         QCOMPARE(f.p.asked.size(), 3);
-        f.d->cmdOK_Click();
-        ItemList file;
-        QVERIFY(file.loadWithSecond(ServerList::listFile()));
-        QCOMPARE(file.secondText(0), QString());
     }
 
     void listKeys()
