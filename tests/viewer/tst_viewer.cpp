@@ -373,6 +373,7 @@ private slots:
         v->setGeometry(40, 50, 500, 420);
         v->SaveViewerGeometry();
         QCOMPARE(x.w.store().getDouble(QStringLiteral("MLeft"), -1), 600.0);   // in twips
+        QCOMPARE(x.w.store().getDouble(QStringLiteral("MTop"), -1), 750.0);
         QCOMPARE(x.w.store().getDouble(QStringLiteral("MWidth"), -1), 7500.0);
         v->close();
         v->setGeometry(0, 0, 383, 300);
