@@ -8,6 +8,7 @@
 #include "post/Poster.h"
 #include "gui/post/PostWindows.h"
 #include "support/InnEnv.h"
+#include "support/TextFile.h"
 #include "ui/ItemList.h"
 #include "ui/Prompter.h"
 
@@ -53,19 +54,10 @@ QString unique(const QString &what)
     return what + QLatin1Char(' ') + QUuid::createUuid().toString(QUuid::WithoutBraces).left(8);
 }
 
+// The post log's lines (their CR LF ends are checked with the log writer).
 QStringList logLines()
 {
-    QFile f(nd::appFile(QStringLiteral("POST.LOG")));
-    if (!f.open(QIODevice::ReadOnly))
-        return {};
-    QStringList out;
-    for (const QByteArray &l : f.readAll().split('\n'))
-        if (!l.isEmpty()) {
-            if (!l.endsWith('\r'))
-                return {"<line without CR LF>"};
-            out << QString::fromUtf8(l.chopped(1));
-        }
-    return out;
+    return testfile::lines(nd::appFile(QStringLiteral("POST.LOG")));
 }
 
 QByteArray fetch(int port, const QString &group, const QString &subject)
