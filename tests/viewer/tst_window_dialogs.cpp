@@ -87,8 +87,9 @@ private slots:
             || command == QLatin1String("generate");
         const QString dir = inAppDir ? nd::appDir() : tmp.path();
         QDir().mkpath(dir + QStringLiteral("/sub"));
-        for (const char *n : {"servers.txt", "notes.TXT", "mine.fav", "other.fav", "picture.jpg", "data.dat"})
-            QVERIFY(testfile::writeFile(dir + QLatin1Char('/') + QLatin1String(n), "news.example.org\n"));
+        const QStringList names = {"servers.txt", "notes.TXT", "mine.fav", "other.fav", "picture.jpg", "data.dat"};
+        for (const QString &n : names)
+            QVERIFY(testfile::writeFile(dir + QLatin1Char('/') + n, "news.example.org\n"));
         w.opt.FavoritesFile = tmp.path() + QStringLiteral("/mine.fav");
         w.S.OutputFileName = tmp.path() + QStringLiteral("/out.txt");
 
@@ -127,8 +128,8 @@ private slots:
         poll.stop();
         QVERIFY(seen);
         QCOMPARE(listed, expected);
-        for (const char *n : {"servers.txt", "notes.TXT", "mine.fav", "other.fav", "picture.jpg", "data.dat"})
-            QFile::remove(dir + QLatin1Char('/') + QLatin1String(n));
+        for (const QString &n : names)
+            QFile::remove(dir + QLatin1Char('/') + n);
     }
 
     void qtFiltersFromPairs()
