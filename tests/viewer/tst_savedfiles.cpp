@@ -73,11 +73,7 @@ class TstSavedFiles : public QObject {
             w.lstFiles->setSelected(row, true);
             sf->ClickEntry();
         }
-        bool previewShows() const
-        {
-            const QPixmap pm = w.Picture1->pixmap();
-            return !pm.isNull();
-        }
+        bool previewShows() const { return !w.Picture1->pixmap().isNull(); }
     };
 
 private slots:

@@ -127,10 +127,7 @@ class TstViewer : public QObject {
         QString path(const QString &name) const { return dest.path() + QLatin1Char('/') + name; }
         int fetches() const
         {
-            int n = 0;
-            for (const QByteArray &c : srv.commands)
-                n += c.startsWith("ARTICLE");
-            return n;
+            return int(std::count_if(srv.commands.begin(), srv.commands.end(), [](const QByteArray &c) { return c.startsWith("ARTICLE"); }));
         }
         QByteArray fileBytes(const QString &name) const
         {
