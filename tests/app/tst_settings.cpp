@@ -80,33 +80,16 @@ private slots:
         QCOMPARE(r.MinimumGroups, 250);
     }
 
-    void timeoutZeroWritesNoMainBlock()
-    {
-        Settings s;
-        s.Timeout = 0;
-        s.NNTPServer = QStringLiteral("news.should.not.be.written");
-        SettingsStore store;
-        nd::writeMainBlock(s, store);
-        QVERIFY(!store.contains(QStringLiteral("NNTPServer")));
-        QVERIFY(!store.contains(QStringLiteral("Timeout")));
-    }
-
-    void missingFavoritesFileFallsBackToDefault()
+    // A stored value that cannot be used leaves the default in place.
+    void unusableValuesKeepDefaults()
     {
         SettingsStore store;
         store.save(QStringLiteral("FavoritesFile"), QStringLiteral("/nonexistent/gone.fav"));
-        Settings s;
-        nd::readSettings(s, store);
-        QCOMPARE(s.FavoritesFile, nd::defaultFavoritesFile());
-    }
-
-    void badNumbersKeepDefaults()
-    {
-        SettingsStore store;
         store.save(QStringLiteral("Timeout"), QStringLiteral("soon"));
         store.save(QStringLiteral("NewMsgs"), QStringLiteral(""));
         Settings s;
         nd::readSettings(s, store);
+        QCOMPARE(s.FavoritesFile, nd::defaultFavoritesFile());
         QCOMPARE(s.Timeout, 30);
         QCOMPARE(s.NewMsgs, 500);
     }

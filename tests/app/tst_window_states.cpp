@@ -15,6 +15,7 @@
 #include "gui/post/frmPostMsg.h"
 #include "servers/ServerList.h"
 #include "support/ScriptedNntpServer.h"
+#include "support/TextFile.h"
 #include "ui/ItemList.h"
 #include "ui/Prompter.h"
 
@@ -272,14 +273,10 @@ private slots:
     void startUpCleansBothTemporaryDirectories()
     {
         QTemporaryDir dest;
-        auto touch = [](const QString &path) {
-            QFile f(path);
-            return f.open(QIODevice::WriteOnly) && f.write("x") == 1;
-        };
         const QString d = dest.path() + QLatin1Char('/');
         for (const char *n : {"123456.tmp", "~image2.tmp", "keep.tmp", "999999.tmp", "pic.jpg"})
-            QVERIFY(touch(d + QLatin1String(n)));
-        QVERIFY(touch(nd::appFile(QStringLiteral("left.tmp"))));
+            QVERIFY(testfile::writeFile(d + QLatin1String(n), "x"));
+        QVERIFY(testfile::writeFile(nd::appFile(QStringLiteral("left.tmp")), "x"));
         {
             SettingsStore st;
             st.save(QStringLiteral("DestDir"), d);
@@ -406,14 +403,6 @@ private slots:
         QCOMPARE(p.texts(), QStringList{QStringLiteral("Please Select Item(s) First")});
         QTRY_VERIFY(!win || !win->isVisible());
         QVERIFY(!w.postWindows->window() || !w.postWindows->window()->isVisible());
-
-        // the current-group scope outside a listing is refused the same way
-        w.lstGroups->setSelected(0, true);
-        QVERIFY(w.poster->OpenPost(Poster::SelectedGroups));
-        win = w.postWindows->window();
-        QVERIFY(!w.poster->OpenPost(Poster::CurrentGroup));
-        QCOMPARE(p.texts().last(), QStringLiteral("Must Be in Message Listing to Use This Function"));
-        QTRY_VERIFY(!win || !win->isVisible());
     }
 };
 

@@ -4,6 +4,7 @@
 #include "gui/app/frmMain.h"
 #include "news/Session.h"
 #include "servers/ServerList.h"
+#include "support/TextFile.h"
 #include "ui/ItemList.h"
 #include "ui/Prompter.h"
 
@@ -16,31 +17,6 @@
 namespace {
 frmMain::Options quiet() { return frmMain::Options{false, true}; }
 
-QByteArray readAll(const QString &path)
-{
-    QFile f(path);
-    return f.open(QIODevice::ReadOnly) ? f.readAll() : QByteArray();
-}
-
-void writeFile(const QString &path, const QByteArray &data)
-{
-    QFile f(path);
-    QVERIFY(f.open(QIODevice::WriteOnly | QIODevice::Truncate));
-    f.write(data);
-}
-
-QStringList items(ItemList *l)
-{
-    return l->texts();
-}
-
-bool contains(const QStringList &asked, const QString &part)
-{
-    for (const QString &a : asked)
-        if (a.contains(part))
-            return true;
-    return false;
-}
 } // namespace
 
 class TstServerList : public QObject {
@@ -60,14 +36,14 @@ private slots:
         ItemList stored;
         stored.add(QStringLiteral("00012  OK    news.a.org"), QStringLiteral("ann|||secret"));
         QVERIFY(stored.saveWithSecond(ServerList::listFile(), true));
-        const QByteArray before = readAll(ServerList::listFile());
+        const QByteArray before = testfile::readFile(ServerList::listFile());
         ScriptedPrompter p;
         BatchShell sh(&p);
         ServerList s(sh, nullptr);
         QCOMPARE(s.credentialsFor(QStringLiteral("news.a.org")), (QPair<QString, QString>{"ann", "secret"}));
         s.lstServs->add(ServerList::Unchecked + QStringLiteral("news.b.org"));
         QVERIFY(!s.save());
-        QCOMPARE(readAll(ServerList::listFile()), before);
+        QCOMPARE(testfile::readFile(ServerList::listFile()), before);
     }
 
     void newServerRefusesDuplicateNamesOnly()
@@ -125,16 +101,16 @@ private slots:
         s.lstServs->add(QStringLiteral("00012  OK    news.known.org"));
         QTemporaryDir dir;
         const QString file = dir.filePath(QStringLiteral("servers.txt"));
-        writeFile(file, "news.x.com this is a comment\r\n"
-                        "localhost\r\n"
-                        "\tnews.y.org\tsecond column\n"
-                        "news.z.net,news.known.org, news.x.com ,text.without.host.after comment\n"
-                        "justaword and.a.dot\r\n"
-                        "\n");
+        QVERIFY(testfile::writeFile(file, "news.x.com this is a comment\r\n"
+                                    "localhost\r\n"
+                                    "\tnews.y.org\tsecond column\n"
+                                    "news.z.net,news.known.org, news.x.com ,text.without.host.after comment\n"
+                                    "justaword and.a.dot\r\n"
+                                    "\n"));
         p.files = {file};
         s.menuImport();
         QCOMPARE(p.asked[0].kind, QStringLiteral("open"));
-        QCOMPARE(items(s.lstServs), (QStringList{"00012  OK    news.known.org",
+        QCOMPARE(s.lstServs->texts(), (QStringList{"00012  OK    news.known.org",
                                                   "????? ???    news.x.com",
                                                   "????? ???    news.y.org",
                                                   "????? ???    news.z.net",
@@ -156,12 +132,12 @@ private slots:
             s.lstServs->add(ServerList::Unchecked + QLatin1String(n));
         const QString cache = nd::cacheDir() + QStringLiteral("/three_example");
         const QString otherCache = nd::cacheDir() + QStringLiteral("/five_example");
-        writeFile(cache, "alt.test (5)\n");
-        writeFile(otherCache, "alt.test (5)\n");
+        QVERIFY(testfile::writeFile(cache, "alt.test (5)\n"));
+        QVERIFY(testfile::writeFile(otherCache, "alt.test (5)\n"));
         for (int i : {1, 2, 3})
             s.lstServs->setSelected(i, true);
         s.menuDelete();
-        QCOMPARE(items(s.lstServs), (QStringList{"????? ???    one.example", "????? ???    five.example"}));
+        QCOMPARE(s.lstServs->texts(), (QStringList{"????? ???    one.example", "????? ???    five.example"}));
         QVERIFY(!QFile::exists(cache));
         QVERIFY(QFile::exists(otherCache));
         // first and last selected, with one in between kept
@@ -182,7 +158,7 @@ private slots:
         QVERIFY(s.save());
         s.lstServs->clear();
         s.loadSortAndSave();
-        const QStringList t = items(s.lstServs);
+        const QStringList t = s.lstServs->texts();
         QVERIFY(t.indexOf(QStringLiteral("01200  NO    big.example")) < t.indexOf(QStringLiteral("00734  OK    small.example")));
         QVERIFY(t.indexOf(QStringLiteral("00734  OK    small.example")) < t.indexOf(QStringLiteral("00099  OK    tiny.example")));
         // credentials move with their items
@@ -197,7 +173,7 @@ private slots:
     void listFileRoundTripKeepsEveryCharacterAndIsPrivate()
     {
         ScriptedPrompter p;
-        const QString user = QStringLiteral("jo|hn doe");
+        const QString user = QStringLiteral("jo|hn\tdoe\n");
         const QString password = QStringLiteral(" p|a ss\u00e9\u4e2d|||x\\t ");
         {
             frmMain w(&p, quiet());
@@ -238,10 +214,10 @@ private slots:
         s.lstServs->add(QStringLiteral("????? ???    new.example"));
         QTemporaryDir dir;
         const QString file = dir.filePath(QStringLiteral("out.txt"));
-        writeFile(file, "old contents that must go away entirely\n");
+        QVERIFY(testfile::writeFile(file, "old contents that must go away entirely\n"));
         p.files = {file, dir.filePath(QStringLiteral("missing/dir/out.txt")), QString()};
         s.menuExport();
-        QCOMPARE(readAll(file), QByteArray("01200  NO    big.example\r\n????? ???    new.example\r\n"));
+        QCOMPARE(testfile::readFile(file), QByteArray("01200  NO    big.example\r\n????? ???    new.example\r\n"));
         QCOMPARE(p.texts().last(), QStringLiteral("File Saved"));
         s.menuExport();
         QCOMPARE(p.texts().last(), QStringLiteral("Error Saving File"));
@@ -292,7 +268,7 @@ private slots:
         s.downloadOpenServers();
         QCOMPARE(http.paths, QList<QByteArray>{"/open-servers.txt"});
         QCOMPARE(p.texts().last(), QStringLiteral("Done."));
-        QCOMPARE(items(s.lstServs), (QStringList{"00005  OK    known.example", "00100  OK    open1.example",
+        QCOMPARE(s.lstServs->texts(), (QStringList{"00005  OK    known.example", "00100  OK    open1.example",
                                                   "01200  NO    open2.example", "????? ???    bare.example"}));
         QCOMPARE(s.credentialsFor(QStringLiteral("known.example")), qMakePair(QStringLiteral("me"), QStringLiteral("pw")));
         QCOMPARE(w.setupServerFrameCaption(), QStringLiteral("NNTP Servers (4)"));

@@ -58,30 +58,15 @@ private slots:
         QDir(nd::appFile(QStringLiteral("Download"))).removeRecursively();
     }
 
-    void captionsAndLayout()
+    void serverCountCaption()
     {
         Fixture f;
         f.list()->add(QStringLiteral("00734  OK    news.a.com"));
         f.w.servers->save();
         f.open();
-        QCOMPARE(f.d->tabs->tabText(0), QStringLiteral("Server Settings"));
-        QCOMPARE(f.d->tabs->tabText(1), QStringLiteral("Additional Settings/Proxy"));
         QCOMPARE(f.d->frameServers->title(), QStringLiteral("NNTP Servers (1)"));
         QCOMPARE(f.w.setupServerFrameCaption(), QStringLiteral("NNTP Servers (1)"));
-        const QList<QPair<QString, QString>> tips = {
-            {"New", "Enter new server address"}, {"Find", "Find server in list"}, {"Delete", "Delete server"},
-            {"Import", "Import server addresses"}, {"Export", "Export server addresses"},
-            {"Download", "Download open server list"}};
-        for (const auto &t : tips) {
-            QAction *a = f.d->serverButton(t.first);
-            QVERIFY2(a, qPrintable(t.first));
-            QCOMPARE(a->toolTip(), t.second);
-        }
         QCOMPARE(f.d->chkHTTP->text(), QStringLiteral("Save HTTP addreseses"));
-        QCOMPARE(f.d->chkTray->text(), QStringLiteral("Minimize to System Tray"));
-        QCOMPARE(f.d->cmdDir->text(), QStringLiteral("Create Directory"));
-        QCOMPARE(f.d->frameSaveFiles->title(), QStringLiteral("Save Files"));
-        QCOMPARE(f.d->txtProxyPort->text(), QStringLiteral("1080"));
         QCOMPARE(f.d->txtNew->text(), QStringLiteral("500"));
         // New through the toolbar refreshes the caption
         f.p.inputs = {QStringLiteral("news.b.com")};
@@ -152,10 +137,6 @@ private slots:
         QCOMPARE(f.list()->secondText(0), QString());
         QCOMPARE(f.w.S.ServerUserId, QString());
         QCOMPARE(f.p.asked.size(), 3);
-        f.d->cmdOK_Click();
-        ItemList file;
-        QVERIFY(file.loadWithSecond(ServerList::listFile()));
-        QCOMPARE(file.secondText(0), QString());
     }
 
     void listKeys()
@@ -179,9 +160,6 @@ private slots:
         // the neighbour of a deleted item does not silently become the current server
         QCOMPARE(f.list()->currentIndex(), -1);
         QCOMPARE(f.w.opt.NNTPServer, QStringLiteral("d.example"));
-        QTest::keyClick(f.d->txtUserID, Qt::Key_Z);
-        QCOMPARE(f.d->txtUserID->text(), QString());
-        QCOMPARE(f.p.texts().last(), QStringLiteral("Please select server before entering ID and Password information"));
         QCOMPARE(f.d->frameServers->title(), QStringLiteral("NNTP Servers (3)"));
         // Enter closes as OK does: the deletion reaches the file
         QTest::keyClick(f.d->lstServs, Qt::Key_Return);
@@ -240,36 +218,22 @@ private slots:
         QTest::keyClick(f.d->txtNew, Qt::Key_Backspace);
         QCOMPARE(f.w.store().get(QStringLiteral("NewMsgs")), QStringLiteral("12"));
 
-        // timeout and minimum groups take "." and "0".."K", nothing else
+        // timeout and minimum groups take "." and "0".."K" as typed, nothing else
         f.d->txtTimeout->clear();
-        QTest::keyClicks(f.d->txtTimeout, QStringLiteral("4-5 z"));
-        QCOMPARE(f.d->txtTimeout->text(), QStringLiteral("45"));
-        leave(f.d->txtTimeout);
-        QCOMPARE(f.d->txtTimeout->text(), QStringLiteral("45"));
-        f.d->txtTimeout->clear();
-        QTest::keyClicks(f.d->txtTimeout, QStringLiteral("1A"));
-        QCOMPARE(f.d->txtTimeout->text(), QStringLiteral("1A"));
-        leave(f.d->txtTimeout);
-        QCOMPARE(f.d->txtTimeout->text(), QStringLiteral("255"));
-        f.d->txtTimeout->clear();
-        leave(f.d->txtTimeout);
-        QCOMPARE(f.d->txtTimeout->text(), QStringLiteral("255"));
-        f.d->txtTimeout->setText(QStringLiteral("32768"));
-        leave(f.d->txtTimeout);
-        QCOMPARE(f.d->txtTimeout->text(), QStringLiteral("255"));
-        f.d->txtTimeout->setText(QStringLiteral("0"));
-        leave(f.d->txtTimeout);
-        QCOMPARE(f.d->txtTimeout->text(), QStringLiteral("255"));
-        f.d->txtTimeout->setText(QStringLiteral("32767"));
-        leave(f.d->txtTimeout);
-        QCOMPARE(f.d->txtTimeout->text(), QStringLiteral("32767"));
-
-        f.d->txtMinGroups->setText(QStringLiteral("250000"));
-        leave(f.d->txtMinGroups);
-        QCOMPARE(f.d->txtMinGroups->text(), QStringLiteral("100000"));
-        f.d->txtMinGroups->setText(QStringLiteral("100000"));
-        leave(f.d->txtMinGroups);
-        QCOMPARE(f.d->txtMinGroups->text(), QStringLiteral("100000"));
+        QTest::keyClicks(f.d->txtTimeout, QStringLiteral("4-5 z1A"));
+        QCOMPARE(f.d->txtTimeout->text(), QStringLiteral("451A"));
+        // what the box holds once it is left
+        auto left = [](QLineEdit *box, const char *typed) {
+            box->setText(QLatin1String(typed));
+            leave(box);
+            return box->text();
+        };
+        QCOMPARE(left(f.d->txtTimeout, "45"), QStringLiteral("45"));
+        for (const char *bad : {"1A", "", "32768", "0"})
+            QCOMPARE(left(f.d->txtTimeout, bad), QStringLiteral("255"));
+        QCOMPARE(left(f.d->txtTimeout, "32767"), QStringLiteral("32767"));
+        QCOMPARE(left(f.d->txtMinGroups, "250000"), QStringLiteral("100000"));
+        QCOMPARE(left(f.d->txtMinGroups, "100000"), QStringLiteral("100000"));
 
         // Enter in the minimum groups box is OK
         f.d->txtMinGroups->setText(QStringLiteral("40"));

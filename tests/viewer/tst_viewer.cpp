@@ -1,23 +1,30 @@
 // The message viewer against a scripted news server: text messages, picture attachments with
-// preview on and off, stepping through the grid, the text limit, printing, copying and mail.
+// preview on and off, stepping through the grid, the text limit, printing, copying and mail; with
+// real boxes: the viewer under its boxes and other windows, the previews across a disconnect, a
+// new listing and a download.
 #include "gui/app/frmMain.h"
+#include "download/Downloader.h"
 #include "download/SavedFiles.h"
 #include "gui/download/SavedFilesView.h"
 #include "gui/download/frmMaxPrev.h"
 #include "gui/viewer/ViewerView.h"
 #include "messages/MessageGrid.h"
+#include "messages/MessageList.h"
 #include "news/Session.h"
 #include "post/Poster.h"
 #include "gui/post/PostWindows.h"
 #include "gui/post/frmPostMsg.h"
+#include "decoder/DecoderTestUtil.h"
 #include "support/ArticleServer.h"
 #include "ui/ItemList.h"
 #include "gui/ui/PictureBox.h"
+#include "gui/ui/GuiPrompter.h"
 #include "ui/Prompter.h"
 #include "viewer/Viewer.h"
 #include "gui/viewer/frmMessage.h"
 
 #include <QAction>
+#include <QApplication>
 #include <QBuffer>
 #include <QClipboard>
 #include <QDesktopServices>
@@ -25,56 +32,14 @@
 #include <QLabel>
 #include <QLineEdit>
 #include <QMenuBar>
+#include <QMessageBox>
 #include <QPlainTextEdit>
 #include <QPrinter>
 #include <QTableView>
+#include <QTimer>
 #include <QtTest>
 
 namespace {
-
-QByteArray yencode(const QByteArray &data, const QByteArray &name)
-{
-    QByteArray out = "=ybegin line=128 size=" + QByteArray::number(data.size()) + " name=" + name + "\r\n";
-    int col = 0;
-    for (char ch : data) {
-        const uchar o = uchar(uchar(ch) + 42);
-        if (o == 0 || o == '\n' || o == '\r' || o == '=' || o == '.' || o == '\t' || o == ' ') {
-            out += '=';
-            out += char(uchar(o + 64));
-            col += 2;
-        } else {
-            out += char(o);
-            ++col;
-        }
-        if (col >= 128) {
-            out += "\r\n";
-            col = 0;
-        }
-    }
-    if (col)
-        out += "\r\n";
-    return out + "=yend size=" + QByteArray::number(data.size()) + "\r\n";
-}
-
-QByteArray uuencode(const QByteArray &data, const QByteArray &name)
-{
-    auto enc = [](int v) { return char(v ? v + 32 : '`'); };
-    QByteArray out = "begin 644 " + name + "\r\n";
-    for (qsizetype i = 0; i < data.size(); i += 45) {
-        const QByteArray chunk = data.mid(i, 45);
-        out += enc(int(chunk.size()));
-        for (qsizetype j = 0; j < chunk.size(); j += 3) {
-            const uchar a = uchar(chunk[j]), b = j + 1 < chunk.size() ? uchar(chunk[j + 1]) : 0,
-                        c = j + 2 < chunk.size() ? uchar(chunk[j + 2]) : 0;
-            out += enc(a >> 2);
-            out += enc(((a & 3) << 4) | (b >> 4));
-            out += enc(((b & 15) << 2) | (c >> 6));
-            out += enc(c & 63);
-        }
-        out += "\r\n";
-    }
-    return out + "`\r\nend\r\n";
-}
 
 QByteArray picture(QColor color)
 {
@@ -95,6 +60,16 @@ QByteArray text(int length)
 
 } // namespace
 
+class ShowCounter : public QObject {
+public:
+    int shows = 0;
+    bool eventFilter(QObject *, QEvent *e) override
+    {
+        shows += e->type() == QEvent::Show;
+        return false;
+    }
+};
+
 class UrlRecorder : public QObject {
     Q_OBJECT
 public:
@@ -106,9 +81,12 @@ public slots:
 class TstViewer : public QObject {
     Q_OBJECT
 
+    // The window with a grid of messages, connected to the scripted server; answering through
+    // scripted prompts or through real boxes.
+    template <class P = ScriptedPrompter>
     struct Fixture {
         ArticleServer srv;
-        ScriptedPrompter p;
+        P p;
         frmMain w{&p, frmMain::Options{false, true}};
         QTemporaryDir dest;
         QByteArray red = picture(Qt::red);
@@ -118,8 +96,8 @@ class TstViewer : public QObject {
         {
             srv.groupRange = "9 11 19";
             articles[11] = ArticleServer::article(11, "Hello there", "First line\r\nsecond line\r\n");
-            articles[12] = ArticleServer::article(12, "red picture", "Look at this  \r\n" + yencode(red, "pic.bmp"));
-            articles[13] = ArticleServer::article(13, "blue picture", "Blue one\r\n" + uuencode(blue, "blue.bmp"));
+            articles[12] = ArticleServer::article(12, "red picture", "Look at this  \r\n" + testutil::yencSingle(red, "pic.bmp"));
+            articles[13] = ArticleServer::article(13, "blue picture", "Blue one\r\n" + testutil::uuencode(blue, "blue.bmp"));
             articles[14] = ArticleServer::article(14, "long", text(9999));
             articles[15] = ArticleServer::article(15, "longer", text(10000));
             articles[16] = ArticleServer::article(16, "longest", text(12345));
@@ -149,10 +127,7 @@ class TstViewer : public QObject {
         QString path(const QString &name) const { return dest.path() + QLatin1Char('/') + name; }
         int fetches() const
         {
-            int n = 0;
-            for (const QByteArray &c : srv.commands)
-                n += c.startsWith("ARTICLE");
-            return n;
+            return int(std::count_if(srv.commands.begin(), srv.commands.end(), [](const QByteArray &c) { return c.startsWith("ARTICLE"); }));
         }
         QByteArray fileBytes(const QString &name) const
         {
@@ -166,7 +141,7 @@ private slots:
 
     void textMessage()
     {
-        Fixture x;
+        Fixture<> x;
         QFile old(x.path(QStringLiteral("~image2.tmp")));
         QVERIFY(old.open(QIODevice::WriteOnly));
         old.write("an old picture");
@@ -189,38 +164,25 @@ private slots:
         QCOMPARE(x.files(), QStringList());
         QVERIFY(x.w.S.TempFileName.isEmpty());
         QVERIFY(x.w.MSHResults->isEnabled());
-        // the message commands stay off while the viewer is open, and come back when it closes
-        QVERIFY(!x.w.action(QStringLiteral("menuView"))->isEnabled());
-        QVERIFY(!x.w.action(QStringLiteral("menuDownload"))->isEnabled());
         QVERIFY(v->txtTitle->isReadOnly() && v->txtMsgBody->isReadOnly());
-        QTest::keyClick(v->txtMsgBody, Qt::Key_Escape);
+        QTest::keyClick(v->txtMsgBody, Qt::Key_Escape);   // closes, keeping the place
         QVERIFY(!v->isVisible());
         QVERIFY(!v->ViewerShown);
-        QVERIFY(x.w.action(QStringLiteral("menuView"))->isEnabled());
-        QVERIFY(x.w.action(QStringLiteral("menuDownload"))->isEnabled());
         QVERIFY(x.w.store().contains(QStringLiteral("MWidth")));
     }
 
     void pictureWithPreviewOn()
     {
-        Fixture x;
+        Fixture<> x;
         // a file the user saved under the attachment's name is never touched by viewing
         QFile mine(x.path(QStringLiteral("pic.bmp")));
         QVERIFY(mine.open(QIODevice::WriteOnly));
         mine.write("mine");
         mine.close();
 
-        QSignalSpy loaded(x.w.viewer, &Viewer::messageLoaded);
         x.open(2);
         frmMessage *v = x.v();
         QCOMPARE(x.w.S.TransportError, 0);
-        // what the viewer hands to its window
-        QCOMPARE(loaded.count(), 1);
-        const ViewedMessage msg = loaded.at(0).at(0).value<ViewedMessage>();
-        QCOMPARE(msg.articleNumber, 12);
-        QCOMPARE(msg.subject, QStringLiteral("red picture"));
-        QCOMPARE(msg.text, QStringLiteral("Look at this{binary attachment}"));
-        QCOMPARE(msg.picturePath, x.path(QStringLiteral("~image2.tmp")));
         QCOMPARE(v->txtMsgBody->toPlainText(), QStringLiteral("Look at this{binary attachment}"));
         QCOMPARE(x.fileBytes(QStringLiteral("~image2.tmp")), x.red);
         QCOMPARE(x.fileBytes(QStringLiteral("pic.bmp")), QByteArray("mine"));
@@ -247,7 +209,7 @@ private slots:
 
     void pictureWithPreviewOff()
     {
-        Fixture x;
+        Fixture<> x;
         x.w.action(QStringLiteral("menuPreview"))->trigger();
         QVERIFY(!x.previews()->previewOn());
         x.open(2);
@@ -261,7 +223,7 @@ private slots:
 
     void aBrokenPictureLeavesTheTextAndNoFile()
     {
-        Fixture x;
+        Fixture<> x;
         x.open(7);
         frmMessage *v = x.v();
         QVERIFY(v->isVisible());
@@ -269,11 +231,25 @@ private slots:
         QCOMPARE(x.w.S.TransportError, -1);
         QCOMPARE(x.files(), QStringList());   // neither a picture nor a damaged leftover
         QVERIFY(v->Image1->isHidden());
+        // the message commands stay off while the text is shown, and come back with the close
+        for (const char *c : {"menuDownload", "menuDownloadAll", "menuView", "menuGroup", "menuConnect", "menuPostC", "menuWebM"})
+            QVERIFY2(!x.w.action(QLatin1String(c))->isEnabled(), c);
+        v->close();
+        for (const char *c : {"menuDownload", "menuDownloadAll", "menuView", "menuGroup", "menuConnect"})
+            QVERIFY2(x.w.action(QLatin1String(c))->isEnabled(), c);
     }
 
     void nextAndPreviousStopAtBothEnds()
     {
-        Fixture x;
+        Fixture<> x;
+        x.open(8);   // a message whose article is gone is not shown
+        QCOMPARE(x.w.status(1), QStringLiteral("Message no longer available on server."));
+        QVERIFY(!x.v()->isVisible());
+        QVERIFY(x.v()->txtMsgBody->toPlainText().isEmpty());
+        QVERIFY(x.w.action(QStringLiteral("menuView"))->isEnabled());   // the opening gave them back
+        QVERIFY(x.w.MSHResults->isEnabled());
+        QCOMPARE(x.files(), QStringList());
+
         x.open(1);
         frmMessage *v = x.v();
         const int before = x.fetches();
@@ -300,23 +276,9 @@ private slots:
         QVERIFY(x.w.store().contains(QStringLiteral("MTop")));   // Next and Previous keep the place
     }
 
-    void aGoneMessageIsNotShown()
-    {
-        Fixture x;
-        x.open(8);
-        QCOMPARE(x.w.S.TransportError, -1);
-        QCOMPARE(x.w.status(1), QStringLiteral("Message no longer available on server."));
-        QVERIFY(!x.v()->isVisible());
-        QVERIFY(x.v()->txtMsgBody->toPlainText().isEmpty());
-        // the commands switched off for the opening are on again
-        QVERIFY(x.w.action(QStringLiteral("menuView"))->isEnabled());
-        QVERIFY(x.w.MSHResults->isEnabled());
-        QCOMPARE(x.files(), QStringList());
-    }
-
     void theTextLimit()
     {
-        Fixture x;
+        Fixture<> x;
         x.open(4);
         frmMessage *v = x.v();
         QCOMPARE(x.w.S.MessageText.size(), 9999);
@@ -335,7 +297,7 @@ private slots:
 
     void copyWithAndWithoutSelection()
     {
-        Fixture x;
+        Fixture<> x;
         x.open(1);
         frmMessage *v = x.v();
         QGuiApplication::clipboard()->setText(QStringLiteral("something else"));
@@ -352,39 +314,26 @@ private slots:
 
     void printing()
     {
-        Fixture x;
+        Fixture<> x;
         x.open(1);
         frmMessage *v = x.v();
         QCOMPARE(v->printText(), QStringLiteral("\n\n\nMessage Title : Hello there\n\nFirst line\nsecond line\n"));
-
-        v->printerFactory = [] { return std::unique_ptr<QPrinter>(); };   // no default printer
-        v->action(QStringLiteral("menuPrint"))->trigger();
+        auto printTo = [v](const QString &pdf) {
+            v->printerFactory = [pdf] {
+                auto pr = std::make_unique<QPrinter>();
+                pr->setOutputFormat(QPrinter::PdfFormat);
+                pr->setOutputFileName(pdf);
+                return pr;
+            };
+            v->Print();
+        };
+        printTo(x.path(QStringLiteral("out.pdf")));
+        QVERIFY(x.p.asked.isEmpty());
+        QVERIFY(x.fileBytes(QStringLiteral("out.pdf")).startsWith("%PDF"));
+        // a printer that cannot be written to is a failure, not silence
+        printTo(QStringLiteral("/no/such/dir/out.pdf"));
         QCOMPARE(x.p.texts(), QStringList{QStringLiteral("Error: Cannot Print.")});
         QCOMPARE(x.p.asked[0].icon, Prompter::Critical);
-
-        x.p.clear();
-        const QString pdf = x.dest.path() + QStringLiteral("/out.pdf");
-        v->printerFactory = [pdf] {
-            auto pr = std::make_unique<QPrinter>();
-            pr->setOutputFormat(QPrinter::PdfFormat);
-            pr->setOutputFileName(pdf);
-            return pr;
-        };
-        v->Print();
-        QVERIFY(x.p.asked.isEmpty());
-        QFile f(pdf);
-        QVERIFY(f.open(QIODevice::ReadOnly));
-        QVERIFY(f.readAll().startsWith("%PDF"));
-
-        // a printer that cannot be written to is a failure, not silence
-        v->printerFactory = [] {
-            auto pr = std::make_unique<QPrinter>();
-            pr->setOutputFormat(QPrinter::PdfFormat);
-            pr->setOutputFileName(QStringLiteral("/no/such/dir/out.pdf"));
-            return pr;
-        };
-        v->Print();
-        QCOMPARE(x.p.texts(), QStringList{QStringLiteral("Error: Cannot Print.")});
     }
 
     void mailAddresses()
@@ -397,7 +346,7 @@ private slots:
                  QStringLiteral("mailto:bo%2Bnews%26x@example.org"));
         QCOMPARE(frmMessage::mailtoTarget(QStringLiteral("nobody")), QString());
 
-        Fixture x;
+        Fixture<> x;
         x.open(1);
         UrlRecorder rec;
         QDesktopServices::setUrlHandler(QStringLiteral("mailto"), &rec, "open");
@@ -411,7 +360,7 @@ private slots:
 
     void sizeAndPlace()
     {
-        Fixture x;
+        Fixture<> x;
         x.open(1);
         frmMessage *v = x.v();
         // default size is the minimum, 5745 x 4500 twips
@@ -420,32 +369,18 @@ private slots:
         QCOMPARE(v->size(), QSize(383, 300));   // never smaller
         v->setGeometry(40, 50, 500, 420);
         v->SaveViewerGeometry();
-        QCOMPARE(x.w.store().getDouble(QStringLiteral("MLeft"), -1), 600.0);
+        QCOMPARE(x.w.store().getDouble(QStringLiteral("MLeft"), -1), 600.0);   // in twips
         QCOMPARE(x.w.store().getDouble(QStringLiteral("MTop"), -1), 750.0);
         QCOMPARE(x.w.store().getDouble(QStringLiteral("MWidth"), -1), 7500.0);
-        QCOMPARE(x.w.store().getDouble(QStringLiteral("MHeight"), -1), 6300.0);
         v->close();
         v->setGeometry(0, 0, 383, 300);
         x.open(2);
         QCOMPARE(v->geometry(), QRect(40, 50, 500, 420));   // the next open comes back there
     }
 
-    void closesWhenAnotherWindowBecomesActive()
-    {
-        Fixture x;
-        x.w.show();
-        x.open(1);
-        frmMessage *v = x.v();
-        QVERIFY(QTest::qWaitForWindowActive(v));
-        x.w.activateWindow();
-        QTRY_VERIFY(!v->isVisible());
-        QVERIFY(!v->ViewerShown);
-        QVERIFY(x.w.action(QStringLiteral("menuView"))->isEnabled());
-    }
-
     void replyQuotesTheFirstHundredCharacters()
     {
-        Fixture x;
+        Fixture<> x;
         x.w.store().save(QStringLiteral("Signature"), QStringLiteral("-- Ann"));
         x.w.UpdateCaption(QStringLiteral("1"));   // a message listing is shown
         x.w.show();
@@ -472,7 +407,7 @@ private slots:
 
     void refusedWhileATransactionRuns()
     {
-        Fixture x;
+        Fixture<> x;
         x.w.S.DownloadBusy = true;
         x.open(1);
         QCOMPARE(x.w.status(2), QStringLiteral("Please wait until current transaction is finished"));
@@ -488,6 +423,122 @@ private slots:
         x.w.SetMenuState(9, true);   // as a listing leaves it
         x.w.action(QStringLiteral("menuView"))->trigger();
         QVERIFY(x.v() && x.v()->isVisible());
+    }
+
+    // A box the viewer shows, or another program taking the focus, leaves the viewer up;
+    // turning back to the main window closes it.
+    void viewerStaysUpUnderItsBoxes()
+    {
+        Fixture<GuiPrompter> x;
+        x.w.show();
+        QVERIFY(QTest::qWaitForWindowActive(&x.w));
+        x.open(1);
+        frmMessage *v = x.v();
+        QVERIFY(v && v->isVisible());
+        v->activateWindow();
+        QVERIFY(QTest::qWaitForWindowActive(v));
+
+        // no default printer: "Error: Cannot Print." in a real box over the viewer
+        bool boxSeen = false, upUnderBox = false;
+        QTimer poll;
+        QObject::connect(&poll, &QTimer::timeout, v, [&] {
+            auto *box = qobject_cast<QMessageBox *>(QApplication::activeModalWidget());
+            if (!box || !box->isActiveWindow())
+                return;
+            poll.stop();
+            boxSeen = box->text() == QLatin1String("Error: Cannot Print.");
+            QTest::qWait(50);
+            upUnderBox = v->isVisible();
+            box->accept();
+        });
+        poll.start(20);
+        v->printerFactory = [] { return std::unique_ptr<QPrinter>(); };
+        v->action(QStringLiteral("menuPrint"))->trigger();
+        poll.stop();
+        QVERIFY(boxSeen);
+        QVERIFY(upUnderBox);
+        QVERIFY(v->isVisible());
+
+        // another program (the mail program) takes the focus
+        QWidget other;
+        other.show();
+        other.activateWindow();
+        QVERIFY(QTest::qWaitForWindowActive(&other));
+        QTest::qWait(50);
+        QVERIFY(v->isVisible());
+        QVERIFY(!x.w.action(QStringLiteral("menuView"))->isEnabled());
+
+        // back to the main window: the viewer goes and gives the commands back
+        x.w.activateWindow();
+        QVERIFY(QTest::qWaitForWindowActive(&x.w));
+        QTRY_VERIFY(!v->isVisible());
+        QVERIFY(!v->ViewerShown);
+        QVERIFY(x.w.action(QStringLiteral("menuView"))->isEnabled());
+    }
+
+    // The large preview is emptied by a disconnect; an emptied small preview stays empty when
+    // the box is resized or double-clicked.
+    void previewsStayClearedOnceCleared()
+    {
+        Fixture<GuiPrompter> x;
+        x.srv.respond = [base = x.srv.respond](const QByteArray &cmd) -> QByteArray {
+            if (cmd == "LIST OVERVIEW.FMT")
+                return "500 no\r\n";
+            if (cmd.startsWith("OVER") || cmd.startsWith("XOVER"))
+                return "224 follows\r\n11\tHello there\tAnn <ann@example.org>\tMon, 2 Nov 2026 10:00:00 +0000\t<m11@x>\t\t100\t3\r\n.\r\n";
+            return base(cmd);
+        };
+        x.w.show();
+        QVERIFY(QTest::qWaitForWindowActive(&x.w));
+        const QString pic = x.path(QStringLiteral("blue.bmp"));
+        QFile f(pic);
+        QVERIFY(f.open(QIODevice::WriteOnly) && f.write(x.blue) == x.blue.size());
+        f.close();
+        x.w.action(QStringLiteral("menuPreviewL"))->trigger();
+        x.w.savedFiles->AddSavedFile(pic);
+        x.w.savedFiles->PreviewFile(pic);
+        QVERIFY(!x.w.Picture1->pixmap().isNull());
+        frmMaxPrev *large = x.previews()->largePreview();
+        QVERIFY(large && large->picture()->hasPicture());
+
+        x.w.session->NNTP_Disconnect();
+        QVERIFY(x.w.Picture1->pixmap().isNull());
+        QVERIFY(!large->picture()->hasPicture());
+        x.w.resize(x.w.width() + 40, x.w.height() + 30);
+        QTest::qWait(50);
+        QVERIFY(x.w.Picture1->pixmap().isNull());
+
+        // a new listing empties the box as well; a double-click then shows nothing
+        large->close();
+        x.w.savedFiles->PreviewFile(pic);
+        QVERIFY(!x.w.Picture1->pixmap().isNull());
+        x.w.session->NNTP_Connect(false);
+        x.w.S.CurrentGroup = QStringLiteral("alt.test");
+        x.w.messages->ListMessages(false);
+        QCOMPARE(x.w.grid->lastMessageRow(), 1);
+        QVERIFY(x.w.Picture1->pixmap().isNull());
+        x.w.resize(x.w.width() - 40, x.w.height() - 30);
+        QTest::qWait(50);
+        QVERIFY(x.w.Picture1->pixmap().isNull());
+        QTest::mouseDClick(x.w.Picture1, Qt::LeftButton);
+        QVERIFY(x.w.Picture1->pixmap().isNull());
+        QVERIFY(!large->isVisible());
+    }
+
+    // A downloaded picture is listed once and shown once.
+    void downloadedPictureIsShownOnce()
+    {
+        Fixture<GuiPrompter> x;
+        x.w.show();
+        QVERIFY(QTest::qWaitForWindowActive(&x.w));
+        ShowCounter shows;
+        x.w.Picture1->installEventFilter(&shows);
+        x.w.MSHResults->selectionModel()->select(x.w.grid->index(1, 0), QItemSelectionModel::ClearAndSelect | QItemSelectionModel::Rows);
+        x.w.downloader->DownloadSelected();
+        QCOMPARE(x.fileBytes(QStringLiteral("pic.bmp")), x.red);
+        QCOMPARE(x.w.lstFiles->texts(), QStringList{QStringLiteral("pic.bmp")});
+        QVERIFY(!x.w.Picture1->pixmap().isNull());
+        QCOMPARE(shows.shows, 1);
     }
 };
 
