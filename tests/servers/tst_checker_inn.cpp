@@ -48,6 +48,18 @@ struct SilentServer {
         });
     }
     QString address() const { return inn::server(server.serverPort()); }
+    // runs f once, as soon as a client is held
+    QTimer poll;
+    void onceHeld(const std::function<void()> &f)
+    {
+        QObject::connect(&poll, &QTimer::timeout, [this, f] {
+            if (!held.isEmpty()) {
+                poll.stop();
+                f();
+            }
+        });
+        poll.start(5);
+    }
 };
 
 struct Window {
@@ -340,16 +352,11 @@ private slots:
         Window x;
         x.w.opt.Timeout = 30;
         x.setServers({silent.address(), second.address(), good}, {0, 1, 2});
-        QTimer stopper;
         QElapsedTimer sinceStop;
-        QObject::connect(&stopper, &QTimer::timeout, [&] {
-            if (!silent.held.isEmpty()) {
-                x.w.StopOperation();
-                sinceStop.start();
-                stopper.stop();
-            }
+        silent.onceHeld([&] {
+            x.w.StopOperation();
+            sinceStop.start();
         });
-        stopper.start(5);
         x.w.action("menuCheck")->trigger();
         QVERIFY(sinceStop.isValid());
         // ended by the Stop, not by the 30 second time-out
@@ -366,16 +373,11 @@ private slots:
         SilentServer silent;
         Window x;
         x.setServers({silent.address(), good}, {0, 1});
-        QTimer closer;
-        QObject::connect(&closer, &QTimer::timeout, [&] {
-            if (!silent.held.isEmpty()) {
-                // the check list stands in the favourites list now
-                QCOMPARE(x.w.lstFavorites->count(), 2);
-                x.w.close();
-                closer.stop();
-            }
+        silent.onceHeld([&] {
+            // the check list stands in the favourites list now
+            QCOMPARE(x.w.lstFavorites->count(), 2);
+            x.w.close();
         });
-        closer.start(5);
         x.w.action("menuCheck")->trigger();
         nd::waitUntil([&] { return x.w.shutdownDone(); });
         // shutdown wrote the favourites, not the servers being checked
