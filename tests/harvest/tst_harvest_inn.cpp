@@ -180,7 +180,7 @@ private slots:
         QCOMPARE(readFile(Harvester::linkFile()), page);
     }
 
-    void switchesAndSelectedMessages()
+    void selectedMessages()
     {
         Window x;
         QVERIFY(x.connect(inn::portOpen()));
@@ -188,28 +188,10 @@ private slots:
         x.selectRows(0, 1);   // the first two articles
         QAction *cmd = x.w.action(QStringLiteral("menuWebM"));
         QVERIFY(cmd->isEnabled());
-
-        // HTTP addresses are not kept: only the FTP one of the first article
-        x.w.opt.SaveHTTP = 0;
         cmd->trigger();
-        QCOMPARE(x.w.lstHTTP->texts(), QStringList{"ftp://files.h1.test/a.zip"});
-        QCOMPARE(lines(Harvester::linkFile()).size(), 1);
+        QCOMPARE(x.w.lstHTTP->texts(), (QStringList{"http://www.h1.test/page", "ftp://files.h1.test/a.zip",
+                                                    "http://angle.h1.test/x", "http://paren.h1.test/y"}));
         x.verifyRestored("menuWebM");
-
-        // the scan stops at an HTTP address: the FTP address after it is never reached
-        x.w.opt.SaveHTTP = 1;
-        x.w.opt.WEBSave = false;
-        cmd->trigger();
-        QVERIFY(x.w.lstHTTP->texts().isEmpty());
-        QCOMPARE(x.finishedMessage(), QStringLiteral("0 Web/FTP Addresses found and saved."));
-
-        // FTP scanning off: HTTP addresses still come first, nothing after the FTP one
-        x.w.opt.WEBSave = true;
-        x.w.opt.FTPSave = false;
-        cmd->trigger();
-        QCOMPARE(x.w.lstHTTP->texts(), (QStringList{"http://www.h1.test/page", "http://angle.h1.test/x", "http://paren.h1.test/y"}));
-        x.w.opt.FTPSave = true;
-
         // a selection of one row
         x.selectRows(2, 2);
         cmd->trigger();

@@ -165,6 +165,28 @@ private slots:
         QVERIFY(QDir().rmdir(Harvester::linkFile()));
     }
 
+    void theOptionsSwitchTheWebScan()
+    {
+        Window x;
+        const QString text = QStringLiteral("ftp://f.example.test/a http://h.example.test/b ftp://g.example.test/c");
+        const auto scan = [&] {
+            x.w.lstHTTP->clear();
+            x.w.harvester->FindWebAddresses(text);
+            return x.w.lstHTTP->texts();
+        };
+        x.w.opt.SaveHTTP = 0;   // HTTP addresses not kept
+        QCOMPARE(scan(), (QStringList{"ftp://f.example.test/a", "ftp://g.example.test/c"}));
+        x.w.opt.SaveHTTP = 1;
+        x.w.opt.WEBSave = false;   // the scan ends at an HTTP address
+        QCOMPARE(scan(), QStringList());
+        x.w.opt.WEBSave = true;
+        x.w.opt.FTPSave = false;   // no FTP scanning
+        QCOMPARE(scan(), QStringList{"http://h.example.test/b"});
+        x.w.opt.FTPSave = true;
+        x.w.opt.SaveFTP = 0;   // FTP addresses not kept
+        QCOMPARE(scan(), QStringList{"http://h.example.test/b"});
+    }
+
     void serversFromPathJoinTheServerList()
     {
         Window x;
