@@ -70,12 +70,6 @@ private slots:
         QCOMPARE(findFavorite(favs, "alt.b", "s2"), 2);
         QCOMPARE(findFavorite(favs, "alt.b", "s1"), 1);
         QCOMPARE(findFavorite(favs, "alt.a", "s2"), -1);
-        // the list's own search (used after a listing) reads favourites the same way
-        ItemList l;
-        l.addMany(favs);
-        QCOMPARE(l.findGroupOnServer("alt.b", "s1"), 1);
-        QCOMPARE(l.findGroupOnServer("alt.b", "s2"), 2);
-        QCOMPARE(ItemList::serverOfFavorite(mk('1', "alt.b (news1) (37)")), QStringLiteral("news1"));
     }
 
     void itemAfterListing()

@@ -165,6 +165,28 @@ private slots:
         QVERIFY(QDir().rmdir(Harvester::linkFile()));
     }
 
+    void theOptionsSwitchTheWebScan()
+    {
+        Window x;
+        const QString text = QStringLiteral("ftp://f.example.test/a http://h.example.test/b ftp://g.example.test/c");
+        const auto scan = [&] {
+            x.w.lstHTTP->clear();
+            x.w.harvester->FindWebAddresses(text);
+            return x.w.lstHTTP->texts();
+        };
+        x.w.opt.SaveHTTP = 0;   // HTTP addresses not kept
+        QCOMPARE(scan(), (QStringList{"ftp://f.example.test/a", "ftp://g.example.test/c"}));
+        x.w.opt.SaveHTTP = 1;
+        x.w.opt.WEBSave = false;   // the scan ends at an HTTP address
+        QCOMPARE(scan(), QStringList());
+        x.w.opt.WEBSave = true;
+        x.w.opt.FTPSave = false;   // no FTP scanning
+        QCOMPARE(scan(), QStringList{"http://h.example.test/b"});
+        x.w.opt.FTPSave = true;
+        x.w.opt.SaveFTP = 0;   // FTP addresses not kept
+        QCOMPARE(scan(), QStringList{"http://h.example.test/b"});
+    }
+
     void serversFromPathJoinTheServerList()
     {
         Window x;
@@ -249,14 +271,17 @@ private slots:
         QCOMPARE(x.p.asked[0].title, QStringLiteral("Newsdredge"));
         // only the address list changed; every state is back
         QCOMPARE(x.w.lstHTTP->count(), 0);
-        QVERIFY(!x.w.S.ScanMode);
-        QVERIFY(!x.w.S.QuietMode);
+        QVERIFY(!x.w.S.ScanMode && !x.w.S.QuietMode && !x.w.action(QStringLiteral("menuStop"))->isEnabled());
         QVERIFY(x.w.action(QStringLiteral("menuWebG"))->isEnabled());
-        QVERIFY(!x.w.action(QStringLiteral("menuStop"))->isEnabled());
         QVERIFY(x.w.lstGroupsView->isEnabled() && x.w.lstFavoritesView->isEnabled() && x.w.MSHResults->isEnabled());
         QCOMPARE(x.w.lstGroups->count(), 2);
 
-        // an e-mail run asks for its file first, then refuses
+        // an e-mail run whose file dialog is cancelled ends before it looks at the selection
+        x.p.clear();
+        x.p.files = {QString()};
+        x.w.action(QStringLiteral("menuEmailF"))->trigger();
+        QCOMPARE(x.p.texts().size(), 2);
+        // with a file it asks for the search text, then refuses
         x.p.clear();
         x.p.files = {QDir::temp().filePath(QStringLiteral("nd-harvest-none.txt"))};
         x.p.inputs = {QString()};

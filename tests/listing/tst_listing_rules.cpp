@@ -130,70 +130,6 @@ private slots:
             QCOMPARE(readInBlocks(dir.filePath("crlf.tmp"), block), whole);
     }
 
-    // Overview lines go straight to packed rows on the fast path; the cells must be exactly those
-    // of the general way (parse to headers, rowCells, packRow), for odd lines too.
-    void overviewRowsMatchTheGeneralWay()
-    {
-        OverviewFormat plain = OverviewFormat::fromLines({});
-        OverviewFormat withPath = OverviewFormat::fromLines({"Subject:", "From:", "Date:", "Message-ID:", "References:",
-                                                            ":bytes", ":lines", "Xref:full", "Path:full", "Author:full"});
-        const QList<QByteArray> dates = {
-            "Mon, 16 Nov 2003 21:54:12 -0500", "Sun, 2 Mar 2003 07:05:00 GMT", "2 Mar 2003 07:05:00 +0100",
-            "Tue, 1 Apr 2003 10:00:00 EST", "garbage", "16-Nov-2003 10:00:00", "Mon,  3 Mar 2003 10:00:00 -0800",
-            "Mon, 23 Nov 2026 07:35:18 -0000 (UTC)", "23 Nov 2026 07:35:18 +0000 (UTC)", "1 jan 99 1:2:3",
-            "1 JANUARY 05 10:00", "31 Dec 2020", "32 Dec 2020 10:00:00", "0 Dec 2020", "5 Foo 2020 10:00:00",
-            "5 Dec 2020 24:00:00", "5 Dec 2020 10:60:00", "5 Dec 2020 10:00:61", "5 Dec 2020 10", "5 Dec 2020 10:00:00:00",
-            "5 Dec 2020 10:00:00 extra", "  5   Dec   2020  ", "5\tDec 2020 10:00:00", "+5 Dec 2020 10:00", "05 Dec 0 1:02",
-            "", " ", "Fri, 5 Dec 2020 10:00:00 PST8PDT", "5 D\xc3\xa9" "c 2020", "5 Dec 2020 10:00\x7f", "\xe9t\xe9 2020",
-            "5 Dec 2020\xc2\xa0", "Wed, 05 Dec 1234567890 10:00:00", "5 Dec 20201 10:00:00", "5 Dec. 2020 1:2"};
-        const QList<QByteArray> texts = {"", "plain", "caf\xc3\xa9 au lait", "caf\xe9 latin", "del\x7fin", "a longer text with\x7f in it", " spaced ",
-                                         "\xef\xbb\xbf" "bom", "\xc3", "a:b: c"};
-        std::mt19937 rnd(7);
-        auto pick = [&](const QList<QByteArray> &l) { return l.at(int(rnd() % l.size())); };
-        int n = 0;
-        RowArena arena;
-        for (int i = 0; i < 3000; ++i) {
-            const bool full = i % 2;
-            const OverviewFormat &fmt = full ? withPath : plain;
-            QByteArray line = QByteArray::number(qint64(rnd() % 100000) * (i % 7 == 0 ? 1000000000LL : 1));
-            if (i % 97 == 0)
-                line = "12x";
-            if (i % 101 == 0)
-                line = "";
-            if (i % 103 == 0)
-                line = "0000123456789012345678";   // more than an article number
-            const int fields = int(rnd() % 12);
-            for (int f = 0; f < fields; ++f) {
-                line += '\t';
-                QByteArray v = f == 2 ? pick(dates) : pick(texts);
-                if (full && f >= 7 && rnd() % 3)
-                    v = QByteArray(f == 7 ? "Xref: " : f == 8 ? "Path:  " : "Author:") + v;
-                line += v;
-            }
-            const QByteArray path = full || rnd() % 2 ? QByteArray() : pick(texts);
-            NewsTransportArticle a;
-            QByteArray expected;
-            const bool parsed = parseOverviewLine(line.constData(), line.size(), fmt, a);
-            if (parsed) {
-                if (!path.isEmpty() && !fmt.hasPath)
-                    a.Message.Headers.append(NewsTransportHeader{"Path", textFromBytes(path)});
-                expected = MessageGrid::packRow(rowCells(a.Number, a.Message.Headers));
-            }
-            ArenaRow r;
-            const bool ok = overviewToArena(line.constData(), line.size(), fmt, overviewColumns(fmt),
-                                            path.isEmpty() ? nullptr : path.constData(), path.size(), arena, r);
-            QCOMPARE(ok, parsed);
-            if (ok) {
-                QCOMPARE(QByteArray(r.row.constData(), r.row.size()), expected);
-                QCOMPARE(r.row.constData()[r.row.size()], '\n');   // each row is its own cache line
-                QCOMPARE(r.sortCell, MessageGrid::cellView(expected, 6));
-                QCOMPARE(r.refCell, MessageGrid::cellView(expected, 7));
-                ++n;
-            }
-        }
-        QVERIFY(n > 2500);
-    }
-
     // The listing's sort (keys first, whole cells on equal keys) against a plain stable sort of the
     // cell texts, both directions, with and without case, with ties, prefixes and non-ASCII bytes.
     void keyedSortIsTheStableTextSort()
@@ -278,50 +214,6 @@ private slots:
         QCOMPARE(p.texts(), QStringList{"Not Found"});
         QVERIFY(!gv->FindText("only.in.path", true));
         QVERIFY(!gv->FindText("only-in-id", true));
-    }
-
-    // The listing's own order (numeric dates, References on ties) against the grid's sort:
-    // many equal dates, References that differ only in case, past the key's eight bytes or in
-    // length, and one row that is not a date, which makes the general sort take over.
-    void listingOrderIsTheGridsSort_data()
-    {
-        QTest::addColumn<bool>("oneUndated");
-        QTest::newRow("every row dated") << false;
-        QTest::newRow("one row without a date") << true;
-    }
-    void listingOrderIsTheGridsSort()
-    {
-        QFETCH(bool, oneUndated);
-        std::mt19937 rnd(7);
-        const QStringList refs = {"", "", "<a@x>", "<A@X>", "<a@x> <b@x>", "<parent.1234567@example.org>",
-                                  "<parent.1234567@example.org> <c@y>", "<PARENT.1234567@example.org>", "<b>"};
-        QVector<QByteArray> rows;
-        rows.reserve(5000);   // the order refers to the rows in place
-        listing::ListingOrder order;
-        for (int i = 0; i < 5000; ++i) {
-            const int d = int(rnd() % 40);
-            QString date = QStringLiteral("20%1/0%2/1%3 12:0%4:00").arg(24 + d % 3).arg(1 + d % 9).arg(d % 10).arg(d % 7);
-            if (oneUndated && i == 2500)
-                date = QStringLiteral("<undated@example.org>");
-            const QStringList cells = {QString::number(i), QString(), QString(), QString(), QString(), QString(),
-                                       date, refs[int(rnd() % refs.size())], QString()};
-            rows.append(MessageGrid::packRow(cells));
-            // the builder gives the date's number for most rows; the order reads the others' text
-            const quint64 key = listing::ListingOrder::dateKey(2024 + d % 3, 1 + d % 9, 10 + d % 10, 12, d % 7, 0);
-            const QByteArray &row = rows.last();
-            order.add(row.constData(), row.size(), MessageGrid::cellView(row, 6), MessageGrid::cellView(row, 7),
-                      i % 3 && !(oneUndated && i == 2500) ? &key : nullptr);
-        }
-        const QVector<QByteArray> got = order.takeSorted(1);
-        MessageGrid grid;
-        grid.SetRows(1);
-        grid.appendRows(rows);
-        grid.sortRows(6, false, 7, Qt::CaseInsensitive);
-        QCOMPARE(got.size(), rows.size());
-        for (int r = 0; r < rows.size(); ++r) {
-            QCOMPARE(got[r], grid.packedRow(r + 1));
-            QCOMPARE(got[r].constData(), rows[got[r].left(got[r].indexOf('\x7f')).toInt()].constData());   // in place
-        }
     }
 };
 

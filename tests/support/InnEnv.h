@@ -33,4 +33,15 @@ inline QString post(const QByteArray &article, int port = portOpen())
     return QString::fromUtf8(p.readAllStandardOutput()).trimmed();
 }
 
+// Runs one command of the harness script (newgroup, start-reader, ...) with the server's
+// directory as its first argument; true when it succeeded.
+inline bool harness(const QString &command, const QStringList &args)
+{
+    QProcess p;
+    p.start(QStringLiteral("bash"), QStringList{script(), command, dir()} + args);
+    return p.waitForFinished(60000) && p.exitCode() == 0;
+}
+
+inline bool newGroup(const QString &name) { return harness(QStringLiteral("newgroup"), {name}); }
+
 } // namespace inn

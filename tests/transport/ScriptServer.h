@@ -8,15 +8,37 @@
 #include <QByteArray>
 #include <QCoreApplication>
 #include <QDeadlineTimer>
+#include <QFile>
 #include <QHash>
 #include <QList>
+#include <QProcess>
 #include <QSslCertificate>
 #include <QSslKey>
 #include <QSslSocket>
 #include <QTcpServer>
 #include <QTcpSocket>
+#include <QTemporaryDir>
 #include <QTimer>
 #include <functional>
+
+// A fresh self-signed certificate for 127.0.0.1 and its key; false when openssl fails.
+inline bool makeCertificate(QSslCertificate &certificate, QSslKey &key)
+{
+    QTemporaryDir dir;
+    QProcess openssl;
+    openssl.start(QStringLiteral("openssl"),
+                  {"req", "-x509", "-newkey", "rsa:2048", "-nodes", "-days", "2", "-subj", "/CN=127.0.0.1",
+                   "-addext", "subjectAltName=IP:127.0.0.1", "-keyout", dir.filePath("key.pem"), "-out",
+                   dir.filePath("cert.pem")});
+    if (!openssl.waitForFinished(60000) || openssl.exitCode() != 0)
+        return false;
+    QFile cf(dir.filePath("cert.pem")), kf(dir.filePath("key.pem"));
+    if (!cf.open(QIODevice::ReadOnly) || !kf.open(QIODevice::ReadOnly))
+        return false;
+    certificate = QSslCertificate(cf.readAll(), QSsl::Pem);
+    key = QSslKey(kf.readAll(), QSsl::Rsa, QSsl::Pem);
+    return !certificate.isNull() && !key.isNull();
+}
 
 class ScriptServer : public QTcpServer {
 public:
@@ -31,9 +53,11 @@ public:
     static constexpr char Close = '\x04';
     bool posting = false;
     QList<QByteArray> received;       // every line the clients sent, in order
+    QList<bool> receivedEncrypted;    // whether each of those lines came over TLS
     QList<QTcpSocket *> clients;
     int connections = 0;
-    bool useTls = false;
+    bool useTls = false;              // TLS from the start (nntps)
+    bool startTls = false;            // plain until the client's STARTTLS, which is answered here
     QSslCertificate certificate;
     QSslKey key;
 
@@ -57,18 +81,21 @@ protected:
     {
         ++connections;
         QTcpSocket *sock = nullptr;
-        if (useTls) {
+        if (useTls || startTls) {
             auto *ssl = new QSslSocket(this);
             ssl->setSocketDescriptor(fd);
             ssl->setLocalCertificate(certificate);
             ssl->setPrivateKey(key);
             QObject::connect(ssl, &QSslSocket::encrypted, ssl, [this, ssl] {
-                if (!greeting.isEmpty())
+                if (useTls && !greeting.isEmpty())
                     ssl->write(greeting);
             });
             // the client's refusal shows up here; nothing to do but close
             QObject::connect(ssl, &QSslSocket::sslErrors, ssl, [ssl] { ssl->abort(); });
-            ssl->startServerEncryption();
+            if (useTls)
+                ssl->startServerEncryption();
+            else if (!greeting.isEmpty())
+                ssl->write(greeting);
             sock = ssl;
         } else {
             sock = new QTcpSocket(this);
@@ -83,7 +110,13 @@ protected:
                 while (line.endsWith('\n') || line.endsWith('\r'))
                     line.chop(1);
                 received.append(line);
-                if (handler) {
+                auto *ssl = qobject_cast<QSslSocket *>(sock);
+                receivedEncrypted.append(ssl && ssl->isEncrypted());
+                if (startTls && ssl && line.toUpper() == "STARTTLS") {
+                    ssl->write("382 go ahead\r\n");
+                    ssl->flush();
+                    ssl->startServerEncryption();
+                } else if (handler) {
                     handler(sock, line);
                 } else {
                     answer(sock, line);

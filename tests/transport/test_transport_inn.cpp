@@ -1,27 +1,18 @@
 // NewsTransport against the real INN of the test fixture. Every answer the
 // transport gives is checked against what a plain socket conversation with
 // the same server shows.
-#include "news/transport/NewsTransport.h"
+#include "ScriptServer.h"
 #include "support/InnEnv.h"
 
 #include <QDateTime>
-#include <QElapsedTimer>
 #include <QTcpSocket>
 #include <QtTest>
 
 namespace {
 
-quint16 envPort(const char *name, quint16 fallback)
-{
-    bool ok = false;
-    const int p = qEnvironmentVariableIntValue(name, &ok);
-    return ok && p > 0 ? quint16(p) : fallback;
-}
-quint16 readerPort() { return envPort("ND_INN_PORT", quint16(inn::portOpen())); }
-quint16 authPort() { return envPort("ND_INN_AUTH_PORT", quint16(inn::portAuth())); }
-quint16 noPostPort() { return envPort("ND_INN_NOPOST_PORT", quint16(inn::portNoPost())); }
-const char *kUser = "tester";
-const char *kPassword = "s3cret|pw";
+quint16 readerPort() { return quint16(inn::portOpen()); }
+quint16 authPort() { return quint16(inn::portAuth()); }
+quint16 noPostPort() { return quint16(inn::portNoPost()); }
 
 // A blocking NNTP conversation on its own socket, for cross-checking.
 class RawNntp {
@@ -48,11 +39,9 @@ public:
         return line();
     }
     // The data lines of a multi-line answer, dot-unstuffed; empty list on an error status.
-    QList<QByteArray> data(const QByteArray &command, QByteArray *statusLine = nullptr)
+    QList<QByteArray> data(const QByteArray &command)
     {
         const QByteArray s = status(command);
-        if (statusLine)
-            *statusLine = s;
         QList<QByteArray> out;
         if (!s.startsWith('2'))
             return out;
@@ -71,52 +60,10 @@ private:
     QTcpSocket m_sock;
 };
 
-struct Events {
-    explicit Events(NewsTransport *t)
-    {
-        QObject::connect(t, &NewsTransport::Debug, t, [this](NewsTransport *, const QString &s) { debug << s; });
-        QObject::connect(t, &NewsTransport::Done, t, [this](NewsTransport *, qint32 v, bool e, const QString &) {
-            ++done;
-            lastValue = v;
-            lastError = e;
-        });
-        QObject::connect(t, &NewsTransport::Connected, t, [this] { ++connected; });
-        QObject::connect(t, &NewsTransport::Disconnected, t, [this] { ++disconnected; });
-    }
-    QStringList debug;
-    int done = 0, connected = 0, disconnected = 0;
-    qint32 lastValue = 0;
-    bool lastError = false;
-};
+QString addr(quint16 port) { return inn::server(port); }
 
-bool waitFor(const std::function<bool()> &pred, int ms = 20000)
-{
-    QElapsedTimer clock;
-    clock.start();
-    while (!pred() && clock.elapsed() < ms)
-        QTest::qWait(5);
-    return pred();
-}
-
-QString addr(quint16 port) { return QStringLiteral("127.0.0.1:%1").arg(port); }
-
-// A group of the fixture that holds articles (the busiest of the test groups).
-QByteArray busyGroup(RawNntp &raw, qint64 *count = nullptr)
-{
-    QByteArray best;
-    qint64 bestCount = 0;
-    for (const QByteArray &g : {QByteArray("alt.binaries.newsdredge.test"), QByteArray("alt.test.newsdredge"),
-                                QByteArray("alt.newsdredge.text")}) {
-        const QList<QByteArray> f = raw.status("GROUP " + g).split(' ');
-        if (f.value(0) == "211" && f.value(1).toLongLong() > bestCount) {
-            bestCount = f.value(1).toLongLong();
-            best = g;
-        }
-    }
-    if (count)
-        *count = bestCount;
-    return best;
-}
+// The group initTestCase posts to: it always holds articles.
+const QByteArray kGroup = "alt.test.newsdredge";
 
 }  // namespace
 
@@ -124,12 +71,11 @@ class TestTransportInn : public QObject {
     Q_OBJECT
 private slots:
     void initTestCase();
-    void greeting_and_posting_permission();
+    void greeting_posting_permission_and_quit();
     void authinfo_against_reader_with_password();
     void list_matches_server();
     void group_over_with_path_and_article();
     void post_then_read_back();
-    void quit();
 };
 
 // A few articles of our own, so the checks never depend on what other tests posted.
@@ -149,69 +95,46 @@ void TestTransportInn::initTestCase()
     }
 }
 
-void TestTransportInn::greeting_and_posting_permission()
+void TestTransportInn::greeting_posting_permission_and_quit()
 {
-    struct Case { quint16 port; bool posting; };
-    for (const Case &c : {Case{readerPort(), true}, Case{noPostPort(), false}}) {
-        RawNntp raw(c.port);
-        QVERIFY2(!raw.greeting.isEmpty(), "INN reader not reachable");
-        NewsTransport t;
-        Events ev(&t);
-        t.SetHost(addr(c.port));
-        t.Connect(addr(c.port));
-        QVERIFY(waitFor([&] { return ev.connected || ev.done; }));
-        QCOMPARE(t.StateText(), QStringLiteral("Connected to NNTP Server"));
-        QVERIFY(ev.debug.value(0).startsWith(QLatin1String(c.posting ? "200" : "201")));
-        QCOMPARE(t.PostingAllowed(), c.posting);
+    for (const bool posting : {true, false}) {
+        Client c;
+        QVERIFY(c.connectTo(addr(posting ? readerPort() : noPostPort())));
+        QVERIFY(c.r.debug.value(0).startsWith(QLatin1String(posting ? "200" : "201")));
+        QCOMPARE(c.t.PostingAllowed(), posting);
+        // QUIT: INN's goodbye, and no operation ended
+        c.t.Disconnect();
+        QVERIFY(waitFor([&] { return c.r.disconnected > 0; }));
+        QVERIFY(c.r.debug.last().startsWith(QLatin1String("205")));
+        QCOMPARE(c.t.StateText(), kDisconnected);
+        QVERIFY(c.r.done.isEmpty());
     }
 }
 
 void TestTransportInn::authinfo_against_reader_with_password()
 {
     {
-        NewsTransport t;
-        Events ev(&t);
-        t.Connect(addr(authPort()), QString::fromLatin1(kUser), QString::fromLatin1(kPassword));
-        QVERIFY(waitFor([&] { return ev.connected || ev.done; }));
-        QCOMPARE(t.StateText(), QStringLiteral("Connected to NNTP Server"));
-        QVERIFY2(ev.debug.last().startsWith(QLatin1String("281")), qPrintable(ev.debug.join('\n')));
-        for (const QString &d : std::as_const(ev.debug))
+        Client c;
+        QVERIFY(c.connectTo(addr(authPort()), inn::authUser(), inn::authPassword()));
+        QVERIFY2(c.r.debug.last().startsWith(QLatin1String("281")), qPrintable(c.r.debug.join('\n')));
+        for (const QString &d : std::as_const(c.r.debug))
             QVERIFY(!d.contains(QLatin1String("s3cret")));
         // reading works once logged in
-        RawNntp raw(authPort());
-        raw.status("AUTHINFO USER " + QByteArray(kUser));
-        QVERIFY(raw.status("AUTHINFO PASS " + QByteArray(kPassword)).startsWith("281"));
-        const QByteArray group = busyGroup(raw);
-        QVERIFY(!group.isEmpty());
-        t.SelectGroup(QString::fromLatin1(group));
-        QVERIFY(waitFor([&] { return ev.done > 0; }));
-        QCOMPARE(ev.lastValue, 211);
-        QVERIFY(!ev.lastError);
+        QVERIFY(c.run(QStringLiteral("GROUP alt.test.newsdredge")));
+        QCOMPARE(c.r.done.last().value, 211);
+        QVERIFY(!c.r.done.last().error);
     }
     {  // wrong password: the connect fails with INN's reason as the last line
-        NewsTransport t;
-        Events ev(&t);
-        t.Connect(addr(authPort()), QString::fromLatin1(kUser), QStringLiteral("wrong"));
-        QVERIFY(waitFor([&] { return ev.done > 0; }));
-        QVERIFY(ev.lastError);
-        QCOMPARE(t.LastError(), 481);
-        QVERIFY(ev.debug.last().startsWith(QLatin1String("481")));
-        QCOMPARE(t.StateText(), QStringLiteral("Disconnected from NNTP Server"));
+        Client c;
+        QVERIFY(!c.connectTo(addr(authPort()), inn::authUser(), QStringLiteral("wrong")));
+        QCOMPARE(c.t.LastError(), 481);
+        QVERIFY(c.r.debug.last().startsWith(QLatin1String("481")));
     }
     {  // no credentials: reading is refused with 480
-        NewsTransport t;
-        Events ev(&t);
-        t.Connect(addr(authPort()));
-        QVERIFY(waitFor([&] { return ev.connected || ev.done; }));
-        if (t.StateText() == QLatin1String("Connected to NNTP Server")) {
-            const int before = ev.done;
-            t.SelectGroup(QStringLiteral("alt.test.newsdredge"));
-            QVERIFY(waitFor([&] { return ev.done > before; }));
-            QVERIFY(ev.lastError);
-            QCOMPARE(t.LastError(), 480);
-        } else {
-            QCOMPARE(t.LastError(), 480);
-        }
+        Client c;
+        if (c.connectTo(addr(authPort())))
+            QVERIFY(!c.run(QStringLiteral("GROUP alt.test.newsdredge")) || c.r.done.last().error);
+        QCOMPARE(c.t.LastError(), 480);
     }
 }
 
@@ -220,14 +143,12 @@ void TestTransportInn::list_matches_server()
     RawNntp raw(readerPort());
     const QList<QByteArray> active = raw.data("LIST ACTIVE");
     QVERIFY(active.size() >= 5);
-    NewsTransport t;
-    Events ev(&t);
-    t.Connect(addr(readerPort()));
-    QVERIFY(waitFor([&] { return ev.connected > 0; }));
-    t.RequestGroupList();
-    QVERIFY(waitFor([&] { return ev.done > 0; }));
-    QVERIFY(!ev.lastError);
-    QCOMPARE(ev.lastValue, 215);
+    Client c;
+    NewsTransport &t = c.t;
+    QVERIFY(c.connectTo(addr(readerPort())));
+    QVERIFY(c.run(QStringLiteral("LIST")));
+    QVERIFY(!c.r.done.last().error);
+    QCOMPARE(c.r.done.last().value, 215);
     QCOMPARE(t.GroupList().Count(), active.size());
     for (int i = 0; i < active.size(); ++i) {
         const QList<QByteArray> f = active.at(i).split(' ');
@@ -236,43 +157,31 @@ void TestTransportInn::list_matches_server()
         QCOMPARE(g.Last, f.at(1).toLongLong());
         QCOMPARE(g.First, f.at(2).toLongLong());
     }
-    QStringList names;
-    for (int i = 0; i < t.GroupList().Count(); ++i)
-        names << t.GroupList().Item(i).Name;
-    for (const char *g : {"alt.binaries.newsdredge.test", "alt.test.newsdredge", "misc.test.empty"})
-        QVERIFY2(names.contains(QLatin1String(g)), g);
 }
 
 void TestTransportInn::group_over_with_path_and_article()
 {
-    // a few articles of our own, so the group has something to list
-    for (int i = 0; i < 3; ++i)
-        QVERIFY(!inn::post("From: Tester <tester@newsdredge.test>\nNewsgroups: alt.test.newsdredge\nSubject: overview check "
-                           + QByteArray::number(i) + "\n\nline one\n.dot line\n").isEmpty());
     RawNntp raw(readerPort());
-    qint64 count = 0;
-    const QByteArray group = busyGroup(raw, &count);
-    QVERIFY2(count > 0, "the fixture's groups hold no articles");
+    const QByteArray group = kGroup;
     const QList<QByteArray> g = raw.status("GROUP " + group).split(' ');
+    const qint64 count = g.value(1).toLongLong();
+    QVERIFY2(count > 0, "the group holds no articles");
     const qint64 first = g.at(2).toLongLong(), last = g.at(3).toLongLong();
     const QList<QByteArray> over = raw.data("OVER " + QByteArray::number(first) + '-' + QByteArray::number(last));
     QList<QByteArray> paths = raw.data("HDR Path " + QByteArray::number(first) + '-' + QByteArray::number(last));
     QVERIFY(!over.isEmpty());
 
-    NewsTransport t;
-    Events ev(&t);
+    Client c;
+    NewsTransport &t = c.t;
     t.SetPathChunk(7);  // several HDR/OVER rounds even on a small group
-    t.Connect(addr(readerPort()));
-    QVERIFY(waitFor([&] { return ev.connected > 0; }));
-    t.SelectGroup(QString::fromLatin1(group));
-    QVERIFY(waitFor([&] { return ev.done == 1; }));
+    QVERIFY(c.connectTo(addr(readerPort())));
+    QVERIFY(c.run(QStringLiteral("GROUP ") + QString::fromLatin1(group)));
     QCOMPARE(t.SelectedGroup().First, first);
     QCOMPARE(t.SelectedGroup().Last, last);
     QCOMPARE(t.SelectedGroup().Estimated, count);
 
-    t.FetchHeaders(first, last);
-    QVERIFY(waitFor([&] { return ev.done == 2; }));
-    QVERIFY(!ev.lastError);
+    QVERIFY(c.run(QStringLiteral("OVER %1-%2").arg(first).arg(last), 20000));
+    QVERIFY(!c.r.done.last().error);
     const NewsTransportGroup &sel = t.SelectedGroup();
     QCOMPARE(sel.Count(), over.size());
     QHash<qint64, QByteArray> pathOf;
@@ -299,19 +208,17 @@ void TestTransportInn::group_over_with_path_and_article()
     QByteArray expected;
     for (const QByteArray &l : lines)
         expected += l + "\r\n";
-    t.FetchArticles(n, n);
-    QVERIFY(waitFor([&] { return ev.done == 3; }));
-    QVERIFY(!ev.lastError);
-    QCOMPARE(ev.lastValue, 220);
+    QVERIFY(c.run(QStringLiteral("ARTICLE %1-%1").arg(n)));
+    QVERIFY(!c.r.done.last().error);
+    QCOMPARE(c.r.done.last().value, 220);
     QCOMPARE(sel.Count(), 1);
     QCOMPARE(sel.Item(0).Number, n);
     QVERIFY(sel.Item(0).Message.Raw == expected);
     QVERIFY(expected.endsWith(sel.Item(0).Message.Body));
     QCOMPARE(sel.Item(0).Message.header("Message-ID"), textFromBytes(over.at(0).split('\t').at(4)));
     // an article number past the end: no error, no article
-    t.FetchArticles(last + 1000, last + 1000);
-    QVERIFY(waitFor([&] { return ev.done == 4; }));
-    QVERIFY(!ev.lastError);
+    QVERIFY(c.run(QStringLiteral("ARTICLE %1-%1").arg(last + 1000)));
+    QVERIFY(!c.r.done.last().error);
     QCOMPARE(sel.Count(), 0);
 }
 
@@ -319,50 +226,28 @@ void TestTransportInn::post_then_read_back()
 {
     const QByteArray id = "<nd-transport-" + QByteArray::number(QDateTime::currentMSecsSinceEpoch()) +
                           "@newsdredge.test>";
-    NewsTransportArticle a;
-    a.Message.Raw = "From: Tester <tester@newsdredge.test>\nNewsgroups: alt.test.newsdredge\n"
-                    "Subject: transport post test\nMessage-ID: " + id + "\n\n"
-                    ".line starting with a dot\n.\nlast line\n";
-    NewsTransport t;
-    Events ev(&t);
-    t.Connect(addr(readerPort()));
-    QVERIFY(waitFor([&] { return ev.connected > 0; }));
-    t.Post(a);
-    QVERIFY(waitFor([&] { return ev.done > 0; }));
-    QVERIFY2(!ev.lastError, qPrintable(ev.debug.join('\n')));
-    QCOMPARE(ev.lastValue, 240);
+    const QString post = QStringLiteral("POST From: Tester <tester@newsdredge.test>\nNewsgroups: alt.test.newsdredge\n"
+                                        "Subject: transport post test\nMessage-ID: ") + QString::fromLatin1(id) +
+                         QStringLiteral("\n\n.line starting with a dot\n.\nlast line\n");
+    Client c;
+    QVERIFY(c.connectTo(addr(readerPort())));
+    QVERIFY(c.run(post));
+    QVERIFY2(!c.r.done.last().error, qPrintable(c.r.debug.join('\n')));
+    QCOMPARE(c.r.done.last().value, 240);
 
     RawNntp raw(readerPort());
     QList<QByteArray> body;
-    QVERIFY(waitFor([&] {
-        QByteArray st;
-        body = raw.data("BODY " + id, &st);
-        return st.startsWith("222");
-    }, 10000));
+    for (int i = 0; i < 100 && !raw.status("STAT " + id).startsWith("223"); ++i)
+        QTest::qWait(100);
+    body = raw.data("BODY " + id);
     QCOMPARE(body, (QList<QByteArray>{".line starting with a dot", ".", "last line"}));
 
     // posting on the reader that does not allow it
-    NewsTransport t2;
-    Events ev2(&t2);
-    t2.Connect(addr(noPostPort()));
-    QVERIFY(waitFor([&] { return ev2.connected > 0; }));
-    t2.Post(a);
-    QVERIFY(waitFor([&] { return ev2.done > 0; }));
-    QVERIFY(ev2.lastError);
-    QCOMPARE(t2.LastError(), 440);
-}
-
-void TestTransportInn::quit()
-{
-    NewsTransport t;
-    Events ev(&t);
-    t.Connect(addr(readerPort()));
-    QVERIFY(waitFor([&] { return ev.connected > 0; }));
-    t.Disconnect();
-    QVERIFY(waitFor([&] { return ev.disconnected > 0; }));
-    QVERIFY(ev.debug.last().startsWith(QLatin1String("205")));
-    QCOMPARE(t.StateText(), QStringLiteral("Disconnected from NNTP Server"));
-    QCOMPARE(ev.done, 0);
+    Client c2;
+    QVERIFY(c2.connectTo(addr(noPostPort())));
+    QVERIFY(c2.run(post));
+    QVERIFY(c2.r.done.last().error);
+    QCOMPARE(c2.t.LastError(), 440);
 }
 
 QTEST_GUILESS_MAIN(TestTransportInn)

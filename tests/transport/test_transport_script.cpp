@@ -5,9 +5,7 @@
 
 #include <QCryptographicHash>
 #include <QElapsedTimer>
-#include <QProcess>
 #include <QSslConfiguration>
-#include <QTemporaryDir>
 #include <QTimer>
 #include <QPointer>
 #include <QtTest>
@@ -598,20 +596,9 @@ void TestTransportScript::second_operation_while_busy()
 
 void TestTransportScript::tls_certificate_trust()
 {
-    QTemporaryDir dir;
-    QVERIFY(dir.isValid());
-    QProcess openssl;
-    openssl.start(QStringLiteral("openssl"),
-                  {"req", "-x509", "-newkey", "rsa:2048", "-nodes", "-days", "2", "-subj", "/CN=127.0.0.1",
-                   "-addext", "subjectAltName=IP:127.0.0.1", "-keyout", dir.filePath("key.pem"), "-out",
-                   dir.filePath("cert.pem")});
-    QVERIFY(openssl.waitForFinished(60000));
-    QCOMPARE(openssl.exitCode(), 0);
-    QFile cf(dir.filePath("cert.pem")), kf(dir.filePath("key.pem"));
-    QVERIFY(cf.open(QIODevice::ReadOnly) && kf.open(QIODevice::ReadOnly));
-    const QSslCertificate cert(cf.readAll(), QSsl::Pem);
-    const QSslKey key(kf.readAll(), QSsl::Rsa, QSsl::Pem);
-    QVERIFY(!cert.isNull() && !key.isNull());
+    QSslCertificate cert;
+    QSslKey key;
+    QVERIFY(makeCertificate(cert, key));
     const QString expectedFp = QString::fromLatin1(cert.digest(QCryptographicHash::Sha256).toHex(':').toUpper());
 
     Session f;
