@@ -80,11 +80,9 @@ void stopOnSignals(Shell &sh)
     nd::onTerminationSignal(&sh, [&sh] { sh.StopOperation(); });
 }
 
-} // namespace
-
-int runBatch(const QStringList &arguments)
+// The command line, checked; an empty text when it is right, else what is wrong with it.
+QString parseArguments(const QStringList &arguments, Args &a)
 {
-    Args a;
     bool passwordGiven = false;
     for (int i = 1; i < arguments.size(); ++i) {
         const QString &k = arguments[i];
@@ -117,25 +115,76 @@ int runBatch(const QStringList &arguments)
             ok = a.action.isEmpty() && value(a.group);
             a.action = k;
         } else
-            return usage(QStringLiteral("unknown argument \"%1\"").arg(k));
+            return QStringLiteral("unknown argument \"%1\"").arg(k);
         if (!ok)
-            return usage(QStringLiteral("\"%1\" needs a value, or is given twice").arg(k));
+            return QStringLiteral("\"%1\" needs a value, or is given twice").arg(k);
     }
     if (a.server.isEmpty())
-        return usage(QStringLiteral("--server is required"));
+        return QStringLiteral("--server is required");
     if (a.action.isEmpty())
-        return usage(QStringLiteral("no action given"));
+        return QStringLiteral("no action given");
     if (a.action == QLatin1String("--download-all") && a.dest.isEmpty())
-        return usage(QStringLiteral("--download-all needs --dest DIR"));
+        return QStringLiteral("--download-all needs --dest DIR");
     QString why;
     if ((passwordGiven || !a.user.isEmpty()) && !nd::batch::resolvePassword(a.password, passwordGiven, &a.password, &why))
-        return usage(why);
+        return why;
     if (a.user.isEmpty() != a.password.isEmpty())
-        return usage(QStringLiteral("--user and --password go together"));
+        return QStringLiteral("--user and --password go together");
     // before the program changes its working directory
-    const QString dest = a.dest.isEmpty() ? QString() : withTrailingSlash(QDir(a.dest).absolutePath());
-    if (!dest.isEmpty() && !QDir().mkpath(dest))
-        return usage(QStringLiteral("cannot create the download directory %1").arg(dest));
+    if (!a.dest.isEmpty()) {
+        a.dest = withTrailingSlash(QDir(a.dest).absolutePath());
+        if (!QDir().mkpath(a.dest))
+            return QStringLiteral("cannot create the download directory %1").arg(a.dest);
+    }
+    return QString();
+}
+
+// The action of the run, over a connected session; the exit status before signals count.
+int runAction(Core &core, const Args &a)
+{
+    Shell &sh = core.shell();
+    if (a.action == QLatin1String("--groups")) {
+        QStringList lines;
+        if (!listGroups(core, lines)) {
+            err(QStringLiteral("newsdredge: the group list could not be read: %1").arg(reasonOf(sh)));
+            return 4;
+        }
+        for (const QString &l : lines)
+            out(l);
+        return 0;
+    }
+    if (!listMessages(core, a.group)) {
+        err(QStringLiteral("newsdredge: the group %1 could not be listed: %2").arg(a.group, reasonOf(sh)));
+        return 4;
+    }
+    if (a.action == QLatin1String("--list")) {
+        for (int r = 1; r <= core.grid->lastMessageRow(); ++r)
+            out(core.grid->rowCells(r).mid(0, MessageGrid::ColMark).join(QLatin1Char('\t')));
+        return 0;
+    }
+    QObject::connect(core.downloader, &Downloader::fileSaved, [](const QString &path) { out(path); });
+    sh.S.StopRequested = false;
+    const int error = core.downloader->DownloadAll();
+    if (sh.S.StopRequested) {
+        err(QStringLiteral("newsdredge: stopped"));
+        return 5;
+    }
+    if (error != 0) {
+        err(QStringLiteral("newsdredge: downloading from %1 failed: %2 %3")
+                .arg(a.group, sh.status(PanelState), reasonOf(sh))
+                .trimmed());
+        return 5;
+    }
+    return 0;
+}
+
+} // namespace
+
+int runBatch(const QStringList &arguments)
+{
+    Args a;
+    if (const QString wrong = parseArguments(arguments, a); !wrong.isEmpty())
+        return usage(wrong);
 
     BatchPrompter prompter;
     BatchShell sh(&prompter);
@@ -148,8 +197,8 @@ int runBatch(const QStringList &arguments)
     sh.opt.NNTPServer = a.server;
     if (a.newest > 0)
         sh.opt.NewMsgs = a.newest;
-    if (!dest.isEmpty())
-        sh.opt.DestDir = dest;
+    if (!a.dest.isEmpty())
+        sh.opt.DestDir = a.dest;
     emit sh.settingsLoaded();
     // the program's own leftovers of an earlier run, as at every start
     cleanDownloadTempFiles(sh.opt.DestDir);
@@ -165,36 +214,7 @@ int runBatch(const QStringList &arguments)
         return nd::batch::exitStatus(3);
     }
 
-    int status = 0;
-    if (a.action == QLatin1String("--groups")) {
-        QStringList lines;
-        if (!listGroups(core, lines)) {
-            err(QStringLiteral("newsdredge: the group list could not be read: %1").arg(reasonOf(sh)));
-            status = 4;
-        } else {
-            for (const QString &l : lines)
-                out(l);
-        }
-    } else if (!listMessages(core, a.group)) {
-        err(QStringLiteral("newsdredge: the group %1 could not be listed: %2").arg(a.group, reasonOf(sh)));
-        status = 4;
-    } else if (a.action == QLatin1String("--list")) {
-        for (int r = 1; r <= core.grid->lastMessageRow(); ++r)
-            out(core.grid->rowCells(r).mid(0, MessageGrid::ColMark).join(QLatin1Char('\t')));
-    } else {
-        QObject::connect(core.downloader, &Downloader::fileSaved, [](const QString &path) { out(path); });
-        sh.S.StopRequested = false;
-        const int error = core.downloader->DownloadAll();
-        if (sh.S.StopRequested) {
-            err(QStringLiteral("newsdredge: stopped"));
-            status = 5;
-        } else if (error != 0) {
-            err(QStringLiteral("newsdredge: downloading from %1 failed: %2 %3")
-                    .arg(a.group, sh.status(PanelState), reasonOf(sh))
-                    .trimmed());
-            status = 5;
-        }
-    }
+    const int status = runAction(core, a);
     core.session->NNTP_Disconnect();
     return nd::batch::exitStatus(status);
 }

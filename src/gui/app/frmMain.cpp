@@ -2,6 +2,7 @@
 
 #include "app/Constants.h"
 #include "app/Core.h"
+#include "news/Session.h"
 #include "app/Paths.h"
 #include "gui/app/StartupDialogs.h"
 #include "app/Wait.h"
@@ -34,37 +35,9 @@
 #include <QUrl>
 #include <QVBoxLayout>
 #include <QWindowStateChangeEvent>
+#include <optional>
 
 namespace {
-
-// Menu items addressed by SetMenuState codes.
-const QHash<int, QString> &menuByCode()
-{
-    static const QHash<int, QString> m = {
-        {1, "menuSetup"}, {3, "menuGroup"}, {4, "menuStop"}, {5, "menuConnect"},
-        {7, "menuDownload"}, {8, "menuDownloadAll"}, {9, "menuView"}, {10, "menuPostC"},
-        {15, "menuExit"}, {30, "menuFind"}, {31, "menuFindNext"}, {32, "menuDowloadAllF"},
-        {33, "menuPostG"}, {34, "menuPostF"}, {35, "menuEmailC"}, {36, "menuEmailG"},
-        {37, "menuEmailF"}, {38, "menuEmailS"}, {39, "menuWebC"}, {40, "menuWebG"},
-        {41, "menuWebF"}, {42, "menuWebM"}, {43, "menuServC"}, {44, "menuServG"},
-        {45, "menuServS"}, {46, "menuServF"}, {47, "menuScan"}, {49, "menuGen"},
-        {50, "menuCheck"}, {51, "menuLoad"}, {52, "menuRefreshM"}, {53, "menuRefreshG"},
-    };
-    return m;
-}
-
-const QHash<QString, QList<int>> &codesByScope()
-{
-    static const QHash<QString, QList<int>> m = {
-        {"CG", {39, 35, 10, 43}},
-        {"SG", {40, 36, 33, 44}},
-        {"FA", {41, 37, 34, 46, 32}},
-        {"SM", {42}},
-        {"SS", {38, 45}},
-        {"SR", {47, 49, 50}},
-    };
-    return m;
-}
 
 // The command each toolbar key stands for.
 QString menuOfKey(const QString &key)
@@ -127,7 +100,7 @@ public:
     int progress() const override { return w.progBar->value(); }
     int progressMinimum() const override { return w.progBar->minimum(); }
     int progressMaximum() const override { return w.progBar->maximum(); }
-    void SetMenuState(nd::Cmd command, bool enabled) override { w.SetMenuState(int(command), enabled); }
+    void SetMenuState(nd::Cmd command, bool enabled) override { w.SetMenuState(command, enabled); }
     bool menuState(nd::Cmd command) const override
     {
         QAction *a = w.action(nd::commandName(command));
@@ -148,7 +121,7 @@ public:
                 b->setVisible(true);
         }
     }
-    void UpdateCaption(nd::Caption caption) override { w.UpdateCaption(QString::number(int(caption))); }
+    void UpdateCaption(nd::Caption caption) override { w.UpdateCaption(caption); }
     void setViewEnabled(nd::View view, bool enabled) override
     {
         if (QWidget *v = viewOf(view))
@@ -208,7 +181,6 @@ frmMain::frmMain(Prompter *prompter, Options options)
         }
     });
 
-    transportStateText = [] { return QStringLiteral("Disconnected from NNTP Server"); };
 
     wireCommand(QStringLiteral("menuExit"), [this] { close(); });
     wireCommand(QStringLiteral("Links"), [this] { OpenDocument(nd::appFile(QStringLiteral("UsenetHTTP.htm"))); });
@@ -229,7 +201,7 @@ frmMain::frmMain(Prompter *prompter, Options options)
 
     createControllers();
     setStatus(1, QStringLiteral("Click on CONNECT to connect to Server"));
-    SetMenuState(4, false);   // nothing to stop yet
+    SetMenuState(nd::Cmd::Stop, false);   // nothing to stop yet
 }
 
 frmMain::~frmMain()
@@ -483,16 +455,17 @@ void frmMain::buildToolbar()
         const char *key;
         const char *tip;
         QStyle::StandardPixmap icon;
+        std::optional<nd::Cmd> command;   // the command whose state the button follows
     };
     const B buttons[] = {
-        {1, "Setup", "Setup options", QStyle::SP_FileDialogDetailedView},
-        {3, "Groups", "Show group list", QStyle::SP_FileDialogListView},
-        {4, "Stop", "Stop", QStyle::SP_BrowserStop},
-        {5, "Connect", "Connect to server", QStyle::SP_DriveNetIcon},
-        {7, "Download", "Download message attachment", QStyle::SP_ArrowDown},
-        {9, "View", "View message", QStyle::SP_FileDialogContentsView},
-        {10, "Post", "Post message", QStyle::SP_FileDialogNewFolder},
-        {12, "Links", "Show links", QStyle::SP_DirLinkIcon},
+        {1, "Setup", "Setup options", QStyle::SP_FileDialogDetailedView, nd::Cmd::Setup},
+        {3, "Groups", "Show group list", QStyle::SP_FileDialogListView, nd::Cmd::Groups},
+        {4, "Stop", "Stop", QStyle::SP_BrowserStop, nd::Cmd::Stop},
+        {5, "Connect", "Connect to server", QStyle::SP_DriveNetIcon, nd::Cmd::Connect},
+        {7, "Download", "Download message attachment", QStyle::SP_ArrowDown, nd::Cmd::Download},
+        {9, "View", "View message", QStyle::SP_FileDialogContentsView, nd::Cmd::View},
+        {10, "Post", "Post message", QStyle::SP_FileDialogNewFolder, nd::Cmd::PostCurrent},
+        {12, "Links", "Show links", QStyle::SP_DirLinkIcon, std::nullopt},
     };
     int pos = 1;
     for (const B &b : buttons) {
@@ -506,7 +479,8 @@ void frmMain::buildToolbar()
         a->setData(QString::fromLatin1(b.key));
         a->setEnabled(false);
         m_buttons.insert(QString::fromLatin1(b.key), a);
-        m_buttonAt.insert(b.pos, a);
+        if (b.command)
+            m_buttonOf.insert(int(*b.command), a);
         connect(a, &QAction::triggered, this, [this, a] { toolbarClick(a->data().toString()); });
         ++pos;
     }
@@ -620,80 +594,69 @@ QString frmMain::status(int panel) const
     return panel >= 1 && panel <= 3 ? m_panels[panel - 1]->text() : QString();
 }
 
-void frmMain::UpdateCaption(const QString &code)
+void frmMain::UpdateCaption(nd::Caption caption)
 {
-    const int c = code.toInt();
-    switch (c) {
-    case 0:
+    using nd::Caption;
+    switch (caption) {
+    case Caption::Favorites:
         lblFav->setText(QStringLiteral("  Favorite Groups [%1] (%2)").arg(S.FavoritesShortName).arg(lstFavorites->count()));
         break;
-    case 1: {
-        const int last = grid->lastMessageRow();
-        lblGrp->setText(QStringLiteral("  Available Messages (%1)  Group : %2").arg(last).arg(S.CurrentGroup));
+    case Caption::Messages:
+        lblGrp->setText(QStringLiteral("  Available Messages (%1)  Group : %2").arg(grid->lastMessageRow()).arg(S.CurrentGroup));
         break;
-    }
-    case 2:
+    case Caption::Groups:
         lblGrp->setText(QStringLiteral("  Available Groups : %1 (%2)").arg(opt.NNTPServer).arg(lstGroups->count()));
         break;
-    case 3:
+    case Caption::SavedFiles:
         frameFiles->setTitle(QStringLiteral("Saved Files (%1)").arg(lstFiles->count()));
         break;
-    case 4:
+    case Caption::WebAddresses:
         frameHTTP->setTitle(QStringLiteral("Web/FTP Addresses (%1)").arg(lstHTTP->count()));
         break;
-    case 9:
+    case Caption::EmailAddresses:
         frameHTTP->setTitle(QStringLiteral("Email Addresses (%1)").arg(lstHTTP->count()));
         break;
-    case 10:
+    case Caption::ServerAddresses:
         frameHTTP->setTitle(QStringLiteral("Server Addresses (%1)").arg(lstHTTP->count()));
         break;
-    case 6:
+    case Caption::Found:
         frameHTTP->setTitle(QStringLiteral("Found/Status (%1)").arg(lstHTTP->count()));
         break;
-    case 7:
+    case Caption::Checking:
         lblFav->setText(QStringLiteral("  Checking %1 Servers").arg(lstFavorites->count()));
         break;
-    case 8:
+    case Caption::ServerCount:
         m_setupServerCaption = QStringLiteral("NNTP Servers (%1)").arg(m_shell->serverCount());
         break;
-    case 5:
+    case Caption::Title:
         setWindowTitle(QStringLiteral("Newsdredge! v%1 (%2) ").arg(QLatin1String(nd::VersionText), opt.NNTPServer));
-        break;
-    default:
         break;
     }
 }
 
-void frmMain::SetMenuState(int code, bool enabled)
+void frmMain::SetMenuState(nd::Cmd command, bool enabled)
 {
-    if (code < 30)
-        if (QAction *b = m_buttonAt.value(code)) {
-            // a button stands for a command; it stays off while that command is not built
-            b->setProperty(SwitchedOff, !enabled);
-            b->setEnabled(enabled && commandBuilt(menuOfKey(b->data().toString())));
-        }
-    const QString name = menuByCode().value(code);
-    if (name.isEmpty())
-        return;
-    if (QAction *a = action(name)) {
+    if (QAction *b = m_buttonOf.value(int(command))) {
+        // a button stands for a command; it stays off while that command is not built
+        b->setProperty(SwitchedOff, !enabled);
+        b->setEnabled(enabled && commandBuilt(menuOfKey(b->data().toString())));
+    }
+    const QString name = nd::commandName(command);
+    if (QAction *a = name.isEmpty() ? nullptr : action(name)) {
         a->setProperty(SwitchedOff, !enabled);
         a->setEnabled(enabled && commandBuilt(name));
     }
 }
 
-void frmMain::MenuOnOff(const QString &scope, bool enabled)
+void frmMain::MenuOnOff(nd::Scope scope, bool enabled)
 {
-    for (int code : codesByScope().value(scope))
-        SetMenuState(code, enabled);
+    for (nd::Cmd c : nd::scopeCommands(scope))
+        SetMenuState(c, enabled);
 }
 
 bool frmMain::IsConnectedIdle(bool warn)
 {
-    const bool open = transportStateText && transportStateText() == QLatin1String("Connected to NNTP Server");
-    if (open && warn)
-        prompter().message(QStringLiteral("Please Disconnect First"), Prompter::Exclamation, Prompter::Ok,
-                            QStringLiteral("Newsdredge!"));
-    return open;
+    return session && session->IsConnectedIdle(warn);
 }
 
 void frmMain::OpenDocument(const QString &target)
@@ -782,13 +745,13 @@ void frmMain::GetSettings()
     nd::readSettings(opt, store());
     nd::cleanDownloadTempFiles(opt.DestDir);   // what a run that ended abruptly left there
     S.FavoritesShortName = QFileInfo(opt.FavoritesFile).completeBaseName();
-    UpdateCaption(QStringLiteral("5"));
+    UpdateCaption(nd::Caption::Title);
     if (opt.Preview == 0)
         if (QAction *p = action(QStringLiteral("menuPreview")))
             p->setChecked(false);
     if (QFileInfo::exists(opt.FavoritesFile))
         lstFavorites->load(opt.FavoritesFile);
-    UpdateCaption(QStringLiteral("0"));
+    UpdateCaption(nd::Caption::Favorites);
     emit m_shell->settingsLoaded();
     if (opt.NNTPServer.isEmpty())
         firstRunDialogue();

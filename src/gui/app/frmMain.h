@@ -126,9 +126,9 @@ public:
     void toolbarClick(const QString &key);                 // toolbar dispatch
 
     // Helpers every procedure uses.
-    void UpdateCaption(const QString &code);
-    void SetMenuState(int code, bool enabled);
-    void MenuOnOff(const QString &scope, bool enabled);
+    void UpdateCaption(nd::Caption caption);
+    void SetMenuState(nd::Cmd command, bool enabled);
+    void MenuOnOff(nd::Scope scope, bool enabled);
     bool IsConnectedIdle(bool warn);
     void OpenDocument(const QString &target);
     void StopOperation();
@@ -137,8 +137,6 @@ public:
     void setServerCount(int n);
     QString setupServerFrameCaption() const { return m_setupServerCaption; }
 
-    // The session's state text, as the news transport reports it.
-    std::function<QString()> transportStateText;
 
     // Tray behaviour on resize/minimise.
     void applyTrayOnStateChange();
@@ -169,7 +167,7 @@ private:
     QLabel *m_panels[3] = {nullptr, nullptr, nullptr};
     QHash<QString, QAction *> m_actions;
     QHash<QString, QAction *> m_buttons;      // key -> button action
-    QHash<int, QAction *> m_buttonAt;         // toolbar position -> button action
+    QHash<int, QAction *> m_buttonOf;         // command -> the toolbar button that follows it
     QString m_setupServerCaption;
     bool m_closePending = false;
     bool m_shutdownDone = false;
