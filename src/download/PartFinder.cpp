@@ -80,6 +80,71 @@ PartMarker findPartMarker(const QString &s)
     return m;
 }
 
+namespace {
+
+// Every row that holds a candidate holds its fixed text before and after the part number: those
+// rows, in grid order, are all the part search has to look at. A set of m parts in a grid of n
+// rows then costs n + m * m tests instead of m * n.
+struct CandidateRows {
+    QVector<int> rows;
+    QStringList subjects;
+};
+
+CandidateRows candidateRows(PartRows &rows, const QString &head, const QString &tail)
+{
+    CandidateRows pool;
+    const int last = rows.lastRow();
+    for (int row = 1; row <= last; ++row) {
+        const QString subj = rows.subject(row);
+        if (subj.contains(tail) && subj.contains(head)) {
+            pool.rows.append(row);
+            pool.subjects.append(subj);
+        }
+    }
+    return pool;
+}
+
+// The ways part number k is written: padded to the width of the total (with the extra zero some
+// posts carry), then without leading zeros (as today's posting tools write it), then padded to
+// the width the subject's own number has.
+QStringList partNumberTexts(int k, int digits, bool extraZero, int subjectWidth)
+{
+    const QString padded = QString::number(k).rightJustified(digits, QLatin1Char('0'));
+    QStringList texts{extraZero ? QLatin1String("0") + padded : padded};
+    for (const QString &alt : {QString::number(k), padded,
+                               QString::number(k).rightJustified(subjectWidth, QLatin1Char('0'))})
+        if (!texts.contains(alt))
+            texts.append(alt);
+    return texts;
+}
+
+// The row of a part written one of the ways in texts: the row of exactly this post (the whole
+// subject up to the number, the number, the rest) when there is one, else the first row that
+// holds the pattern; 0 when no row does.
+int findPartRow(const CandidateRows &pool, const QStringList &texts, const QString &head,
+                const QString &before, const QString &tail)
+{
+    for (const QString &partText : texts) {
+        const QString candidate = head + partText + tail;
+        const QString exact = before + partText + tail;
+        int first = 0;
+        for (qsizetype i = 0; i < pool.rows.size(); ++i) {
+            const QString &subj = pool.subjects.at(i);
+            if (!subj.contains(candidate))
+                continue;
+            if (subj == exact)
+                return pool.rows.at(i);
+            if (first == 0)
+                first = pool.rows.at(i);
+        }
+        if (first)
+            return first;
+    }
+    return 0;
+}
+
+} // namespace
+
 PartSearch FindAllParts(const QString &subject, PartRows &rows, const std::function<bool()> &stop,
                         const std::function<void()> &searching)
 {
@@ -123,55 +188,14 @@ PartSearch FindAllParts(const QString &subject, PartRows &rows, const std::funct
     const bool extraZero = mk.close - mk.slash > digits + 1;
     const QString before = subject.left(mk.open);     // the whole subject up to the marker's number
 
-    // Every row that holds a candidate holds its fixed text before and after the part number:
-    // those rows, in grid order, are all the search below has to look at. A set of m parts in a
-    // grid of n rows then costs n + m * m tests instead of m * n.
-    QVector<int> pool;
-    QStringList poolSubjects;
-    const int last = rows.lastRow();
-    for (int row = 1; row <= last; ++row) {
-        const QString subj = rows.subject(row);
-        if (subj.contains(tail) && subj.contains(head)) {
-            pool.append(row);
-            poolSubjects.append(subj);
-        }
-    }
+    const CandidateRows pool = candidateRows(rows, head, tail);
     r.total = mk.total;
     r.numbers.resize(int(mk.total) + 1);
     r.rows.resize(int(mk.total) + 1);
 
     for (int k = 1; k <= mk.total; ++k) {
-        const QString padded = QString::number(k).rightJustified(digits, QLatin1Char('0'));
-        QStringList texts{extraZero ? QLatin1String("0") + padded : padded};
-        // Today's posting tools write part numbers without leading zeros; others pad them to the
-        // width the subject's own number has.
-        const QString asSubject = QString::number(k).rightJustified(mk.slash - mk.open - 1, QLatin1Char('0'));
-        for (const QString &alt : {QString::number(k), padded, asSubject})
-            if (!texts.contains(alt))
-                texts.append(alt);
-
-        int hit = 0;
-        for (const QString &partText : texts) {
-            const QString candidate = head + partText + tail;
-            const QString exact = before + partText + tail;
-            int first = 0;
-            for (int i = 0; i < pool.size(); ++i) {
-                const QString &subj = poolSubjects.at(i);
-                if (!subj.contains(candidate))
-                    continue;
-                if (subj == exact) {
-                    first = pool.at(i);
-                    break;
-                }
-                if (first == 0)
-                    first = pool.at(i);
-                // Keep looking for the row of exactly this post; the first row is the fallback.
-            }
-            if (first) {
-                hit = first;
-                break;
-            }
-        }
+        const QStringList texts = partNumberTexts(k, digits, extraZero, mk.slash - mk.open - 1);
+        const int hit = findPartRow(pool, texts, head, before, tail);
         if (!hit) {
             r.outcome = PartSearch::Incomplete;
             r.missing = k;

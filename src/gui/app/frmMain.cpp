@@ -215,6 +215,15 @@ frmMain::~frmMain()
 
 void frmMain::buildWidgets()
 {
+    buildListViews();
+    buildGridView();
+    buildPanes();
+    buildStatusBar();
+}
+
+// The four list views over the core's lists, and the two captions above the left ones.
+void frmMain::buildListViews()
+{
     auto makeListView = [this](ItemList *model, const QString &name) {
         auto *v = new QListView(this);
         v->setObjectName(name);
@@ -246,7 +255,11 @@ void frmMain::buildWidgets()
     lstFavoritesView = makeListView(lstFavorites, QStringLiteral("lstFavorites"));
     lstFilesView = makeListView(lstFiles, QStringLiteral("lstFiles"));
     lstHTTPView = makeListView(lstHTTP, QStringLiteral("lstHTTP"));
+}
 
+// The message grid's view: whole rows, fixed row height, the mark and number columns hidden.
+void frmMain::buildGridView()
+{
     grid = m_core->grid;
     MSHResults = new RowGridView(this);
     MSHResults->setObjectName(QStringLiteral("MSHResults"));
@@ -268,7 +281,11 @@ void frmMain::buildWidgets()
         MSHResults->setColumnWidth(c, widths[c]);
     MSHResults->setColumnHidden(MessageGrid::ColMark, true);
     MSHResults->setColumnHidden(MessageGrid::ColArticle, true);   // article numbers are shown on request
+}
 
+// Groups and favourites on the left; the grid over saved files, the preview and the addresses.
+void frmMain::buildPanes()
+{
     auto *groupsPane = new QWidget(this);
     auto *gl = new QVBoxLayout(groupsPane);
     gl->setContentsMargins(0, 0, 0, 0);
@@ -328,7 +345,11 @@ void frmMain::buildWidgets()
     main->setStretchFactor(1, 3);
     main->setSizes({300, 700});
     setCentralWidget(main);
+}
 
+// The three status panels and the progress bar.
+void frmMain::buildStatusBar()
+{
     for (int i = 0; i < 3; ++i) {
         m_panels[i] = new QLabel(this);
         m_panels[i]->setObjectName(QStringLiteral("statbarPanel%1").arg(i + 1));

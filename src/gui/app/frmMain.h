@@ -151,6 +151,10 @@ private:
     friend class GuiShell;
     void commandWired(const QString &menuName);
     void buildWidgets();
+    void buildListViews();
+    void buildGridView();
+    void buildPanes();
+    void buildStatusBar();
     void buildMenus();
     void buildToolbar();
     void detachControllers();
