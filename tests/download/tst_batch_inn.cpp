@@ -70,7 +70,8 @@ private slots:
     void downloadAllThenDuplicates()
     {
         QTemporaryDir dest;
-        const Run r = batch({"--server", server(), "--download-all", Group, "--dest", dest.path()});
+        const QStringList args{"--server", server(), "--download-all", Group, "--dest", dest.path()};
+        const Run r = batch(args);
         QVERIFY2(r.status == 0, qPrintable(r.err));
         QStringList expected;
         for (const QString &name : m_files.keys())
@@ -87,7 +88,7 @@ private slots:
 
         // the second run finds every file there: nothing printed, nothing overwritten, still success
         const QDateTime before = QFileInfo(dest.path() + "/set.bin").lastModified();
-        const Run again = batch({"--server", server(), "--download-all", Group, "--dest", dest.path()});
+        const Run again = batch(args);
         QVERIFY2(again.status == 0, qPrintable(again.err));
         QCOMPARE(again.out, QStringList());
         QVERIFY(again.err.contains(QLatin1String("Duplicate File")));
@@ -131,14 +132,13 @@ private slots:
 
     void failuresGiveAReasonAndAStatus()
     {
-        // nothing listens there
-        const Run c = batch({"--server", "127.0.0.1:1", "--list", Group});
-        QVERIFY(c.status != 0);
-        QVERIFY2(c.err.contains(QLatin1String("could not connect")), qPrintable(c.err));
-        // no such group
-        const Run g = batch({"--server", server(), "--list", "no.such.group.here"});
-        QVERIFY(g.status != 0);
-        QVERIFY2(g.err.contains(QLatin1String("could not be listed")), qPrintable(g.err));
+        // nothing listens there; no such group
+        for (const auto &[address, group, reason] : {std::tuple<QString, QString, const char *>{
+                 "127.0.0.1:1", Group, "could not connect"}, {server(), "no.such.group.here", "could not be listed"}}) {
+            const Run r = batch({"--server", address, "--list", group});
+            QVERIFY(r.status != 0);
+            QVERIFY2(r.err.contains(QLatin1String(reason)), qPrintable(r.err));
+        }
         // a wrong command line
         QCOMPARE(batch({"--server", server()}).status, 2);
         QCOMPARE(batch({"--download-all", Group}).status, 2);
