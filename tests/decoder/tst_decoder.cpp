@@ -129,12 +129,9 @@ void TestDecoder::kernelStripsOnlyLeadingDots()
 {
     // ".." opening a line loses one dot; dots elsewhere and an escaped LF stay data
     const QByteArray in = "..a.b\r\n.c\n..\r\n=J.x";
-    QByteArray expect;
-    for (char c : QByteArray(".a.bc."))
-        expect += char(c - 42);
-    expect += char('J' - 106);
-    expect += char('.' - 42);
-    expect += char('x' - 42);
+    QByteArray expect = ".a.bc.J.x";   // "J" escaped, the rest plain
+    for (int i = 0; i < expect.size(); ++i)
+        expect[i] = char(expect[i] - (i == 6 ? 106 : 42));
     for (yenc::Kernel k : kAllKernels)
         if (yenc::kernelSupported(k))
             QCOMPARE(kernelDecode(k, in, true), expect);
@@ -191,7 +188,8 @@ void TestDecoder::uuencodeForms_data()
     QTest::addColumn<bool>("grave");
     QTest::addColumn<bool>("lfOnly");
     QTest::newRow("grave zeros, short last line") << QByteArray(100, '\0') << true << false;
-    QTest::newRow("space zeros") << (QByteArray(50, '\0') + QByteArray("xy\0", 3).repeated(40)) << false << false;
+    // lines of 45 bytes ending in "xy\0": a single blank at each line's end
+    QTest::newRow("space zeros") << (QByteArray(51, '\0') + QByteArray("xy\0", 3).repeated(40)) << false << false;
     QTest::newRow("exact full lines, LF") << randomBytes(90, 1) << true << true;
     QTest::newRow("one byte") << QByteArray("Z") << true << false;
     QTest::newRow("every byte") << randomBytes(256, 2) << false << true;
@@ -212,16 +210,10 @@ void TestDecoder::uuencodeForms()
     QCOMPARE(r.fileName, QStringLiteral("file name.bin"));
     // servers may strip the trailing blanks of space-zero lines
     if (!grave) {
-        QByteArray stripped;
-        for (const QByteArray &line : text.split('\n')) {
-            QByteArray l = line;
-            const bool cr = l.endsWith('\r');
-            if (cr)
-                l.chop(1);
-            if (l.size() > 1 && l.endsWith(' ') && !l.endsWith("  "))
-                l.chop(1); // a single trailing blank lost
-            stripped += l + (cr ? "\r\n" : "\n");
-        }
+        // a single trailing blank lost (not the blank that is the whole last line)
+        const QByteArray stripped = QString::fromLatin1(text).replace(QRegularExpression(QStringLiteral("([^ \\n]) (\\r?\\n)")),
+                                                                      QStringLiteral("\\1\\2")).toLatin1();
+        QVERIFY(stripped.size() < text.size() || lfOnly);
         QCOMPARE(decodeMem(decoder::FormatUuencode, stripped, &out).error, 0);
         QCOMPARE(out, data);
     }
