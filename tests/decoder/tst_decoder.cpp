@@ -635,21 +635,19 @@ void TestDecoder::hostileSets_data()
     QByteArray withRulers = uuencode(data, "x.bin");
     withRulers.insert(withRulers.indexOf("\r\nM", 1000) + 2,
                       "-----------------\r\n=====================\r\nTHANK YOU FOR WATCHING\r\n");
-    QTest::newRow("uu every length character changed") << int(decoder::FormatUuencode) << allZ << int(decoder::ErrorDamaged)
-                                                        << QStringLiteral("length character") << qint64(data.size());
-    QTest::newRow("uu one length character changed") << int(decoder::FormatUuencode) << oneBad << int(decoder::ErrorDamaged)
-                                                     << QStringLiteral("length character") << qint64(data.size());
-    QTest::newRow("uu with rulers and capitals between lines") << int(decoder::FormatUuencode) << withRulers << 0 << QString()
-                                                               << qint64(data.size());
+    const int uu = decoder::FormatUuencode, damaged = decoder::ErrorDamaged;
+    const qint64 all = data.size();
+    QTest::newRow("uu every length character changed") << uu << allZ << damaged << QStringLiteral("length character") << all;
+    QTest::newRow("uu one length character changed") << uu << oneBad << damaged << QStringLiteral("length character") << all;
+    QTest::newRow("uu with rulers and capitals between lines") << uu << withRulers << 0 << QString() << all;
 
     const QByteArray hundred = randomBytes(100, 22);
     const QByteArray huge = "=ybegin part=1 total=1 line=128 size=10000000000000 name=huge.bin\r\n"
                             "=ypart begin=9999999999901 end=10000000000000\r\n" + yencLines(hundred) + "=yend size=100 part=1\r\n";
-    QTest::newRow("yEnc part at 10 TB") << int(decoder::FormatYenc) << huge << int(decoder::ErrorDamaged)
-                                        << QStringLiteral("beyond the") << qint64(0);
+    QTest::newRow("yEnc part at 10 TB") << int(decoder::FormatYenc) << huge << damaged << QStringLiteral("beyond the") << qint64(0);
     const QByteArray single = "=ybegin line=128 size=10000000000000 name=huge.bin\r\n" + yencLines(hundred) + "=yend size=100\r\n";
-    QTest::newRow("yEnc single part claiming 10 TB") << int(decoder::FormatYenc) << single << int(decoder::ErrorDamaged)
-                                                     << QStringLiteral("truncated") << qint64(100);
+    QTest::newRow("yEnc single part claiming 10 TB") << int(decoder::FormatYenc) << single << damaged << QStringLiteral("truncated")
+                                                     << qint64(100);
 }
 
 void TestDecoder::hostileSets()

@@ -87,18 +87,16 @@ private slots:
         QTest::addColumn<int>("exitCode");
         QTest::addColumn<int>("state");
         QTest::addColumn<int>("blocksNeeded");
+        using S = par2::Report::State;
         QTest::newRow("correct") << QByteArray("Verifying: 99.9%\rAll files are correct, repair is not required.\n") << 0
-                                 << int(par2::Report::State::AllCorrect) << 0;
+                                 << int(S::AllCorrect) << 0;
         QTest::newRow("needs blocks")
             << QByteArray("Repair is required.\nYou have 1499 out of 2000 data blocks available.\nYou have 0 recovery "
                           "blocks available.\nRepair is not possible.\nYou need 501 more recovery blocks to be able to repair.\n")
-            << 2 << int(par2::Report::State::NeedsBlocks) << 501;
-        QTest::newRow("possible") << QByteArray("Repair is required.\nRepair is possible.\n") << 1
-                                  << int(par2::Report::State::RepairPossible) << 0;
-        QTest::newRow("repaired") << QByteArray("Writing recovered data\nRepair complete.\n") << 0
-                                  << int(par2::Report::State::Repaired) << 0;
-        QTest::newRow("no index") << QByteArray("The recovery file does not exist: x.par2\n") << 2
-                                  << int(par2::Report::State::Failed) << 0;
+            << 2 << int(S::NeedsBlocks) << 501;
+        QTest::newRow("possible") << QByteArray("Repair is required.\nRepair is possible.\n") << 1 << int(S::RepairPossible) << 0;
+        QTest::newRow("repaired") << QByteArray("Writing recovered data\nRepair complete.\n") << 0 << int(S::Repaired) << 0;
+        QTest::newRow("no index") << QByteArray("The recovery file does not exist: x.par2\n") << 2 << int(S::Failed) << 0;
     }
     void readsReports()
     {
