@@ -73,15 +73,13 @@ private slots:
         const QStringList args{"--server", server(), "--download-all", Group, "--dest", dest.path()};
         const Run r = batch(args);
         QVERIFY2(r.status == 0, qPrintable(r.err));
-        QStringList expected;
-        for (const QString &name : m_files.keys())
-            expected << dest.path() + QLatin1Char('/') + name;
-        QStringList printed = r.out;
+        QStringList printed = r.out, expected;   // the map's names come sorted
         printed.sort();
-        expected.sort();
+        for (auto it = m_files.cbegin(); it != m_files.cend(); ++it) {
+            expected << dest.path() + QLatin1Char('/') + it.key();
+            QVERIFY2(posts::readFile(expected.last()) == it.value(), qPrintable(it.key()));
+        }
         QCOMPARE(printed, expected);
-        for (auto it = m_files.cbegin(); it != m_files.cend(); ++it)
-            QVERIFY2(posts::readFile(dest.path() + QLatin1Char('/') + it.key()) == it.value(), qPrintable(it.key()));
         QCOMPARE(QDir(dest.path()).entryList(QDir::Files | QDir::Hidden).size(), m_files.size());
         QVERIFY(r.err.contains(QLatin1String("Finished Downloading")));
         QVERIFY(r.err.contains(QLatin1String("Reading Message #")));
