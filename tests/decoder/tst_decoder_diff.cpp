@@ -37,18 +37,10 @@ QByteArray runFilter(GMimeFilter *f, const QByteArray &in)
     return out;
 }
 
-// GMime's filters read text as its streams hand it over, with LF line ends
-QByteArray gmimeYdecode(const QByteArray &part)
+// GMime's yEnc or uudecode filter; it reads text as its streams hand it over, with LF line ends
+QByteArray gmimeDecode(bool yenc, const QByteArray &text)
 {
-    GMimeFilter *f = g_mime_filter_yenc_new(FALSE);
-    const QByteArray out = runFilter(f, lf(part));
-    g_object_unref(f);
-    return out;
-}
-
-QByteArray gmimeUudecode(const QByteArray &text)
-{
-    GMimeFilter *f = g_mime_filter_basic_new(GMIME_CONTENT_ENCODING_UUENCODE, FALSE);
+    GMimeFilter *f = yenc ? g_mime_filter_yenc_new(FALSE) : g_mime_filter_basic_new(GMIME_CONTENT_ENCODING_UUENCODE, FALSE);
     const QByteArray out = runFilter(f, lf(text));
     g_object_unref(f);
     return out;
@@ -93,9 +85,12 @@ QByteArray overEscaped(const QByteArray &data, quint32 seed)
 
 const QList<qint64> kSizes = {0, 1, 2, 3, 127, 128, 129, 255, 256, 1000, 65537, 1 << 20, (5 << 20) + 3};
 
-QString nodeModules()
+// node, finding the packages installed under build/tools
+void useNodeModules(QProcess &p)
 {
-    return qEnvironmentVariable("ND_BINARY_DIR") + QStringLiteral("/tools/node_modules");
+    QProcessEnvironment env = QProcessEnvironment::systemEnvironment();
+    env.insert(QStringLiteral("NODE_PATH"), qEnvironmentVariable("ND_BINARY_DIR") + QStringLiteral("/tools/node_modules"));
+    p.setProcessEnvironment(env);
 }
 
 bool haveYencode()
@@ -103,9 +98,7 @@ bool haveYencode()
     if (QStandardPaths::findExecutable(QStringLiteral("node")).isEmpty())
         return false;
     QProcess p;
-    QProcessEnvironment env = QProcessEnvironment::systemEnvironment();
-    env.insert(QStringLiteral("NODE_PATH"), nodeModules());
-    p.setProcessEnvironment(env);
+    useNodeModules(p);
     p.start(QStringLiteral("node"), {QStringLiteral("-e"), QStringLiteral("require('yencode')")});
     return p.waitForFinished(30000) && p.exitStatus() == QProcess::NormalExit && p.exitCode() == 0;
 }
@@ -154,7 +147,7 @@ void TestDecoderDiff::agreesWithGMime()
             int err = -1;
             const QByteArray mine = ours(format, texts[v], &err);
             QCOMPARE(err, 0);
-            QVERIFY2(mine == (yenc ? gmimeYdecode(texts[v]) : gmimeUudecode(texts[v])),
+            QVERIFY2(mine == gmimeDecode(yenc, texts[v]),
                      qPrintable(QStringLiteral("size %1, variant %2").arg(size).arg(v)));
             QVERIFY(mine == data);
         }
@@ -188,9 +181,7 @@ void TestDecoderDiff::yencodeRoundTrip()
     const QString bin = dir.filePath(QStringLiteral("orig.bin")), set = dir.filePath(QStringLiteral("123456.tmp"));
     QVERIFY(writeFile(bin, data));
     QProcess node;
-    QProcessEnvironment env = QProcessEnvironment::systemEnvironment();
-    env.insert(QStringLiteral("NODE_PATH"), nodeModules());
-    node.setProcessEnvironment(env);
+    useNodeModules(node);
     node.start(QStringLiteral("node"), QStringList{qEnvironmentVariable("ND_SOURCE_DIR") + QStringLiteral("/tests/decoder/make_yenc_set.js"),
                                                    bin, set, QString::number(partSize)} + options);
     QVERIFY(node.waitForFinished(120000));

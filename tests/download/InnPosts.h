@@ -70,9 +70,8 @@ inline bool newGroup(const QString &group)
 // A yEnc post of one file by nyuu; articleSize like "16K". The NZB goes to nzbPath when given.
 inline bool nyuu(const QString &file, const QString &group, const QString &articleSize, const QString &nzbPath = QString())
 {
-    QStringList a{QStringLiteral("-h"), QStringLiteral("127.0.0.1"), QStringLiteral("-P"), QString::number(inn::portOpen()),
-                  QStringLiteral("-n"), QStringLiteral("1"), QStringLiteral("-a"), articleSize, QStringLiteral("-g"), group,
-                  QStringLiteral("-q"), QStringLiteral("--check-tries"), QStringLiteral("0")};
+    QStringList a = QStringLiteral("-h 127.0.0.1 -n 1 -q --check-tries 0").split(QLatin1Char(' '));
+    a << QStringLiteral("-P") << QString::number(inn::portOpen()) << QStringLiteral("-a") << articleSize << QStringLiteral("-g") << group;
     if (!nzbPath.isEmpty())
         a << QStringLiteral("-O") << QStringLiteral("-o") << nzbPath;
     a << QFileInfo(file).fileName();

@@ -83,18 +83,36 @@ QByteArray article(const QByteArray &cmd, const QByteArray &subject, const QByte
            "@x>\r\n\r\n" + dotStuffed(body) + ".\r\n";
 }
 
-// A group of one post whose article is body.
-std::function<QByteArray(ScriptedNntpServer &, const QByteArray &)> onePost(const QByteArray &subject, const QByteArray &body)
+using Respond = std::function<QByteArray(ScriptedNntpServer &, const QByteArray &)>;
+
+// GROUP answered with groupReply, OVER and ARTICLE by the given functions (none: the default).
+Respond groupWith(const QByteArray &groupReply, Respond over, Respond articles = {})
 {
-    return [subject, body](ScriptedNntpServer &, const QByteArray &cmd) -> QByteArray {
+    return [groupReply, over, articles](ScriptedNntpServer &srv, const QByteArray &cmd) -> QByteArray {
         if (cmd.startsWith("GROUP"))
-            return "211 1 1 1 alt.x\r\n";
+            return groupReply;
         if (cmd.startsWith("OVER") || cmd.startsWith("XOVER"))
-            return "224 overview\r\n" + overRow(1, subject) + ".\r\n";
-        if (cmd.startsWith("ARTICLE"))
-            return article(cmd, subject, body);
-        return {};
+            return over(srv, cmd);
+        return articles && cmd.startsWith("ARTICLE") ? articles(srv, cmd) : QByteArray();
     };
+}
+
+Respond overRows(const QByteArray &rows, const QByteArray &end = ".\r\n")
+{
+    return [rows, end](ScriptedNntpServer &, const QByteArray &) { return "224 overview\r\n" + rows + end; };
+}
+
+// A group of one post whose article is body.
+Respond onePost(const QByteArray &subject, const QByteArray &body)
+{
+    return groupWith("211 1 1 1 alt.x\r\n", overRows(overRow(1, subject)),
+                     [subject, body](ScriptedNntpServer &, const QByteArray &cmd) { return article(cmd, subject, body); });
+}
+
+void expectFailure(const Outcome &o, int status, const char *message)
+{
+    QCOMPARE(o.status, status);
+    QVERIFY2(o.err.contains(message), o.err.constData());
 }
 
 QList<Case> cases()
@@ -102,33 +120,21 @@ QList<Case> cases()
     const QByteArray good = randomBytes(3000, 7);
     QList<Case> c;
 
-    c.append({"articles at 2^63 - 1, newest 5", {"--newest", "5", "--list", "alt.x"}, {},
-              [](ScriptedNntpServer &, const QByteArray &cmd) -> QByteArray {
-                  if (cmd.startsWith("GROUP"))
-                      return "211 10 9223372036854775798 9223372036854775807 alt.x\r\n";
-                  return cmd.startsWith("OVER") ? overRange(cmd) : QByteArray();
-              },
-              [](const Outcome &o, ScriptedNntpServer &srv, QDir &) {
-                  QCOMPARE(o.status, 0);
-                  QVERIFY(srv.sawCommand("OVER 9223372036854775803-9223372036854775807"));
-                  QCOMPARE(o.out.count('\n'), 5);
-                  QVERIFY(o.out.contains("9223372036854775807\t"));
-              }});
-    c.append({"articles above 2^53, newest 5", {"--newest", "5", "--list", "alt.x"}, {},
-              [](ScriptedNntpServer &, const QByteArray &cmd) -> QByteArray {
-                  if (cmd.startsWith("GROUP"))
-                      return "211 100 9007199254740995 9007199254741093 alt.x\r\n";
-                  return cmd.startsWith("OVER") ? overRange(cmd) : QByteArray();
-              },
-              [](const Outcome &o, ScriptedNntpServer &srv, QDir &) {
-                  QCOMPARE(o.status, 0);
-                  QVERIFY(srv.sawCommand("OVER 9007199254741089-9007199254741093"));
-                  QCOMPARE(o.out.count('\n'), 5);
-              }});
+    for (const auto &[name, low, high] : {std::tuple<const char *, qint64, qint64>{"articles at 2^63 - 1, newest 5",
+                                                                                 9223372036854775798, 9223372036854775807},
+                                          {"articles above 2^53, newest 5", 9007199254740995, 9007199254741093}})
+        c.append({name, {"--newest", "5", "--list", "alt.x"}, {},
+                  groupWith("211 10 " + QByteArray::number(low) + ' ' + QByteArray::number(high) + " alt.x\r\n",
+                            [](ScriptedNntpServer &, const QByteArray &cmd) { return overRange(cmd); }),
+                  [high](const Outcome &o, ScriptedNntpServer &srv, QDir &) {
+                      QCOMPARE(o.status, 0);
+                      QVERIFY(srv.sawCommand("OVER " + QByteArray::number(high - 4) + '-' + QByteArray::number(high)));
+                      QCOMPARE(o.out.count('\n'), 5);
+                      QVERIFY(o.out.contains(QByteArray::number(high) + '\t'));
+                  }});
     c.append({"terminal escapes in the greeting", {"--groups"}, "502 \x1b]0;TITLE\x07\x1b[2Jgo away\r\n", {},
               [](const Outcome &o, ScriptedNntpServer &, QDir &) {
-                  QCOMPARE(o.status, 3);
-                  QVERIFY2(o.err.contains("\\x1B]0;TITLE\\x07\\x1B[2Jgo away"), o.err.constData());
+                  expectFailure(o, 3, "\\x1B]0;TITLE\\x07\\x1B[2Jgo away");
                   QVERIFY(!o.err.contains('\x1b') && !o.err.contains('\x07'));
               }});
     c.append({"terminal escapes in group names", {"--groups"}, {},
@@ -143,13 +149,7 @@ QList<Case> cases()
                   QVERIFY(!o.out.contains('\x1b'));
               }});
     c.append({"NUL in a subject", {"--list", "alt.x"}, {},
-              [](ScriptedNntpServer &, const QByteArray &cmd) -> QByteArray {
-                  if (cmd.startsWith("GROUP"))
-                      return "211 1 1 1 alt.x\r\n";
-                  if (cmd.startsWith("OVER"))
-                      return "224 overview\r\n" + overRow(1, QByteArray("cut\0here", 8)) + ".\r\n";
-                  return {};
-              },
+              groupWith("211 1 1 1 alt.x\r\n", overRows(overRow(1, QByteArray("cut\0here", 8)))),
               [](const Outcome &o, ScriptedNntpServer &, QDir &) {
                   QCOMPARE(o.status, 0);
                   const QList<QByteArray> cells = o.out.left(o.out.indexOf('\n')).split('\t');
@@ -165,17 +165,6 @@ QList<Case> cases()
                   QCOMPARE(d.entryList(QDir::Files | QDir::Hidden), QStringList({"report.damaged"}));
               },
               [](QDir &d) { QVERIFY(writeFile(d.filePath("report.damaged"), "the user's own file")); }});
-    c.append({"yEnc part claiming offsets near 10 TB", {"--download-all", "alt.x"}, {},
-              onePost("huge", "=ybegin part=1 total=1 line=128 size=10000000000000 name=huge.bin\r\n"
-                              "=ypart begin=9999999999901 end=10000000000000\r\n" + yencLines(randomBytes(100, 3)) +
-                              "=yend size=100 part=1\r\n"),
-              [](const Outcome &o, ScriptedNntpServer &, QDir &d) {
-                  QVERIFY(o.status != 0);
-                  QVERIFY(!d.exists("huge.bin"));
-                  QVERIFY(d.exists("huge.bin.damaged"));
-                  for (const QFileInfo &f : d.entryInfoList(QDir::Files | QDir::Hidden))
-                      QVERIFY2(f.size() <= 4096, qPrintable(f.fileName() + " " + QString::number(f.size())));
-              }});
     const QByteArray euros = QString(60, QChar(0x20AC)).toUtf8() + ".bin";
     c.append({"a name of 60 characters in 180 bytes", {"--download-all", "alt.x"}, {},
               onePost("euros", yencSingle(good, euros)),
@@ -183,16 +172,14 @@ QList<Case> cases()
                   QCOMPARE(o.status, 0);
                   QCOMPARE(readFile(d.filePath(QString::fromUtf8(euros))), good);
               }});
-    c.append({"password from standard input", {"--user", "me", "--password", "-", "--groups"}, {}, {},
-              [](const Outcome &o, ScriptedNntpServer &srv, QDir &) {
-                  QVERIFY(srv.sawCommand("AUTHINFO PASS s3cret pass"));
-                  QVERIFY2(!o.err.contains("warning"), o.err.constData());
-              }, {}, "s3cret pass\n"});
-    c.append({"password from NEWSDREDGE_PASSWORD", {"--user", "me", "--groups"}, {}, {},
-              [](const Outcome &o, ScriptedNntpServer &srv, QDir &) {
-                  QVERIFY(srv.sawCommand("AUTHINFO PASS from env"));
-                  QVERIFY2(!o.err.contains("warning"), o.err.constData());
-              }, {}, {}, "from env"});
+    for (const bool fromStdin : {true, false})
+        c.append({fromStdin ? "password from standard input" : "password from NEWSDREDGE_PASSWORD",
+                  fromStdin ? QStringList{"--user", "me", "--password", "-", "--groups"} : QStringList{"--user", "me", "--groups"},
+                  {}, {},
+                  [fromStdin](const Outcome &o, ScriptedNntpServer &srv, QDir &) {
+                      QVERIFY(srv.sawCommand(fromStdin ? "AUTHINFO PASS s3cret pass" : "AUTHINFO PASS from env"));
+                      QVERIFY2(!o.err.contains("warning"), o.err.constData());
+                  }, {}, fromStdin ? "s3cret pass\n" : "", fromStdin ? "" : "from env"});
     c.append({"password on the command line", {"--user", "me", "--password", "visible", "--groups"}, {}, {},
               [](const Outcome &o, ScriptedNntpServer &srv, QDir &) {
                   QVERIFY(srv.sawCommand("AUTHINFO PASS visible"));
@@ -204,34 +191,22 @@ QList<Case> cases()
                   QCOMPARE(o.err.count("Password sent without encryption"), 1);
               }});
     c.append({"listing ended by SIGTERM", {"--list", "alt.x"}, {},
-              [](ScriptedNntpServer &, const QByteArray &cmd) -> QByteArray {
-                  if (cmd.startsWith("GROUP"))
-                      return "211 9 1 9 alt.x\r\n";
-                  if (cmd.startsWith("OVER"))
-                      return "224 overview\r\n" + overRow(1, "a") + overRow(2, "b");   // and then nothing
-                  return {};
-              },
-              [](const Outcome &o, ScriptedNntpServer &, QDir &) {
-                  QCOMPARE(o.status, 128 + 15);
-                  QVERIFY2(o.err.contains("ended by signal 15"), o.err.constData());
-              }, {}, {}, {}, "OVER"});
+              groupWith("211 9 1 9 alt.x\r\n", overRows(overRow(1, "a") + overRow(2, "b"), "")),   // and then nothing
+              [](const Outcome &o, ScriptedNntpServer &, QDir &) { expectFailure(o, 128 + 15, "ended by signal 15"); },
+              {}, {}, {}, "OVER"});
     // SIGTERM while a set is fetched (part 3 never ends): the temporary file goes with the run
+    QByteArray slow;
+    for (int n = 1; n <= 5; ++n)
+        slow += overRow(n, "slow set yEnc (" + QByteArray::number(n) + "/5)");
+    const Respond slowRows = overRows(slow);
     c.append({"download ended by SIGTERM", {"--download-all", "alt.x"}, {},
-              [](ScriptedNntpServer &, const QByteArray &cmd) -> QByteArray {
-                  if (cmd.startsWith("GROUP"))
-                      return "211 5 1 5 alt.x\r\n";
-                  if (cmd.startsWith("OVER")) {
-                      QByteArray r = "224 overview\r\n";
-                      for (int n = 1; n <= 5; ++n)
-                          r += overRow(n, "slow set yEnc (" + QByteArray::number(n) + "/5)");
-                      return r + ".\r\n";
-                  }
-                  const QByteArray n = cmd.split(' ').value(1);
-                  const QByteArray part = "=ybegin part=" + n + " total=5 line=128 size=10 name=slow.bin\r\n=ypart begin=1 end=2\r\nkk\r\n";
-                  if (!cmd.startsWith("ARTICLE"))
-                      return {};
-                  return n.toInt() < 3 ? article(cmd, "slow set", part + "=yend size=2\r\n") : "220 " + n + " <a" + n + "@x>\r\n\r\n" + part;
-              },
+              groupWith("211 5 1 5 alt.x\r\n", slowRows,
+                        [](ScriptedNntpServer &, const QByteArray &cmd) -> QByteArray {
+                            const QByteArray n = cmd.split(' ').value(1);
+                            const QByteArray part = "=ybegin part=" + n + " total=5 line=128 size=10 name=slow.bin\r\n=ypart begin=1 end=2\r\nkk\r\n";
+                            return n.toInt() < 3 ? article(cmd, "slow set", part + "=yend size=2\r\n")
+                                                 : "220 " + n + " <a" + n + "@x>\r\n\r\n" + part;
+                        }),
               [](const Outcome &o, ScriptedNntpServer &, QDir &d) {
                   QVERIFY(o.status > 0);
                   QVERIFY2(o.err.contains("stopped"), o.err.constData());
@@ -251,43 +226,29 @@ QList<Case> cases()
                   return {};
               },
               [](const Outcome &o, ScriptedNntpServer &, QDir &) {
-                  QCOMPARE(o.status, 4);
-                  QVERIFY2(o.err.contains("too long: more than 1000000 groups"), o.err.constData());
+                  expectFailure(o, 4, "too long: more than 1000000 groups");
                   QVERIFY(o.out.isEmpty());
               }});
     c.append({"endless OVER, newest 50", {"--newest", "50", "--list", "alt.x"}, {},
-              [](ScriptedNntpServer &srv, const QByteArray &cmd) -> QByteArray {
-                  if (cmd.startsWith("GROUP"))
-                      return "211 1000 1 1000 alt.x\r\n";
-                  if (cmd.startsWith("OVER")) {
-                      auto n = std::make_shared<qint64>(951);
-                      streamForever(srv.sockets.last(), "224 overview\r\n", [n] {
-                          QByteArray out;
-                          for (int i = 0; i < 2000; ++i, ++*n)
-                              out += overRow(*n, "row");
-                          return out;
-                      });
-                  }
-                  return {};
-              },
-              [](const Outcome &o, ScriptedNntpServer &, QDir &) {
-                  QCOMPARE(o.status, 4);
-                  QVERIFY2(o.err.contains("too long"), o.err.constData());
-              }});
+              groupWith("211 1000 1 1000 alt.x\r\n", [](ScriptedNntpServer &srv, const QByteArray &) {
+                  auto n = std::make_shared<qint64>(951);
+                  streamForever(srv.sockets.last(), "224 overview\r\n", [n] {
+                      QByteArray out;
+                      for (int i = 0; i < 2000; ++i, ++*n)
+                          out += overRow(*n, "row");
+                      return out;
+                  });
+                  return QByteArray();
+              }),
+              [](const Outcome &o, ScriptedNntpServer &, QDir &) { expectFailure(o, 4, "too long"); }});
     c.append({"endless ARTICLE", {"--download-all", "alt.x"}, {},
-              [](ScriptedNntpServer &srv, const QByteArray &cmd) -> QByteArray {
-                  if (cmd.startsWith("GROUP"))
-                      return "211 1 1 1 alt.x\r\n";
-                  if (cmd.startsWith("OVER"))
-                      return "224 overview\r\n" + overRow(1, "endless") + ".\r\n";
-                  if (cmd.startsWith("ARTICLE"))
-                      streamForever(srv.sockets.last(), "220 1 <a1@x>\r\nSubject: endless\r\n\r\n=ybegin line=128 size=999999999 name=e.bin\r\n",
-                                    [] { return QByteArray(127, 'k') + "\r\n"; });
-                  return {};
-              },
+              groupWith("211 1 1 1 alt.x\r\n", overRows(overRow(1, "endless")), [](ScriptedNntpServer &srv, const QByteArray &) {
+                  streamForever(srv.sockets.last(), "220 1 <a1@x>\r\nSubject: endless\r\n\r\n=ybegin line=128 size=999999999 name=e.bin\r\n",
+                                [] { return QByteArray(127, 'k') + "\r\n"; });
+                  return QByteArray();
+              }),
               [](const Outcome &o, ScriptedNntpServer &, QDir &d) {
-                  QCOMPARE(o.status, 5);
-                  QVERIFY2(o.err.contains("too long: article 1"), o.err.constData());
+                  expectFailure(o, 5, "too long: article 1");
                   QCOMPARE(d.entryList(QDir::Files | QDir::Hidden), QStringList());
               }});
     return c;

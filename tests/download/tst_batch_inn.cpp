@@ -70,24 +70,23 @@ private slots:
     void downloadAllThenDuplicates()
     {
         QTemporaryDir dest;
-        const Run r = batch({"--server", server(), "--download-all", Group, "--dest", dest.path()});
+        const QStringList args{"--server", server(), "--download-all", Group, "--dest", dest.path()};
+        const Run r = batch(args);
         QVERIFY2(r.status == 0, qPrintable(r.err));
-        QStringList expected;
-        for (const QString &name : m_files.keys())
-            expected << dest.path() + QLatin1Char('/') + name;
-        QStringList printed = r.out;
+        QStringList printed = r.out, expected;   // the map's names come sorted
         printed.sort();
-        expected.sort();
+        for (auto it = m_files.cbegin(); it != m_files.cend(); ++it) {
+            expected << dest.path() + QLatin1Char('/') + it.key();
+            QVERIFY2(posts::readFile(expected.last()) == it.value(), qPrintable(it.key()));
+        }
         QCOMPARE(printed, expected);
-        for (auto it = m_files.cbegin(); it != m_files.cend(); ++it)
-            QVERIFY2(posts::readFile(dest.path() + QLatin1Char('/') + it.key()) == it.value(), qPrintable(it.key()));
         QCOMPARE(QDir(dest.path()).entryList(QDir::Files | QDir::Hidden).size(), m_files.size());
         QVERIFY(r.err.contains(QLatin1String("Finished Downloading")));
         QVERIFY(r.err.contains(QLatin1String("Reading Message #")));
 
         // the second run finds every file there: nothing printed, nothing overwritten, still success
         const QDateTime before = QFileInfo(dest.path() + "/set.bin").lastModified();
-        const Run again = batch({"--server", server(), "--download-all", Group, "--dest", dest.path()});
+        const Run again = batch(args);
         QVERIFY2(again.status == 0, qPrintable(again.err));
         QCOMPARE(again.out, QStringList());
         QVERIFY(again.err.contains(QLatin1String("Duplicate File")));
@@ -131,14 +130,13 @@ private slots:
 
     void failuresGiveAReasonAndAStatus()
     {
-        // nothing listens there
-        const Run c = batch({"--server", "127.0.0.1:1", "--list", Group});
-        QVERIFY(c.status != 0);
-        QVERIFY2(c.err.contains(QLatin1String("could not connect")), qPrintable(c.err));
-        // no such group
-        const Run g = batch({"--server", server(), "--list", "no.such.group.here"});
-        QVERIFY(g.status != 0);
-        QVERIFY2(g.err.contains(QLatin1String("could not be listed")), qPrintable(g.err));
+        // nothing listens there; no such group
+        for (const auto &[address, group, reason] : {std::tuple<QString, QString, const char *>{
+                 "127.0.0.1:1", Group, "could not connect"}, {server(), "no.such.group.here", "could not be listed"}}) {
+            const Run r = batch({"--server", address, "--list", group});
+            QVERIFY(r.status != 0);
+            QVERIFY2(r.err.contains(QLatin1String(reason)), qPrintable(r.err));
+        }
         // a wrong command line
         QCOMPARE(batch({"--server", server()}).status, 2);
         QCOMPARE(batch({"--download-all", Group}).status, 2);

@@ -69,27 +69,24 @@ class TestDownloadFaults : public QObject {
     };
 
 private slots:
-    void allRowsOfASetDownloadItOnce()
+    // all rows of a set selected, or Download All: the set's other rows are taken with it, and
+    // not searched and fetched again
+    void aSetIsDownloadedOnce()
     {
-        Fixture x;
-        QItemSelectionModel *sel = x.w.MSHResults->selectionModel();
-        for (int r = 1; r <= 3; ++r)
-            sel->select(x.w.grid->index(r - 1, 0), QItemSelectionModel::Select | QItemSelectionModel::Rows);
-        x.w.action(QStringLiteral("menuDownload"))->trigger();
-        QCOMPARE(x.files(), QStringList{QStringLiteral("set.bin")});
-        QCOMPARE(testfile::readFile(x.dest.path() + QStringLiteral("/set.bin")), QByteArray("abcdef"));
-        QVERIFY(x.srv.sawCommand("GROUP alt.test"));   // the listing's group is selected first
-        QCOMPARE(x.w.S.TempFileName, QString());
-        QCOMPARE(x.fetches(), 3);
-        QCOMPARE(x.w.status(1), QStringLiteral("Previously Downloaded"));   // the other rows were taken
-    }
-
-    void downloadAllPassesOverTakenRows()
-    {
-        Fixture x;
-        x.w.action(QStringLiteral("menuDownloadAll"))->trigger();
-        QCOMPARE(x.files(), QStringList{QStringLiteral("set.bin")});
-        QCOMPARE(x.fetches(), 3);   // the set's other rows are not searched and fetched again
+        for (const bool all : {false, true}) {
+            Fixture x;
+            for (int r = 1; r <= 3 && !all; ++r)
+                x.w.MSHResults->selectionModel()->select(x.w.grid->index(r - 1, 0),
+                                                        QItemSelectionModel::Select | QItemSelectionModel::Rows);
+            x.w.action(all ? QStringLiteral("menuDownloadAll") : QStringLiteral("menuDownload"))->trigger();
+            QCOMPARE(x.files(), QStringList{QStringLiteral("set.bin")});
+            QCOMPARE(testfile::readFile(x.dest.path() + QStringLiteral("/set.bin")), QByteArray("abcdef"));
+            QVERIFY(x.srv.sawCommand("GROUP alt.test"));   // the listing's group is selected first
+            QCOMPARE(x.w.S.TempFileName, QString());
+            QCOMPARE(x.fetches(), 3);
+            if (!all)   // the other selected rows were taken
+                QCOMPARE(x.w.status(1), QStringLiteral("Previously Downloaded"));
+        }
     }
 
     void oneRunAtATime()
@@ -145,11 +142,10 @@ private slots:
         QCOMPARE(x.files(), QStringList());     // showing a message writes no file
 
         const ArticleFetch gone = d->NNTP_DownloadMessage(8);
+        const QString goneText = QStringLiteral("Message no longer available on server.");
         QVERIFY(gone.gone && !gone.ok());
         QCOMPARE(gone.error, -1);
-        QCOMPARE(gone.text, QStringLiteral("Message no longer available on server."));
-        QCOMPARE(x.w.S.MessageText, QStringLiteral("Message no longer available on server."));
-        QCOMPARE(x.w.status(1), QStringLiteral("Message no longer available on server."));
+        QCOMPARE(QStringList({gone.text, x.w.S.MessageText, x.w.status(1)}), QStringList({goneText, goneText, goneText}));
         QCOMPARE(x.w.S.TransportError, -1);
     }
 };

@@ -94,6 +94,13 @@ class TestDownloadInn : public QObject {
             sel->select(x.w.grid->index(r - 1, 0), QItemSelectionModel::Select | QItemSelectionModel::Rows);
     }
 
+    // Download (menu) of the row whose subject holds subjectPart.
+    static void downloadRow(Win &x, const QString &subjectPart)
+    {
+        select(x, {rowOf(x, subjectPart)});
+        x.w.action(QStringLiteral("menuDownload"))->trigger();
+    }
+
     void compareAll(Win &x, const QList<Original> &expected)
     {
         for (const Original &o : expected) {
@@ -123,22 +130,23 @@ void TestDownloadInn::initTestCase()
     QVERIFY(posts::newGroup(GroupA));
     QVERIFY(posts::newGroup(GroupB));
     const QString d = m_src.path() + QLatin1Char('/');
+    // a file to post to group A, kept to compare with what comes back
+    auto original = [&](const QString &name, const QByteArray &bytes) {
+        m_files.append({name, bytes});
+        return posts::writeFile(d + name, bytes);
+    };
 
     // a yEnc post of 44 parts, part numbers without leading zeros
-    m_files.append({QStringLiteral("big.bin"), posts::randomBytes(44 * 16384 - 100, 1)});
-    QVERIFY(posts::writeFile(d + "big.bin", m_files.last().bytes));
+    QVERIFY(original("big.bin", posts::randomBytes(44 * 16384 - 100, 1)));
     QVERIFY(posts::nyuu(d + "big.bin", GroupA, QStringLiteral("16K")));
     // a uuencoded file in 12 articles posted with inews
-    m_files.append({QStringLiteral("uu.bin"), posts::randomBytes(30000, 2)});
-    QVERIFY(posts::writeFile(d + "uu.bin", m_files.last().bytes));
+    QVERIFY(original("uu.bin", posts::randomBytes(30000, 2)));
     QVERIFY(posts::uuencodeSplit(d + "uu.bin", GroupA, QStringLiteral("Holiday pictures uu.bin"), 12));
     // a MIME base64 attachment by mpack
-    m_files.append({QStringLiteral("photo.jpg"), posts::randomBytes(20000, 3)});
-    QVERIFY(posts::writeFile(d + "photo.jpg", m_files.last().bytes));
+    QVERIFY(original("photo.jpg", posts::randomBytes(20000, 3)));
     QVERIFY(posts::mpack(d + "photo.jpg", GroupA, QStringLiteral("Photo for you")));
     // a single-part picture
-    m_files.append({QStringLiteral("pic.png"), posts::picture()});
-    QVERIFY(posts::writeFile(d + "pic.png", m_files.last().bytes));
+    QVERIFY(original("pic.png", posts::picture()));
     QVERIFY(posts::nyuu(d + "pic.png", GroupA, QStringLiteral("700K")));
     // a text message without attachment
     QVERIFY(posts::inews("From: Talker <t@example.org>\nNewsgroups: " + GroupA.toUtf8()
@@ -177,15 +185,12 @@ void TestDownloadInn::selectedRowsThenDuplicates()
     const QDateTime before = QFileInfo(x.dest.path() + "/uu.bin").lastModified();
     QTest::qWait(1100);
     QVERIFY(listByProgram(x, GroupA));
-    select(x, {rowOf(x, QStringLiteral("uu.bin (03/12)"))});
-    rightClick(x);
-    QCOMPARE(x.w.status(2), QStringLiteral("Duplicate File"));
-    QCOMPARE(QFileInfo(x.dest.path() + "/uu.bin").lastModified(), before);
-    for (const QString &s : {QStringLiteral("Photo for you"), QStringLiteral("\"pic.png\"")}) {
+    for (const QString &s : {QStringLiteral("uu.bin (03/12)"), QStringLiteral("Photo for you"), QStringLiteral("\"pic.png\"")}) {
         select(x, {rowOf(x, s)});
         rightClick(x);
         QCOMPARE(x.w.status(2), QStringLiteral("Duplicate File"));
     }
+    QCOMPARE(QFileInfo(x.dest.path() + "/uu.bin").lastModified(), before);
     QCOMPARE(x.destFiles(), (QStringList{"photo.jpg", "pic.png", "uu.bin"}));
     compareAll(x, {m_files[1], m_files[2], m_files[3]});
 }
@@ -208,8 +213,7 @@ void TestDownloadInn::articleNumbersOfTheCurrentGroup()
     Win x;
     QVERIFY(listByProgram(x, GroupA));
     QVERIFY(x.w.session->runTransaction([](NewsTransport *t) { t->SelectGroup(GroupB); }));
-    select(x, {rowOf(x, QStringLiteral("\"pic.png\""))});
-    x.w.action(QStringLiteral("menuDownload"))->trigger();
+    downloadRow(x, QStringLiteral("\"pic.png\""));
     compareAll(x, {m_files[3]});
 }
 
@@ -269,14 +273,12 @@ void TestDownloadInn::hostileNameAndBadChecksum()
     QVERIFY(listByProgram(x, group));
 
     // the name is kept inside the download directory
-    select(x, {rowOf(x, QStringLiteral("evil one"))});
-    x.w.action(QStringLiteral("menuDownload"))->trigger();
+    downloadRow(x, QStringLiteral("evil one"));
     QCOMPARE(x.destFiles(), QStringList{QStringLiteral(".._.._.._tmp_evil.sh")});
     QCOMPARE(posts::readFile(x.dest.path() + QStringLiteral("/.._.._.._tmp_evil.sh")), evil);
 
     // a checksum that does not match: "Error Decoding", the real name stays free
-    select(x, {rowOf(x, QStringLiteral("bad sum"))});
-    x.w.action(QStringLiteral("menuDownload"))->trigger();
+    downloadRow(x, QStringLiteral("bad sum"));
     QCOMPARE(x.w.status(1), QStringLiteral("Error Decoding"));
     QCOMPARE(x.w.S.TransportError, 255);
     QVERIFY(!QFileInfo::exists(x.dest.path() + QStringLiteral("/bad.bin")));

@@ -112,9 +112,8 @@ void TestDownloadRules::partSearch_data()
     // "(1/12)" must not be taken for "(11/12)" and the like
     QStringList reversed = set(QStringLiteral("a pics ("), 12, plain);
     std::reverse(reversed.begin(), reversed.end());
-    QList<int> down;
-    for (int k = 12; k >= 1; --k)
-        down << k;
+    QList<int> down = range(1, 12);
+    std::reverse(down.begin(), down.end());
     QTest::newRow("1 is not 11") << reversed << "a pics (11/12)" << complete << down << 0;
     // padded to the width of the subject's number, wider than the total; and the reverse
     QTest::newRow("wider than the total") << set(QStringLiteral("Holiday pics ("), 6, pad2) << "Holiday pics (02/6)" << complete
@@ -226,9 +225,8 @@ void TestDownloadRules::hostileNames()
     QCOMPARE(QFileInfo(QStringLiteral("/dl/") + saved).absolutePath(), QStringLiteral("/dl"));
 
     // the final cleaning of the saved name
-    QCOMPARE(savedFileName(QStringLiteral("x.jpg;1")), QStringLiteral("x.jpg"));
-    QCOMPARE(savedFileName(QStringLiteral("dir\\sub/name:x.jpg")), QStringLiteral("x.jpg"));
-    QCOMPARE(savedFileName(QStringLiteral("a/..")), QStringLiteral("_.."));
+    for (const auto &[raw, clean] : {std::pair<const char *, const char *>{"x.jpg;1", "x.jpg"}, {"dir\\sub/name:x.jpg", "x.jpg"}, {"a/..", "_.."}})
+        QCOMPARE(savedFileName(QString::fromLatin1(raw)), QString::fromLatin1(clean));
     QCOMPARE(plainFileName(QStringLiteral("a\nb\tc")), QStringLiteral("abc"));
     QVERIFY(plainFileName(QString()).isEmpty());
 }

@@ -99,15 +99,12 @@ private slots:
         QTest::newRow("no files") << QByteArray("<nzb><head/></nzb>") << "lists no files";
         QTest::newRow("file without segments") << QByteArray("<nzb><file subject=\"lonely\"><segments/></file></nzb>")
                                                << "\"lonely\" has no segments";
-        QTest::newRow("segment number zero")
-            << QByteArray("<nzb><file><segments><segment number=\"0\">a@b</segment></segments></file></nzb>")
-            << "no valid number";
-        QTest::newRow("Message-ID with a blank")
-            << QByteArray("<nzb><file><segments><segment number=\"1\">a b@c</segment></segments></file></nzb>")
-            << "no usable Message-ID";
-        QTest::newRow("Message-ID with a line end")
-            << QByteArray("<nzb><file><segments><segment number=\"1\">a@b&#13;&#10;QUIT</segment></segments></file></nzb>")
-            << "no usable Message-ID";
+        auto segment = [](const QByteArray &number, const QByteArray &id) {
+            return "<nzb><file><segments><segment number=\"" + number + "\">" + id + "</segment></segments></file></nzb>";
+        };
+        QTest::newRow("segment number zero") << segment("0", "a@b") << "no valid number";
+        QTest::newRow("Message-ID with a blank") << segment("1", "a b@c") << "no usable Message-ID";
+        QTest::newRow("Message-ID with a line end") << segment("1", "a@b&#13;&#10;QUIT") << "no usable Message-ID";
         QTest::newRow("unknown entity") << QByteArray("<nzb><file subject=\"&bomb;\"/></nzb>") << "damaged";
     }
     void refusesDamagedFiles()

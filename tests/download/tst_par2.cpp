@@ -43,14 +43,14 @@ class TestPar2 : public QObject {
 private slots:
     void volumeNames()
     {
-        const par2::Volume v = par2::parseVolumeName(QStringLiteral("my set.vol016+032.par2"));
-        QCOMPARE(v.firstBlock, 16);
-        QCOMPARE(v.blocks, 32);
-        QCOMPARE(par2::parseVolumeName(QStringLiteral("A.VOL7+9.PAR2")).blocks, 9);
-        QCOMPARE(par2::parseVolumeName(QStringLiteral("my set.par2")).blocks, 0);
-        QCOMPARE(par2::setName(QStringLiteral("my set.vol016+032.par2")), QStringLiteral("my set"));
-        QCOMPARE(par2::setName(QStringLiteral("my set.par2")), QStringLiteral("my set"));
-        QVERIFY(par2::setName(QStringLiteral("my set.rar")).isEmpty());
+        // name, first block, blocks, set name
+        for (const auto &[name, first, blocks, set] : {std::tuple<const char *, int, int, const char *>{
+                 "my set.vol016+032.par2", 16, 32, "my set"}, {"A.VOL7+9.PAR2", 7, 9, "A"}, {"my set.par2", 0, 0, "my set"},
+                 {"my set.rar", 0, 0, ""}}) {
+            const par2::Volume v = par2::parseVolumeName(QString::fromLatin1(name));
+            QCOMPARE(QList<int>({int(v.firstBlock), int(v.blocks)}), QList<int>({first, blocks}));
+            QCOMPARE(par2::setName(QString::fromLatin1(name)), QString::fromLatin1(set));
+        }
     }
 
     void chooseVolumes_data()
@@ -87,18 +87,16 @@ private slots:
         QTest::addColumn<int>("exitCode");
         QTest::addColumn<int>("state");
         QTest::addColumn<int>("blocksNeeded");
+        using S = par2::Report::State;
         QTest::newRow("correct") << QByteArray("Verifying: 99.9%\rAll files are correct, repair is not required.\n") << 0
-                                 << int(par2::Report::State::AllCorrect) << 0;
+                                 << int(S::AllCorrect) << 0;
         QTest::newRow("needs blocks")
             << QByteArray("Repair is required.\nYou have 1499 out of 2000 data blocks available.\nYou have 0 recovery "
                           "blocks available.\nRepair is not possible.\nYou need 501 more recovery blocks to be able to repair.\n")
-            << 2 << int(par2::Report::State::NeedsBlocks) << 501;
-        QTest::newRow("possible") << QByteArray("Repair is required.\nRepair is possible.\n") << 1
-                                  << int(par2::Report::State::RepairPossible) << 0;
-        QTest::newRow("repaired") << QByteArray("Writing recovered data\nRepair complete.\n") << 0
-                                  << int(par2::Report::State::Repaired) << 0;
-        QTest::newRow("no index") << QByteArray("The recovery file does not exist: x.par2\n") << 2
-                                  << int(par2::Report::State::Failed) << 0;
+            << 2 << int(S::NeedsBlocks) << 501;
+        QTest::newRow("possible") << QByteArray("Repair is required.\nRepair is possible.\n") << 1 << int(S::RepairPossible) << 0;
+        QTest::newRow("repaired") << QByteArray("Writing recovered data\nRepair complete.\n") << 0 << int(S::Repaired) << 0;
+        QTest::newRow("no index") << QByteArray("The recovery file does not exist: x.par2\n") << 2 << int(S::Failed) << 0;
     }
     void readsReports()
     {
@@ -121,8 +119,8 @@ private slots:
         const QByteArray original = randomBytes(600000, 7);
         const QString file = dir.filePath(QStringLiteral("set.bin"));
         QVERIFY(createSet(dir, QStringLiteral("set.bin"), original, {"-r10", "-n3"}));
-
-        QCOMPARE(run(par2::Runner::Mode::Verify, dir.filePath("set.par2")).state, par2::Report::State::AllCorrect);
+        const QString index = dir.filePath("set.par2");
+        QCOMPARE(run(par2::Runner::Mode::Verify, index).state, par2::Report::State::AllCorrect);
 
         // the volumes are not here yet, as when only the index was fetched
         QDir d(dir.path());
@@ -140,7 +138,7 @@ private slots:
         const QString damagedPath = file + QStringLiteral(".damaged");
         QVERIFY(writeFile(damagedPath, damaged));
 
-        const par2::Report need = run(par2::Runner::Mode::Verify, dir.filePath("set.par2"), {damagedPath});
+        const par2::Report need = run(par2::Runner::Mode::Verify, index, {damagedPath});
         QCOMPARE(need.state, par2::Report::State::NeedsBlocks);
         QVERIFY(need.blocksNeeded > 0);
         const QList<par2::Volume> fetch = par2::chooseVolumes(volumes, need.blocksNeeded);
@@ -152,10 +150,8 @@ private slots:
         }
         QVERIFY(fetched >= need.blocksNeeded);
 
-        QCOMPARE(run(par2::Runner::Mode::Verify, dir.filePath("set.par2"), {damagedPath}).state,
-                 par2::Report::State::RepairPossible);
-        QCOMPARE(run(par2::Runner::Mode::Repair, dir.filePath("set.par2"), {damagedPath}).state,
-                 par2::Report::State::Repaired);
+        QCOMPARE(run(par2::Runner::Mode::Verify, index, {damagedPath}).state, par2::Report::State::RepairPossible);
+        QCOMPARE(run(par2::Runner::Mode::Repair, index, {damagedPath}).state, par2::Report::State::Repaired);
         QCOMPARE(readFile(file), original);
         QCOMPARE(readFile(damagedPath), damaged);   // what the user had is still there
     }
