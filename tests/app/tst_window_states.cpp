@@ -51,6 +51,12 @@ struct Server {
     ScriptedNntpServer srv;
     std::function<void(int)> onArticle;   // called while an ARTICLE is being answered
     QByteArray user;                      // credentials the server asks for ("" = none)
+    void attach(frmMain &w) const
+    {
+        w.opt.NNTPServer = srv.address();
+        w.opt.Timeout = 10;
+        w.opt.NewMsgs = 0;
+    }
     Server()
     {
         srv.respond = [this, base = srv.respond](const QByteArray &cmd) -> QByteArray {
@@ -125,40 +131,22 @@ private slots:
         };
         // A listing leaves the favourites' and the server-address commands on (they refuse to
         // start while a download runs) and Refresh Group List off.
-        const Row table[] = {
-            {Cmd::Setup, true, false, true},
-            {Cmd::Groups, false, false, true},
-            {Cmd::Stop, false, true, false},
-            {Cmd::Connect, true, false, true},
-            {Cmd::Download, false, false, true},
-            {Cmd::DownloadAll, false, false, true},
-            {Cmd::View, false, false, true},
-            {Cmd::PostCurrent, false, false, true},
-            {Cmd::Exit, true, true, true},
-            {Cmd::Find, true, true, true},
-            {Cmd::FindNext, true, true, true},
-            {Cmd::DownloadFavorites, true, true, true},
-            {Cmd::PostGroups, false, true, true},
-            {Cmd::PostFavorites, true, true, true},
-            {Cmd::EmailCurrent, false, false, true},
-            {Cmd::EmailGroups, false, true, true},
-            {Cmd::EmailFavorites, true, true, true},
-            {Cmd::EmailServers, true, true, true},
-            {Cmd::WebCurrent, false, false, true},
-            {Cmd::WebGroups, false, true, true},
-            {Cmd::WebFavorites, true, true, true},
-            {Cmd::WebMessages, false, false, true},
-            {Cmd::ServersCurrent, false, false, true},
-            {Cmd::ServersGroups, false, true, true},
-            {Cmd::ServersServers, true, true, true},
-            {Cmd::ServersFavorites, true, true, true},
-            {Cmd::FindGroupOnServers, true, false, false},
-            {Cmd::GenerateGroupList, true, false, false},
-            {Cmd::CheckServers, true, false, false},
-            {Cmd::LoadFavorites, true, true, true},
-            {Cmd::RefreshMessages, false, false, true},
-            {Cmd::RefreshGroups, false, false, false},
+        // commands grouped by their states: at start-up, downloading, listed
+        const struct { bool atStart, downloading, listed; QList<Cmd> cmds; } groups[] = {
+            {true, false, true, {Cmd::Setup, Cmd::Connect}},
+            {false, false, true, {Cmd::Groups, Cmd::Download, Cmd::DownloadAll, Cmd::View, Cmd::PostCurrent, Cmd::EmailCurrent,
+                                  Cmd::WebCurrent, Cmd::WebMessages, Cmd::ServersCurrent, Cmd::RefreshMessages}},
+            {false, true, false, {Cmd::Stop}},
+            {true, true, true, {Cmd::Exit, Cmd::Find, Cmd::FindNext, Cmd::DownloadFavorites, Cmd::PostFavorites, Cmd::EmailFavorites,
+                                Cmd::EmailServers, Cmd::WebFavorites, Cmd::ServersServers, Cmd::ServersFavorites, Cmd::LoadFavorites}},
+            {false, true, true, {Cmd::PostGroups, Cmd::EmailGroups, Cmd::WebGroups, Cmd::ServersGroups}},
+            {true, false, false, {Cmd::FindGroupOnServers, Cmd::GenerateGroupList, Cmd::CheckServers}},
+            {false, false, false, {Cmd::RefreshGroups}},
         };
+        QList<Row> table;
+        for (const auto &g : groups)
+            for (Cmd c : g.cmds)
+                table.append({c, g.atStart, g.downloading, g.listed});
         // the toolbar buttons stand for the commands at their positions
         const QMap<Cmd, QString> buttons = {{Cmd::Setup, "Setup"}, {Cmd::Groups, "Groups"}, {Cmd::Stop, "Stop"},
                                               {Cmd::Download, "Download"}, {Cmd::View, "View"}, {Cmd::PostCurrent, "Post"}};
@@ -166,9 +154,7 @@ private slots:
         Server s;
         ScriptedPrompter p;
         frmMain w(&p, quiet());
-        w.opt.NNTPServer = s.srv.address();
-        w.opt.Timeout = 10;
-        w.opt.NewMsgs = 0;
+        s.attach(w);
         QTemporaryDir dest;
         w.opt.DestDir = dest.path() + QLatin1Char('/');
 
@@ -225,9 +211,7 @@ private slots:
         Server s;
         ScriptedPrompter p;
         frmMain w(&p, quiet());
-        w.opt.NNTPServer = s.srv.address();
-        w.opt.Timeout = 10;
-        w.opt.NewMsgs = 0;
+        s.attach(w);
         connectAndList(w);
         const QStringList held = {"menuGroup", "menuConnect", "menuRefreshM", "menuRefreshG"};
         QMap<QString, bool> before, during;
@@ -254,8 +238,7 @@ private slots:
         Server s;
         ScriptedPrompter p;
         frmMain w(&p, quiet());
-        w.opt.NNTPServer = s.srv.address();
-        w.opt.Timeout = 10;
+        s.attach(w);
         QAction *button = w.toolButton(QStringLiteral("Connect"));
         const QImage connectLook = iconImage(button);
         w.toolbarClick(QStringLiteral("Connect"));
