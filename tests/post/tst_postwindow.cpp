@@ -91,12 +91,12 @@ private slots:
 
     void fieldsAreRemembered()
     {
+        const QStringList keys = {"Name", "Email Address", "Subject", "Signature"};
+        const QStringList stored = {"Stored Name", "stored@x.test", "Stored subject", "Stored sig"};
         {
             SettingsStore st;
-            st.save(QStringLiteral("Name"), QStringLiteral("Stored Name"));
-            st.save(QStringLiteral("Email Address"), QStringLiteral("stored@x.test"));
-            st.save(QStringLiteral("Subject"), QStringLiteral("Stored subject"));
-            st.save(QStringLiteral("Signature"), QStringLiteral("Stored sig"));
+            for (int i = 0; i < keys.size(); ++i)
+                st.save(keys[i], stored[i]);
             st.sync();
         }
         ScriptedPrompter p;
@@ -105,10 +105,7 @@ private slots:
         w.lstGroups->setSelected(0, true);
         QVERIFY(w.poster->OpenPost(Poster::SelectedGroups));
         frmPostMsg *pw = w.postWindows->window();
-        QCOMPARE(pw->txtName->text(), QStringLiteral("Stored Name"));
-        QCOMPARE(pw->txtEmail->text(), QStringLiteral("stored@x.test"));
-        QCOMPARE(pw->txtSubject->text(), QStringLiteral("Stored subject"));
-        QCOMPARE(pw->txtSig->toPlainText(), QStringLiteral("Stored sig"));
+        QCOMPARE((QStringList{pw->txtName->text(), pw->txtEmail->text(), pw->txtSubject->text(), pw->txtSig->toPlainText()}), stored);
         // the signature is saved as it is typed
         pw->txtSig->setPlainText(QStringLiteral("New sig"));
         QCOMPARE(w.store().get(QStringLiteral("Signature")), QStringLiteral("New sig"));
@@ -117,9 +114,8 @@ private slots:
         pw->txtSubject->setText(QStringLiteral("New subject"));
         pw->move(150, 90);
         pw->close();
-        QCOMPARE(w.store().get(QStringLiteral("Name")), QStringLiteral("New Name"));
-        QCOMPARE(w.store().get(QStringLiteral("Email Address")), QStringLiteral("new@x.test"));
-        QCOMPARE(w.store().get(QStringLiteral("Subject")), QStringLiteral("New subject"));
+        QCOMPARE((QStringList{w.store().get(keys[0]), w.store().get(keys[1]), w.store().get(keys[2])}),
+                 (QStringList{"New Name", "new@x.test", "New subject"}));
         QVERIFY(w.store().contains(QStringLiteral("PTop")));
         QVERIFY(w.store().contains(QStringLiteral("PLeft")));
         // the main window writes the same keys at shutdown: it has the new values
