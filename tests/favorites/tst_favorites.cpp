@@ -200,7 +200,7 @@ private slots:
         x.w->favorites->updateFavoriteMarker(QStringLiteral(" alt.a "), 12, false);
         QCOMPARE(x.fav()->text(0), mk('1', "alt.a (news1) (12)"));
         QCOMPARE(x.fav()->text(1), mk('4', "alt.a (news2)"));
-        x.w->favorites->updateFavoriteMarker(QStringLiteral("alt.b"), 0, true);
+        x.w->favorites->updateFavoriteMarker(QStringLiteral("alt.b"), 5, true);   // an error wins over a count
         QCOMPARE(x.fav()->text(2), mk('2', "alt.b (news1)"));
         x.w->favorites->updateFavoriteMarker(QStringLiteral("alt.b"), 0, false);
         QCOMPARE(x.fav()->text(2), mk('4', "alt.b (news1)"));
