@@ -283,11 +283,15 @@ private slots:
     {
         Fixture<> x;
         const QString a(10000, QLatin1Char('a'));
-        // row, the body shown (10000 at most: a 10000 text is shown whole), partial or not
-        const struct { int row; QString body; bool partial; } rows[] = {
-            {4, a.left(9997) + '\n', false}, {5, a.left(9998) + '\n', true}, {6, a, true}, {1, "First line\nsecond line\n", false}};
+        // row, the text kept (-1: not checked), the body shown (10000 at most: a 10000 text is
+        // shown whole), partial or not
+        const struct { int row, kept; QString body; bool partial; } rows[] = {
+            {4, 9999, a.left(9997) + '\n', false}, {5, 10000, a.left(9998) + '\n', true}, {6, -1, a, true},
+            {1, -1, "First line\nsecond line\n", false}};
         for (const auto &r : rows) {
             x.open(r.row);
+            if (r.kept >= 0)
+                QCOMPARE(x.w.S.MessageText.size(), r.kept);
             QCOMPARE(x.v()->txtMsgBody->toPlainText(), r.body);
             QCOMPARE(x.v()->frameBody->title(), r.partial ? QStringLiteral("Message Contents (Partial)") : QStringLiteral("Message Contents"));
         }
