@@ -310,11 +310,8 @@ private slots:
         f.d->chooseDirectory();
         QCOMPARE(f.w.opt.DestDir, base + QStringLiteral("/full/"));
         f.d->cmdCancel_Click();
-    }
 
-    void emptyDestDirBecomesTheDefault()
-    {
-        Fixture f;
+        // an empty one becomes the default
         f.w.store().save(QStringLiteral("DestDir"), QString());
         f.open();
         const QString def = nd::appFile(QStringLiteral("Download")) + QLatin1Char('/');

@@ -177,7 +177,7 @@ private slots:
         QVERIFY(x.w.store().contains(QStringLiteral("MWidth")));
     }
 
-    void pictureWithPreviewOn()
+    void pictureWithPreviewOnAndOff()
     {
         Fixture<> x;
         // a file the user saved under the attachment's name is never touched by viewing
@@ -208,15 +208,11 @@ private slots:
         x.open(1);
         QVERIFY(!QFile::exists(x.path(QStringLiteral("~image2.tmp"))));
         QVERIFY(v->Image1->isHidden());
-    }
 
-    void pictureWithPreviewOff()
-    {
-        Fixture<> x;
+        // with preview off
         x.w.action(QStringLiteral("menuPreview"))->trigger();
         QVERIFY(!x.previews()->previewOn());
         x.open(2);
-        frmMessage *v = x.v();
         QCOMPARE(x.w.S.TransportError, 0);
         QCOMPARE(x.fileBytes(QStringLiteral("~image2.tmp")), x.red);   // decoded and kept...
         QVERIFY(v->Image1->isHidden());                                  // ...but not shown
