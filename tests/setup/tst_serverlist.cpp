@@ -97,9 +97,8 @@ private slots:
         // blanks would break the name rule; cancel and empty add nothing
         p.clear();
         p.inputs = {QStringLiteral("news.c.com comment"), std::nullopt, QStringLiteral("   ")};
-        s.menuNew();
-        s.menuNew();
-        s.menuNew();
+        for (int i = 0; i < 3; ++i)
+            s.menuNew();
         QCOMPARE(s.lstServs->count(), 5);
         QCOMPARE(p.asked.size(), 4);   // three questions and one refusal
         QCOMPARE(p.asked[1].kind, QStringLiteral("message"));

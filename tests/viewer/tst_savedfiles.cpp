@@ -80,6 +80,13 @@ class TstSavedFiles : public QObject {
             sf->ClickEntry();
         }
         bool previewShows() const { return !w.Picture1->pixmap().isNull(); }
+        // Removes these rows, answering the questions asked with these answers.
+        void remove(const QList<int> &rows, const QList<Prompter::Answer> &answers = {})
+        {
+            select(rows);
+            p.answers = answers;
+            sf->RemoveSelected();
+        }
     };
 
 private slots:
@@ -202,9 +209,7 @@ private slots:
         x.add(QStringList{"a.bmp", "b.bmp", "c.bmp"});
         x.w.opt.ConfirmFileDelete = 1;
 
-        x.select({0});
-        x.p.answers = {Prompter::AnswerNo};
-        x.sf->RemoveSelected();
+        x.remove({0}, {Prompter::AnswerNo});
         QCOMPARE(x.p.texts(), QStringList{QStringLiteral("Delete a.bmp ?")});
         QCOMPARE(x.p.asked[0].buttons, Prompter::YesNoCancel);
         QCOMPARE(x.p.asked[0].title, QStringLiteral("Newsdredge!"));
@@ -212,20 +217,15 @@ private slots:
         QVERIFY(x.exists(QStringLiteral("a.bmp")));
 
         x.p.clear();
-        x.select({0, 2});
-        x.p.answers = {Prompter::AnswerNo};
-        x.sf->RemoveSelected();
+        x.remove({0, 2}, {Prompter::AnswerNo});
         QCOMPARE(x.p.texts(), QStringList{QStringLiteral("Delete all selected files?")});
         QCOMPARE(x.w.lstFiles->count(), 3);
-        x.p.answers = {Prompter::AnswerCancel};
-        x.sf->RemoveSelected();
+        x.remove({0, 2}, {Prompter::AnswerCancel});
         QCOMPARE(x.w.lstFiles->count(), 3);
 
         x.click(0);   // the previewed picture goes with its entry
         QVERIFY(x.previewShows());
-        x.select({0, 2});
-        x.p.answers = {Prompter::AnswerYes};
-        x.sf->RemoveSelected();
+        x.remove({0, 2}, {Prompter::AnswerYes});
         QCOMPARE(x.w.lstFiles->texts(), QStringList{QStringLiteral("b.bmp")});
         QCOMPARE((QList<bool>{x.exists("a.bmp"), x.exists("b.bmp"), x.exists("c.bmp")}), (QList<bool>{false, true, false}));
         QCOMPARE(x.w.frameFiles->title(), QStringLiteral("Saved Files (1)"));
@@ -234,20 +234,17 @@ private slots:
         // without confirmation: no question, the file goes at once
         x.p.clear();
         x.w.opt.ConfirmFileDelete = 0;
-        x.select({0});
-        x.sf->RemoveSelected();
+        x.remove({0});
         QVERIFY(x.p.asked.isEmpty());
         QCOMPARE(x.w.lstFiles->count(), 0);
         QVERIFY(!x.exists(QStringLiteral("b.bmp")));
 
         // nothing selected: nothing happens
         x.sf->AddSavedFile(QStringLiteral("gone.bmp"));
-        x.w.lstFiles->clearSelection();
-        x.sf->RemoveSelected();
+        x.remove({});
         QCOMPARE(x.w.lstFiles->count(), 1);
         // an entry whose file is already gone is simply removed
-        x.select({0});
-        x.sf->RemoveSelected();
+        x.remove({0});
         QCOMPARE(x.w.lstFiles->count(), 0);
         QVERIFY(x.p.asked.isEmpty());
     }
@@ -261,8 +258,7 @@ private slots:
         QVERIFY(QFile(x.path(QStringLiteral("stuck.jpg/inside"))).open(QIODevice::WriteOnly));
         x.sf->AddSavedFile(QStringLiteral("stuck.jpg"));
         x.add(QStringLiteral("fine.bmp"));
-        x.select({0, 1});
-        x.sf->RemoveSelected();
+        x.remove({0, 1});
         QCOMPARE(x.p.texts(), QStringList{QStringLiteral("Unable to Delete File : stuck.jpg !")});
         QCOMPARE(x.w.lstFiles->texts(), QStringList{QStringLiteral("stuck.jpg")});
         QVERIFY(!x.exists(QStringLiteral("fine.bmp")));
