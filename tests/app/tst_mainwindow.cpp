@@ -56,8 +56,7 @@ private slots:
         w.opt.NNTPServer = QStringLiteral("news.example.org");
         w.S.CurrentGroup = QStringLiteral("alt.test");
         w.S.FavoritesShortName = QStringLiteral("mine");
-        w.lstFavorites->add(QStringLiteral("a"));
-        w.lstFavorites->add(QStringLiteral("b"));
+        w.lstFavorites->addMany({"a", "b"});
         w.lstGroups->add(QStringLiteral("g (1)"));
         w.lstFiles->add(QStringLiteral("/x/f.jpg"));
         for (int i = 0; i < 4; ++i)

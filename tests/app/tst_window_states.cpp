@@ -225,10 +225,10 @@ private slots:
         };
         w.action(QStringLiteral("menuWebC"))->trigger();
         QVERIFY(s.srv.sawCommand("ARTICLE"));
-        for (const QString &n : held)
+        for (const QString &n : held) {
             QVERIFY2(!during.value(n, true), qPrintable(n + " on during the harvest"));
-        for (const QString &n : held)
             QVERIFY2(w.action(n)->isEnabled() == before[n], qPrintable(n + " not given back"));
+        }
         QVERIFY(p.wasAsked(QStringLiteral("0 Web/FTP Addresses found and saved.")));
     }
 
