@@ -125,14 +125,14 @@ private slots:
     void commandStates()
     {
         using nd::Cmd;
-        struct Row {
-            Cmd cmd;
-            bool atStart, downloading, listed;
-        };
-        // A listing leaves the favourites' and the server-address commands on (they refuse to
+        // Commands grouped by their states at start-up, while downloading and once listed. A
+        // listing leaves the favourites' and the server-address commands on (they refuse to
         // start while a download runs) and Refresh Group List off.
-        // commands grouped by their states: at start-up, downloading, listed
-        const struct { bool atStart, downloading, listed; QList<Cmd> cmds; } groups[] = {
+        struct Row {
+            bool atStart, downloading, listed;
+            QList<Cmd> cmds;
+        };
+        const Row table[] = {
             {true, false, true, {Cmd::Setup, Cmd::Connect}},
             {false, false, true, {Cmd::Groups, Cmd::Download, Cmd::DownloadAll, Cmd::View, Cmd::PostCurrent, Cmd::EmailCurrent,
                                   Cmd::WebCurrent, Cmd::WebMessages, Cmd::ServersCurrent, Cmd::RefreshMessages}},
@@ -143,10 +143,6 @@ private slots:
             {true, false, false, {Cmd::FindGroupOnServers, Cmd::GenerateGroupList, Cmd::CheckServers}},
             {false, false, false, {Cmd::RefreshGroups}},
         };
-        QList<Row> table;
-        for (const auto &g : groups)
-            for (Cmd c : g.cmds)
-                table.append({c, g.atStart, g.downloading, g.listed});
         // the toolbar buttons stand for the commands at their positions
         const QMap<Cmd, QString> buttons = {{Cmd::Setup, "Setup"}, {Cmd::Groups, "Groups"}, {Cmd::Stop, "Stop"},
                                               {Cmd::Download, "Download"}, {Cmd::View, "View"}, {Cmd::PostCurrent, "Post"}};
@@ -160,18 +156,17 @@ private slots:
 
         auto check = [&](const char *when, auto column) {
             QStringList wrong;
-            for (const Row &r : table) {
-                const QString name = nd::commandName(r.cmd);
-                const bool want = column(r);
-                QAction *a = w.action(name);
-                if (!a || a->isEnabled() != want)
-                    wrong << QStringLiteral("%1 %2").arg(name, want ? "off" : "on");
-                if (buttons.contains(r.cmd)) {
-                    QAction *b = w.toolButton(buttons.value(r.cmd));
-                    if (!b || b->isEnabled() != want)
-                        wrong << QStringLiteral("button %1 %2").arg(buttons.value(r.cmd), want ? "off" : "on");
+            for (const Row &r : table)
+                for (Cmd cmd : r.cmds) {
+                    const QString name = nd::commandName(cmd);
+                    const bool want = column(r);
+                    QAction *a = w.action(name);
+                    if (!a || a->isEnabled() != want)
+                        wrong << QStringLiteral("%1 %2").arg(name, want ? "off" : "on");
+                    QAction *b = w.toolButton(buttons.value(cmd));
+                    if (buttons.contains(cmd) && (!b || b->isEnabled() != want))
+                        wrong << QStringLiteral("button %1 %2").arg(buttons.value(cmd), want ? "off" : "on");
                 }
-            }
             const QString connectKey = w.toolButton(QStringLiteral("Connect")) ? QStringLiteral("Connect") : QStringLiteral("Disconnect");
             if (w.toolButton(connectKey)->isEnabled() != w.action(QStringLiteral("menuConnect"))->isEnabled())
                 wrong << QStringLiteral("button %1 differs from its command").arg(connectKey);
