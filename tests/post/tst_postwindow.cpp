@@ -40,20 +40,19 @@ private slots:
         QVERIFY(!w.postWindows->window());
 
         // selected groups and favourites: a selection is needed
-        p.clear();
-        w.lstGroups->addMany({"alt.a (0)"});
         w.MenuOnOff(QStringLiteral("SG"), true);   // as a loaded group list leaves it
-        w.action("menuPostG")->trigger();
-        QCOMPARE(p.texts(), QStringList{"Please Select Item(s) First"});
-        w.lstGroups->setSelected(0, true);
-        QVERIFY(w.poster->OpenPost(Poster::SelectedGroups));
-        w.postWindows->window()->close();
-        p.clear();
-        w.lstFavorites->addMany({"alt.a (news1)"});
-        w.action("menuPostF")->trigger();
-        QCOMPARE(p.texts(), QStringList{"Please Select Item(s) First"});
-        w.lstFavorites->setSelected(0, true);
-        QVERIFY(w.poster->OpenPost(Poster::SelectedFavorites));
+        const struct { ItemList *list; const char *item, *command; Poster::Scope scope; } scopes[] = {
+            {w.lstGroups, "alt.a (0)", "menuPostG", Poster::SelectedGroups},
+            {w.lstFavorites, "alt.a (news1)", "menuPostF", Poster::SelectedFavorites}};
+        for (const auto &s : scopes) {
+            p.clear();
+            s.list->addMany({QLatin1String(s.item)});
+            w.action(QLatin1String(s.command))->trigger();
+            QCOMPARE(p.texts(), QStringList{"Please Select Item(s) First"});
+            s.list->setSelected(0, true);
+            QVERIFY(w.poster->OpenPost(s.scope));
+            w.postWindows->window()->close();
+        }
     }
 
     void validation()

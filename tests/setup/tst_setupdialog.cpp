@@ -195,13 +195,10 @@ private slots:
         QVERIFY(f.d->chkTray->isChecked());
         QVERIFY(f.d->chkHTTP->isChecked());
         QVERIFY(!f.d->chkWebSave->isChecked());
-        f.d->chkHTTP->click();
-        f.d->chkBinary->click();
-        f.d->chkShow->click();
+        for (QCheckBox *box : {f.d->chkHTTP, f.d->chkBinary, f.d->chkShow})
+            box->click();
         f.d->cmdOK_Click();
-        QCOMPARE(f.w.opt.SaveHTTP, 0);
-        QCOMPARE(f.w.opt.BinariesOnly, 1);
-        QCOMPARE(f.w.opt.ShowMNumbers, 1);
+        QCOMPARE((QList<int>{f.w.opt.SaveHTTP, f.w.opt.BinariesOnly, f.w.opt.ShowMNumbers}), (QList<int>{0, 1, 1}));
         // the store gets them with the program's other settings, at shutdown
         QVERIFY(!f.w.store().contains(QStringLiteral("SaveHTTP")));
         f.w.SaveSettings();
