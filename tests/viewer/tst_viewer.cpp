@@ -163,8 +163,7 @@ private slots:
                  (QStringList{"Hello there", "11/20/2026", "Ann <ann@example.org>"}));
         QCOMPARE(v->txtMsgBody->toPlainText(), QStringLiteral("First line\nsecond line\n"));
         QCOMPARE(v->frameBody->title(), QStringLiteral("Message Contents"));
-        QCOMPARE(x.w.status(1), QStringLiteral("Done"));
-        QCOMPARE(x.w.status(2), QString());
+        QCOMPARE((QStringList{x.w.status(1), x.w.status(2)}), (QStringList{"Done", ""}));
         QVERIFY(v->Image1->isHidden());
         // the old picture is gone and the article's part file too
         QCOMPARE(x.files(), QStringList());
@@ -172,8 +171,7 @@ private slots:
         QVERIFY(x.w.MSHResults->isEnabled());
         QVERIFY(v->txtTitle->isReadOnly() && v->txtMsgBody->isReadOnly());
         QTest::keyClick(v->txtMsgBody, Qt::Key_Escape);   // closes, keeping the place
-        QVERIFY(!v->isVisible());
-        QVERIFY(!v->ViewerShown);
+        QVERIFY(!v->isVisible() && !v->ViewerShown);
         QVERIFY(x.w.store().contains(QStringLiteral("MWidth")));
     }
 
@@ -459,8 +457,7 @@ private slots:
         // back to the main window: the viewer goes and gives the commands back
         x.w.activateWindow();
         QVERIFY(QTest::qWaitForWindowActive(&x.w));
-        QTRY_VERIFY(!v->isVisible());
-        QVERIFY(!v->ViewerShown);
+        QTRY_VERIFY(!v->isVisible() && !v->ViewerShown);
         QVERIFY(x.w.action(QStringLiteral("menuView"))->isEnabled());
     }
 
