@@ -41,7 +41,7 @@ private slots:
         QVERIFY(QDir(nd::appFile(QStringLiteral("Cache"))).exists());
     }
 
-    void commandsWithoutActionStayOff()
+    void commandsWithoutActionAndCaptionsOfEveryCode()
     {
         ScriptedPrompter p;
         frmMain w(&p, quiet());
@@ -52,17 +52,11 @@ private slots:
         w.SetMenuState(49, true);
         QVERIFY(!w.action(QStringLiteral("menuAuto"))->isEnabled());
         QVERIFY(!w.action(QStringLiteral("menuScanE"))->isEnabled());
-    }
 
-    void captionsOfEveryCode()
-    {
-        ScriptedPrompter p;
-        frmMain w(&p, quiet());
         w.opt.NNTPServer = QStringLiteral("news.example.org");
         w.S.CurrentGroup = QStringLiteral("alt.test");
         w.S.FavoritesShortName = QStringLiteral("mine");
-        w.lstFavorites->add(QStringLiteral("a"));
-        w.lstFavorites->add(QStringLiteral("b"));
+        w.lstFavorites->addMany({"a", "b"});
         w.lstGroups->add(QStringLiteral("g (1)"));
         w.lstFiles->add(QStringLiteral("/x/f.jpg"));
         for (int i = 0; i < 4; ++i)

@@ -20,14 +20,9 @@ private slots:
         Settings s;
         s.Timeout = 99;
         nd::readSettings(s, store);
-        QCOMPARE(s.Timeout, 30);
-        QCOMPARE(s.MinimumGroups, 1);
-        QCOMPARE(s.AutoLoadGroups, 1);
-        QCOMPARE(s.BinariesOnly, 0);
-        QCOMPARE(s.ConfirmFileDelete, 1);
-        QCOMPARE(s.Preview, 1);
-        QCOMPARE(s.ShowMNumbers, 0);
-        QCOMPARE(s.NewMsgs, 500);
+        // timeout, minimum groups, auto-load, binaries only, confirm delete, preview, numbers, newest
+        QCOMPARE((QList<int>{s.Timeout, s.MinimumGroups, s.AutoLoadGroups, s.BinariesOnly, s.ConfirmFileDelete, s.Preview,
+                             s.ShowMNumbers, s.NewMsgs}), (QList<int>{30, 1, 1, 0, 1, 1, 0, 500}));
         QVERIFY(s.WEBSave && s.FTPSave);
         QCOMPARE(s.FavoritesFile, nd::appDir() + QStringLiteral("/NewsdredgeFavorites.fav"));
         QCOMPARE(s.DestDir, nd::appDir() + QStringLiteral("/Download/"));
@@ -65,19 +60,11 @@ private slots:
         SettingsStore store;
         Settings r;
         nd::readSettings(r, store);
-        QCOMPARE(r.Preview, 0);
-        QCOMPARE(r.EmailAddress, s.EmailAddress);
-        QCOMPARE(r.Name, s.Name);
-        QCOMPARE(r.FavoritesFile, s.FavoritesFile);
-        QCOMPARE(r.BinariesOnly, 1);
-        QCOMPARE(r.SaveHTTP, 0);
-        QCOMPARE(r.SaveFTP, 0);
-        QCOMPARE(r.AutoLoadGroups, 0);
-        QCOMPARE(r.ConfirmFileDelete, 0);
-        QCOMPARE(r.ShowMNumbers, 1);
-        QCOMPARE(r.NNTPServer, s.NNTPServer);
-        QCOMPARE(r.Timeout, 45);
-        QCOMPARE(r.MinimumGroups, 250);
+        // every value above differs from its default, so each one read back was stored
+        QCOMPARE((QList<int>{r.Preview, r.BinariesOnly, r.SaveHTTP, r.SaveFTP, r.AutoLoadGroups, r.ConfirmFileDelete,
+                             r.ShowMNumbers, r.Timeout, r.MinimumGroups}), (QList<int>{0, 1, 0, 0, 0, 0, 1, 45, 250}));
+        QCOMPARE((QStringList{r.EmailAddress, r.Name, r.FavoritesFile, r.NNTPServer}),
+                 (QStringList{s.EmailAddress, s.Name, s.FavoritesFile, s.NNTPServer}));
     }
 
     // A stored value that cannot be used leaves the default in place.
@@ -142,17 +129,15 @@ private slots:
     {
         SettingsStore store;
         nd::storeMainGeometry(store, QRect(10, 20, 800, 600));
-        QCOMPARE(store.getDouble(QStringLiteral("Left"), 0), 150.0);
-        QCOMPARE(store.getDouble(QStringLiteral("Top"), 0), 300.0);
-        QCOMPARE(store.getDouble(QStringLiteral("Width"), 0), 12000.0);
-        QCOMPARE(store.getDouble(QStringLiteral("Height"), 0), 9000.0);
+        QList<double> twips;
+        for (const char *key : {"Left", "Top", "Width", "Height"})
+            twips << store.getDouble(QLatin1String(key), 0);
+        QCOMPARE(twips, (QList<double>{150, 300, 12000, 9000}));
     }
 
     void secondsTickWraps()
     {
-        QCOMPARE(nd::nextSecondsTick(0), 1);
-        QCOMPARE(nd::nextSecondsTick(32766), 32767);
-        QCOMPARE(nd::nextSecondsTick(32767), 0);
+        QCOMPARE((QList<int>{nd::nextSecondsTick(0), nd::nextSecondsTick(32766), nd::nextSecondsTick(32767)}), (QList<int>{1, 32767, 0}));
     }
 
     void readOnlyStoreWritesNothing()

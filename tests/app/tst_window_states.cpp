@@ -51,6 +51,12 @@ struct Server {
     ScriptedNntpServer srv;
     std::function<void(int)> onArticle;   // called while an ARTICLE is being answered
     QByteArray user;                      // credentials the server asks for ("" = none)
+    void attach(frmMain &w) const
+    {
+        w.opt.NNTPServer = srv.address();
+        w.opt.Timeout = 10;
+        w.opt.NewMsgs = 0;
+    }
     Server()
     {
         srv.respond = [this, base = srv.respond](const QByteArray &cmd) -> QByteArray {
@@ -119,45 +125,23 @@ private slots:
     void commandStates()
     {
         using nd::Cmd;
-        struct Row {
-            Cmd cmd;
-            bool atStart, downloading, listed;
-        };
-        // A listing leaves the favourites' and the server-address commands on (they refuse to
+        // Commands grouped by their states at start-up, while downloading and once listed. A
+        // listing leaves the favourites' and the server-address commands on (they refuse to
         // start while a download runs) and Refresh Group List off.
+        struct Row {
+            bool atStart, downloading, listed;
+            QList<Cmd> cmds;
+        };
         const Row table[] = {
-            {Cmd::Setup, true, false, true},
-            {Cmd::Groups, false, false, true},
-            {Cmd::Stop, false, true, false},
-            {Cmd::Connect, true, false, true},
-            {Cmd::Download, false, false, true},
-            {Cmd::DownloadAll, false, false, true},
-            {Cmd::View, false, false, true},
-            {Cmd::PostCurrent, false, false, true},
-            {Cmd::Exit, true, true, true},
-            {Cmd::Find, true, true, true},
-            {Cmd::FindNext, true, true, true},
-            {Cmd::DownloadFavorites, true, true, true},
-            {Cmd::PostGroups, false, true, true},
-            {Cmd::PostFavorites, true, true, true},
-            {Cmd::EmailCurrent, false, false, true},
-            {Cmd::EmailGroups, false, true, true},
-            {Cmd::EmailFavorites, true, true, true},
-            {Cmd::EmailServers, true, true, true},
-            {Cmd::WebCurrent, false, false, true},
-            {Cmd::WebGroups, false, true, true},
-            {Cmd::WebFavorites, true, true, true},
-            {Cmd::WebMessages, false, false, true},
-            {Cmd::ServersCurrent, false, false, true},
-            {Cmd::ServersGroups, false, true, true},
-            {Cmd::ServersServers, true, true, true},
-            {Cmd::ServersFavorites, true, true, true},
-            {Cmd::FindGroupOnServers, true, false, false},
-            {Cmd::GenerateGroupList, true, false, false},
-            {Cmd::CheckServers, true, false, false},
-            {Cmd::LoadFavorites, true, true, true},
-            {Cmd::RefreshMessages, false, false, true},
-            {Cmd::RefreshGroups, false, false, false},
+            {true, false, true, {Cmd::Setup, Cmd::Connect}},
+            {false, false, true, {Cmd::Groups, Cmd::Download, Cmd::DownloadAll, Cmd::View, Cmd::PostCurrent, Cmd::EmailCurrent,
+                                  Cmd::WebCurrent, Cmd::WebMessages, Cmd::ServersCurrent, Cmd::RefreshMessages}},
+            {false, true, false, {Cmd::Stop}},
+            {true, true, true, {Cmd::Exit, Cmd::Find, Cmd::FindNext, Cmd::DownloadFavorites, Cmd::PostFavorites, Cmd::EmailFavorites,
+                                Cmd::EmailServers, Cmd::WebFavorites, Cmd::ServersServers, Cmd::ServersFavorites, Cmd::LoadFavorites}},
+            {false, true, true, {Cmd::PostGroups, Cmd::EmailGroups, Cmd::WebGroups, Cmd::ServersGroups}},
+            {true, false, false, {Cmd::FindGroupOnServers, Cmd::GenerateGroupList, Cmd::CheckServers}},
+            {false, false, false, {Cmd::RefreshGroups}},
         };
         // the toolbar buttons stand for the commands at their positions
         const QMap<Cmd, QString> buttons = {{Cmd::Setup, "Setup"}, {Cmd::Groups, "Groups"}, {Cmd::Stop, "Stop"},
@@ -166,26 +150,23 @@ private slots:
         Server s;
         ScriptedPrompter p;
         frmMain w(&p, quiet());
-        w.opt.NNTPServer = s.srv.address();
-        w.opt.Timeout = 10;
-        w.opt.NewMsgs = 0;
+        s.attach(w);
         QTemporaryDir dest;
         w.opt.DestDir = dest.path() + QLatin1Char('/');
 
         auto check = [&](const char *when, auto column) {
             QStringList wrong;
-            for (const Row &r : table) {
-                const QString name = nd::commandName(r.cmd);
-                const bool want = column(r);
-                QAction *a = w.action(name);
-                if (!a || a->isEnabled() != want)
-                    wrong << QStringLiteral("%1 %2").arg(name, want ? "off" : "on");
-                if (buttons.contains(r.cmd)) {
-                    QAction *b = w.toolButton(buttons.value(r.cmd));
-                    if (!b || b->isEnabled() != want)
-                        wrong << QStringLiteral("button %1 %2").arg(buttons.value(r.cmd), want ? "off" : "on");
+            for (const Row &r : table)
+                for (Cmd cmd : r.cmds) {
+                    const QString name = nd::commandName(cmd);
+                    const bool want = column(r);
+                    QAction *a = w.action(name);
+                    if (!a || a->isEnabled() != want)
+                        wrong << QStringLiteral("%1 %2").arg(name, want ? "off" : "on");
+                    QAction *b = w.toolButton(buttons.value(cmd));
+                    if (buttons.contains(cmd) && (!b || b->isEnabled() != want))
+                        wrong << QStringLiteral("button %1 %2").arg(buttons.value(cmd), want ? "off" : "on");
                 }
-            }
             const QString connectKey = w.toolButton(QStringLiteral("Connect")) ? QStringLiteral("Connect") : QStringLiteral("Disconnect");
             if (w.toolButton(connectKey)->isEnabled() != w.action(QStringLiteral("menuConnect"))->isEnabled())
                 wrong << QStringLiteral("button %1 differs from its command").arg(connectKey);
@@ -225,9 +206,7 @@ private slots:
         Server s;
         ScriptedPrompter p;
         frmMain w(&p, quiet());
-        w.opt.NNTPServer = s.srv.address();
-        w.opt.Timeout = 10;
-        w.opt.NewMsgs = 0;
+        s.attach(w);
         connectAndList(w);
         const QStringList held = {"menuGroup", "menuConnect", "menuRefreshM", "menuRefreshG"};
         QMap<QString, bool> before, during;
@@ -241,10 +220,10 @@ private slots:
         };
         w.action(QStringLiteral("menuWebC"))->trigger();
         QVERIFY(s.srv.sawCommand("ARTICLE"));
-        for (const QString &n : held)
+        for (const QString &n : held) {
             QVERIFY2(!during.value(n, true), qPrintable(n + " on during the harvest"));
-        for (const QString &n : held)
             QVERIFY2(w.action(n)->isEnabled() == before[n], qPrintable(n + " not given back"));
+        }
         QVERIFY(p.wasAsked(QStringLiteral("0 Web/FTP Addresses found and saved.")));
     }
 
@@ -254,8 +233,7 @@ private slots:
         Server s;
         ScriptedPrompter p;
         frmMain w(&p, quiet());
-        w.opt.NNTPServer = s.srv.address();
-        w.opt.Timeout = 10;
+        s.attach(w);
         QAction *button = w.toolButton(QStringLiteral("Connect"));
         const QImage connectLook = iconImage(button);
         w.toolbarClick(QStringLiteral("Connect"));

@@ -87,18 +87,20 @@ private slots:
         const QString other = d.filePath(QStringLiteral("Work.list.fav"));
         QVERIFY(testfile::writeFile(other, "old content\n"));
 
+        // New with this file chosen and these answers to its questions
+        auto newList = [&x](const QString &file, const QList<Prompter::Answer> &answers) {
+            x.p.clear();
+            x.p.files = {file};
+            x.p.answers = answers;
+            x.w->action("menuNew")->trigger();
+        };
         // No keeps everything as it was
-        x.p.files = {other};
-        x.p.answers = {Prompter::AnswerNo};
-        x.w->action("menuNew")->trigger();
+        newList(other, {Prompter::AnswerNo});
         QVERIFY(x.p.wasAsked("OverWrite Existing File?"));
         QCOMPARE(x.fav()->count(), 2);
         QCOMPARE(lines(other), QStringList{"old content"});
 
-        x.p.clear();
-        x.p.files = {other};
-        x.p.answers = {Prompter::AnswerYes};
-        x.w->action("menuNew")->trigger();
+        newList(other, {Prompter::AnswerYes});
         QCOMPARE(x.p.asked.last().buttons, Prompter::YesNo);
         QCOMPARE(x.fav()->count(), 0);
         QCOMPARE(QFileInfo(other).size(), 0);
@@ -108,9 +110,7 @@ private slots:
         QCOMPARE(lines(nd::appFile("NewsdredgeFavorites.fav")).size(), 2);
 
         // a cancelled dialog does nothing
-        x.p.clear();
-        x.p.files = {QString()};
-        x.w->action("menuNew")->trigger();
+        newList(QString(), {});
         QCOMPARE(x.file(), other);
         QCOMPARE(x.p.asked.size(), 1);
     }
@@ -200,7 +200,7 @@ private slots:
         x.w->favorites->updateFavoriteMarker(QStringLiteral(" alt.a "), 12, false);
         QCOMPARE(x.fav()->text(0), mk('1', "alt.a (news1) (12)"));
         QCOMPARE(x.fav()->text(1), mk('4', "alt.a (news2)"));
-        x.w->favorites->updateFavoriteMarker(QStringLiteral("alt.b"), 0, true);
+        x.w->favorites->updateFavoriteMarker(QStringLiteral("alt.b"), 5, true);   // an error wins over a count
         QCOMPARE(x.fav()->text(2), mk('2', "alt.b (news1)"));
         x.w->favorites->updateFavoriteMarker(QStringLiteral("alt.b"), 0, false);
         QCOMPARE(x.fav()->text(2), mk('4', "alt.b (news1)"));

@@ -7,6 +7,7 @@
 #include "groups/Favorites.h"
 #include "news/Session.h"
 #include "support/InnEnv.h"
+#include "support/TextFile.h"
 #include "ui/ItemList.h"
 #include "ui/Prompter.h"
 
@@ -26,8 +27,8 @@ const QString Disconnected = QStringLiteral("Disconnected from NNTP Server");
 struct Window {
     ScriptedPrompter p;
     frmMain w{&p, frmMain::Options{false, true}};
-    QString authServer;
-    Window()
+    QString authServer;   // the server that asks for the test credentials
+    explicit Window(const QString &auth) : authServer(auth)
     {
         w.opt.Timeout = 15;
         w.session->serverData = [this](const QString &s) {
@@ -72,8 +73,7 @@ private slots:
         QVERIFY(!inn::post("From: Fav <fav@example.org>\nNewsgroups: alt.newsdredge.text\nSubject: for the favourite\n\nhello\n").isEmpty());
         CountingProxy a(inn::portOpen());
         CountingProxy b(inn::portAuth());
-        Window x;
-        x.authServer = b.address();
+        Window x(b.address());
         x.w.lstFavorites->addMany({ItemList::marked('1', QStringLiteral("alt.test.newsdredge (%1) (3)").arg(a.address())),
                                    ItemList::marked('4', QStringLiteral("alt.newsdredge.text (%1)").arg(b.address()))});
         x.w.opt.NNTPServer = a.address();
@@ -98,8 +98,7 @@ private slots:
         x.w.lstFavorites->setCurrentIndex(1);
         x.w.favorites->OpenFavorite(true);
         settle();
-        QCOMPARE(a.closed, 1);
-        QCOMPARE(b.connections, 1);
+        QCOMPARE((QList<int>{a.closed, b.connections}), (QList<int>{1, 1}));
         QCOMPARE(x.state(), Connected);
         QCOMPARE(x.w.opt.NNTPServer, b.address());
         QCOMPARE(x.w.session->transport()->Host(), b.address());
@@ -112,8 +111,7 @@ private slots:
         // the same favourite again: the open session is kept
         x.w.favorites->OpenFavorite(true);
         settle();
-        QCOMPARE(b.connections, 1);
-        QCOMPARE(b.closed, 0);
+        QCOMPARE((QList<int>{b.connections, b.closed}), (QList<int>{1, 0}));
 
         // with no session open, a favourite of the current server connects without a disconnect
         x.w.session->NNTP_Disconnect();
@@ -121,9 +119,8 @@ private slots:
         QCOMPARE(b.closed, 1);
         x.w.favorites->OpenFavorite(true);
         settle();
-        QCOMPARE(b.connections, 2);
+        QCOMPARE((QList<int>{a.connections, b.connections}), (QList<int>{1, 2}));
         QCOMPARE(x.state(), Connected);
-        QCOMPARE(a.connections, 1);
     }
 
     void favoritesDownloadOverTwoServers()
@@ -145,8 +142,7 @@ private slots:
             QVERIFY(!inn::post(article).isEmpty());
         }
         QTemporaryDir dest;
-        Window x;
-        x.authServer = b.address();
+        Window x(b.address());
         x.w.opt.DestDir = dest.path() + QLatin1Char('/');
         x.w.opt.NNTPServer = c.address();
         // two favourites of server a, one of b, and one of c that is not selected
@@ -161,21 +157,15 @@ private slots:
         settle();
 
         // each server was connected once, when its first favourite came up; c never
-        QCOMPARE(a.connections, 1);
-        QCOMPARE(b.connections, 1);
-        QCOMPARE(c.connections, 0);
-        // and the run ends disconnected
+        // and the run ends disconnected: connections and closes of a, b, c
+        QCOMPARE((QList<int>{a.connections, b.connections, c.connections, a.closed, b.closed, c.closed}), (QList<int>{1, 1, 0, 1, 1, 0}));
         QCOMPARE(x.state(), Disconnected);
-        QCOMPARE(a.closed, 1);
-        QCOMPARE(b.closed, 1);
         QCOMPARE(x.w.status(1), QStringLiteral("Finished Downloading From Favorites"));
         QCOMPARE(x.w.lstFavorites->selectedCount(), 0);
         QVERIFY(x.w.lstFavoritesView->isEnabled());
         // the files of the three groups are there, byte for byte
         for (int i = 0; i < 3; ++i) {
-            QFile f(dest.filePath(QStringLiteral("fav%1-%2.bin").arg(i + 1).arg(tag)));
-            QVERIFY2(f.open(QIODevice::ReadOnly), qPrintable(f.fileName()));
-            QCOMPARE(f.readAll(), originals[i]);
+            QCOMPARE(testfile::readFile(dest.filePath(QStringLiteral("fav%1-%2.bin").arg(i + 1).arg(tag))), originals[i]);
         }
         // the listings marked the favourites that were visited
         QCOMPARE(ItemList::markerDigit(x.w.lstFavorites->text(0)), QChar('1'));
@@ -186,8 +176,7 @@ private slots:
     {
         CountingProxy a(inn::portOpen());
         CountingProxy b(inn::portAuth());
-        Window x;
-        x.authServer = b.address();
+        Window x(b.address());
         x.w.lstFavorites->addMany({QStringLiteral("alt.test.newsdredge (%1)").arg(a.address()),
                                    QStringLiteral("alt.newsdredge.text (%1)").arg(a.address()),
                                    QStringLiteral("alt.newsdredge.text (%1)").arg(b.address())});

@@ -40,20 +40,19 @@ private slots:
         QVERIFY(!w.postWindows->window());
 
         // selected groups and favourites: a selection is needed
-        p.clear();
-        w.lstGroups->addMany({"alt.a (0)"});
         w.MenuOnOff(QStringLiteral("SG"), true);   // as a loaded group list leaves it
-        w.action("menuPostG")->trigger();
-        QCOMPARE(p.texts(), QStringList{"Please Select Item(s) First"});
-        w.lstGroups->setSelected(0, true);
-        QVERIFY(w.poster->OpenPost(Poster::SelectedGroups));
-        w.postWindows->window()->close();
-        p.clear();
-        w.lstFavorites->addMany({"alt.a (news1)"});
-        w.action("menuPostF")->trigger();
-        QCOMPARE(p.texts(), QStringList{"Please Select Item(s) First"});
-        w.lstFavorites->setSelected(0, true);
-        QVERIFY(w.poster->OpenPost(Poster::SelectedFavorites));
+        const struct { ItemList *list; const char *item, *command; Poster::Scope scope; } scopes[] = {
+            {w.lstGroups, "alt.a (0)", "menuPostG", Poster::SelectedGroups},
+            {w.lstFavorites, "alt.a (news1)", "menuPostF", Poster::SelectedFavorites}};
+        for (const auto &s : scopes) {
+            p.clear();
+            s.list->addMany({QLatin1String(s.item)});
+            w.action(QLatin1String(s.command))->trigger();
+            QCOMPARE(p.texts(), QStringList{"Please Select Item(s) First"});
+            s.list->setSelected(0, true);
+            QVERIFY(w.poster->OpenPost(s.scope));
+            w.postWindows->window()->close();
+        }
     }
 
     void validation()
@@ -91,12 +90,12 @@ private slots:
 
     void fieldsAreRemembered()
     {
+        const QStringList keys = {"Name", "Email Address", "Subject", "Signature"};
+        const QStringList stored = {"Stored Name", "stored@x.test", "Stored subject", "Stored sig"};
         {
             SettingsStore st;
-            st.save(QStringLiteral("Name"), QStringLiteral("Stored Name"));
-            st.save(QStringLiteral("Email Address"), QStringLiteral("stored@x.test"));
-            st.save(QStringLiteral("Subject"), QStringLiteral("Stored subject"));
-            st.save(QStringLiteral("Signature"), QStringLiteral("Stored sig"));
+            for (int i = 0; i < keys.size(); ++i)
+                st.save(keys[i], stored[i]);
             st.sync();
         }
         ScriptedPrompter p;
@@ -105,10 +104,7 @@ private slots:
         w.lstGroups->setSelected(0, true);
         QVERIFY(w.poster->OpenPost(Poster::SelectedGroups));
         frmPostMsg *pw = w.postWindows->window();
-        QCOMPARE(pw->txtName->text(), QStringLiteral("Stored Name"));
-        QCOMPARE(pw->txtEmail->text(), QStringLiteral("stored@x.test"));
-        QCOMPARE(pw->txtSubject->text(), QStringLiteral("Stored subject"));
-        QCOMPARE(pw->txtSig->toPlainText(), QStringLiteral("Stored sig"));
+        QCOMPARE((QStringList{pw->txtName->text(), pw->txtEmail->text(), pw->txtSubject->text(), pw->txtSig->toPlainText()}), stored);
         // the signature is saved as it is typed
         pw->txtSig->setPlainText(QStringLiteral("New sig"));
         QCOMPARE(w.store().get(QStringLiteral("Signature")), QStringLiteral("New sig"));
@@ -117,9 +113,8 @@ private slots:
         pw->txtSubject->setText(QStringLiteral("New subject"));
         pw->move(150, 90);
         pw->close();
-        QCOMPARE(w.store().get(QStringLiteral("Name")), QStringLiteral("New Name"));
-        QCOMPARE(w.store().get(QStringLiteral("Email Address")), QStringLiteral("new@x.test"));
-        QCOMPARE(w.store().get(QStringLiteral("Subject")), QStringLiteral("New subject"));
+        QCOMPARE((QStringList{w.store().get(keys[0]), w.store().get(keys[1]), w.store().get(keys[2])}),
+                 (QStringList{"New Name", "new@x.test", "New subject"}));
         QVERIFY(w.store().contains(QStringLiteral("PTop")));
         QVERIFY(w.store().contains(QStringLiteral("PLeft")));
         // the main window writes the same keys at shutdown: it has the new values

@@ -17,6 +17,19 @@
 namespace {
 frmMain::Options quiet() { return frmMain::Options{false, true}; }
 
+// A window with its server list, none of it shown.
+struct Fixture {
+    ScriptedPrompter p;
+    frmMain w{&p, quiet()};
+    ServerList &s = *w.servers;
+};
+
+int fileMode(const QString &path)
+{
+    struct stat st {};
+    return ::stat(QFile::encodeName(path).constData(), &st) == 0 ? int(st.st_mode & 0777) : -1;
+}
+
 } // namespace
 
 class TstServerList : public QObject {
@@ -48,9 +61,8 @@ private slots:
 
     void newServerRefusesDuplicateNamesOnly()
     {
-        ScriptedPrompter p;
-        frmMain w(&p, quiet());
-        ServerList &s = *w.servers;
+        Fixture f;
+        auto &[p, w, s] = f;
         s.lstServs->add(QStringLiteral("00734  OK    news.a.com"));
         s.lstServs->add(QStringLiteral("????? ???    news.b.com"), QStringLiteral("u|||p"));
 
@@ -85,9 +97,8 @@ private slots:
         // blanks would break the name rule; cancel and empty add nothing
         p.clear();
         p.inputs = {QStringLiteral("news.c.com comment"), std::nullopt, QStringLiteral("   ")};
-        s.menuNew();
-        s.menuNew();
-        s.menuNew();
+        for (int i = 0; i < 3; ++i)
+            s.menuNew();
         QCOMPARE(s.lstServs->count(), 5);
         QCOMPARE(p.asked.size(), 4);   // three questions and one refusal
         QCOMPARE(p.asked[1].kind, QStringLiteral("message"));
@@ -95,9 +106,8 @@ private slots:
 
     void importTakesHostNamesAndSkipsLinesWithoutDot()
     {
-        ScriptedPrompter p;
-        frmMain w(&p, quiet());
-        ServerList &s = *w.servers;
+        Fixture f;
+        auto &[p, w, s] = f;
         s.lstServs->add(QStringLiteral("00012  OK    news.known.org"));
         QTemporaryDir dir;
         const QString file = dir.filePath(QStringLiteral("servers.txt"));
@@ -125,9 +135,8 @@ private slots:
 
     void deleteRemovesAdjacentSelectedItemsAndTheirCaches()
     {
-        ScriptedPrompter p;
-        frmMain w(&p, quiet());
-        ServerList &s = *w.servers;
+        Fixture f;
+        auto &[p, w, s] = f;
         for (const char *n : {"one.example", "two.example", "three.example", "four.example", "five.example"})
             s.lstServs->add(ServerList::Unchecked + QLatin1String(n));
         const QString cache = nd::cacheDir() + QStringLiteral("/three_example");
@@ -148,9 +157,8 @@ private slots:
 
     void loadSortsDescendingAndSavesBack()
     {
-        ScriptedPrompter p;
-        frmMain w(&p, quiet());
-        ServerList &s = *w.servers;
+        Fixture f;
+        auto &[p, w, s] = f;
         s.lstServs->add(QStringLiteral("00734  OK    small.example"), QStringLiteral("a|||b"));
         s.lstServs->add(QStringLiteral("01200  NO    big.example"), QStringLiteral("c|||d"));
         s.lstServs->add(QStringLiteral("00099  OK    tiny.example"));
@@ -183,9 +191,7 @@ private slots:
             s.lstServs->add(QStringLiteral("????? ???    news.three.example"));
             QVERIFY(s.save());
         }
-        struct stat st {};
-        QCOMPARE(::stat(QFile::encodeName(ServerList::listFile()).constData(), &st), 0);
-        QCOMPARE(int(st.st_mode & 0777), 0600);
+        QCOMPARE(fileMode(ServerList::listFile()), 0600);
 
         // a fresh window reads it without the dialog ever being shown
         frmMain w(&p, quiet());
@@ -201,15 +207,13 @@ private slots:
         // saving again keeps the file private even when it was made readable meanwhile
         QFile::setPermissions(ServerList::listFile(), QFileDevice::ReadOwner | QFileDevice::WriteOwner | QFileDevice::ReadOther);
         QVERIFY(s.save());
-        QCOMPARE(::stat(QFile::encodeName(ServerList::listFile()).constData(), &st), 0);
-        QCOMPARE(int(st.st_mode & 0777), 0600);
+        QCOMPARE(fileMode(ServerList::listFile()), 0600);
     }
 
     void exportWritesItemLinesAndReportsErrors()
     {
-        ScriptedPrompter p;
-        frmMain w(&p, quiet());
-        ServerList &s = *w.servers;
+        Fixture f;
+        auto &[p, w, s] = f;
         s.lstServs->add(QStringLiteral("01200  NO    big.example"), QStringLiteral("secret|||pw"));
         s.lstServs->add(QStringLiteral("????? ???    new.example"));
         QTemporaryDir dir;
@@ -228,9 +232,8 @@ private slots:
 
     void findSelectsOrSaysNotFound()
     {
-        ScriptedPrompter p;
-        frmMain w(&p, quiet());
-        ServerList &s = *w.servers;
+        Fixture f;
+        auto &[p, w, s] = f;
         for (const char *n : {"news.a.com", "news.b.com", "news.c.com"})
             s.lstServs->add(ServerList::Unchecked + QLatin1String(n));
         s.lstServs->setSelected(0, true);
@@ -251,9 +254,8 @@ private slots:
                     "????? ???    known.example*\r\n"
                     "no star here\r\n"
                     "bare.example*\n";
-        ScriptedPrompter p;
-        frmMain w(&p, quiet());
-        ServerList &s = *w.servers;
+        Fixture f;
+        auto &[p, w, s] = f;
         s.lstServs->add(QStringLiteral("00005  OK    known.example"), QStringLiteral("me|||pw"));
         qputenv("NEWSDREDGE_SERVERLIST_URL", http.url().toUtf8());
 
@@ -274,24 +276,18 @@ private slots:
         QCOMPARE(w.setupServerFrameCaption(), QStringLiteral("NNTP Servers (4)"));
         QVERIFY(!QFile::exists(nd::appFile(QStringLiteral("openservers.tmp"))));
 
-        // the file is missing on the server
-        p.clear();
-        http.status = 404;
-        http.body = "not here";
-        s.downloadOpenServers();
-        QCOMPARE(p.asked.size(), 2);
-        QVERIFY(p.asked[1].text.contains(QStringLiteral("could not be downloaded")));
-        QVERIFY(p.asked[1].text.contains(QStringLiteral("support@newsdredge.example")));
-        QCOMPARE(s.lstServs->count(), 4);
-
-        // a file too short to hold anything
-        p.clear();
-        http.status = 200;
-        http.body = "x";
-        s.downloadOpenServers();
-        QVERIFY(p.asked[1].text.contains(QStringLiteral("could not be imported")));
-        QVERIFY(p.asked[1].text.contains(QStringLiteral("support@newsdredge.example")));
-        QCOMPARE(s.lstServs->count(), 4);
+        // the file missing on the server, a file too short to hold anything: a notice, a failure
+        // naming the support address, and the list unchanged
+        for (auto [status, body, failure] : {std::tuple{404, "not here", "could not be downloaded"}, std::tuple{200, "x", "could not be imported"}}) {
+            p.clear();
+            http.status = status;
+            http.body = body;
+            s.downloadOpenServers();
+            QCOMPARE(p.asked.size(), 2);
+            QVERIFY(p.asked[1].text.contains(QLatin1String(failure)));
+            QVERIFY(p.asked[1].text.contains(QStringLiteral("support@newsdredge.example")));
+            QCOMPARE(s.lstServs->count(), 4);
+        }
 
         // with a proxy set the request goes to the proxy, not to the server
         QTcpServer closed;
@@ -316,9 +312,8 @@ private slots:
         for (int i = 0; i < 250; ++i)
             body += "????? ???    s" + QByteArray::number(i) + ".example*\r\n";
         http.body = body;
-        ScriptedPrompter p;
-        frmMain w(&p, quiet());
-        ServerList &s = *w.servers;
+        Fixture f;
+        auto &[p, w, s] = f;
         s.setOpenServerListUrl(http.url());
         QStringList captions;
         connect(&s, &ServerList::captionChanged, this, [&](const QString &c) { captions << c; });

@@ -39,6 +39,15 @@ struct Fixture {
     }
     void open() { d->openSetup(); }
     ItemList *list() { return w.servers->lstServs; }
+    QStringList boxes() const { return {d->txtUserID->text(), d->txtPassword->text()}; }
+    // Lists these servers (with their credentials), saves the list and opens the dialog.
+    void openWith(const QList<QPair<QString, QString>> &servers)
+    {
+        for (const auto &[text, data] : servers)
+            list()->add(text, data);
+        w.servers->save();
+        open();
+    }
 };
 
 void leave(QLineEdit *box)
@@ -61,9 +70,7 @@ private slots:
     void serverCountCaption()
     {
         Fixture f;
-        f.list()->add(QStringLiteral("00734  OK    news.a.com"));
-        f.w.servers->save();
-        f.open();
+        f.openWith({{QStringLiteral("00734  OK    news.a.com"), QString()}});
         QCOMPARE(f.d->frameServers->title(), QStringLiteral("NNTP Servers (1)"));
         QCOMPARE(f.w.setupServerFrameCaption(), QStringLiteral("NNTP Servers (1)"));
         QCOMPARE(f.d->chkHTTP->text(), QStringLiteral("Save HTTP addreseses"));
@@ -78,20 +85,16 @@ private slots:
     void clickFillsCredentialsAndLeavingStoresThem()
     {
         Fixture f;
-        f.list()->add(QStringLiteral("00734  OK    news.a.com"), QStringLiteral("alice|||s3cret"));
-        f.list()->add(QStringLiteral("00100  OK    news.b.com"));
-        f.w.servers->save();
-        f.open();
+        f.openWith({{QStringLiteral("00734  OK    news.a.com"), QStringLiteral("alice|||s3cret")},
+                    {QStringLiteral("00100  OK    news.b.com"), QString()}});
         f.d->lstServs_Click(0);
         QCOMPARE(f.w.opt.NNTPServer, QStringLiteral("news.a.com"));
-        QCOMPARE(f.d->txtUserID->text(), QStringLiteral("alice"));
-        QCOMPARE(f.d->txtPassword->text(), QStringLiteral("s3cret"));
+        QCOMPARE(f.boxes(), (QStringList{"alice", "s3cret"}));
 
         // clicking an item without credentials empties both boxes
         f.w.servers->makeCurrent(1);
         QCOMPARE(f.w.opt.NNTPServer, QStringLiteral("news.b.com"));
-        QCOMPARE(f.d->txtUserID->text(), QString());
-        QCOMPARE(f.d->txtPassword->text(), QString());
+        QCOMPARE(f.boxes(), (QStringList{"", ""}));
 
         // typed credentials are kept once the box is left, and the item stays selected
         QTest::keyClicks(f.d->txtUserID, QStringLiteral("bob"));
@@ -142,10 +145,10 @@ private slots:
     void listKeys()
     {
         Fixture f;
+        QList<QPair<QString, QString>> servers;
         for (const char *n : {"a.example", "b.example", "c.example", "d.example"})
-            f.list()->add(ServerList::Unchecked + QLatin1String(n));
-        f.w.servers->save();
-        f.open();
+            servers.append({ServerList::Unchecked + QLatin1String(n), QString()});
+        f.openWith(servers);
         QTest::keyClick(f.d->lstServs, Qt::Key_End);
         QCOMPARE(f.list()->selectedIndexes(), QList<int>{3});
         QCOMPARE(f.w.opt.NNTPServer, QStringLiteral("a.example"));   // sorted descending: a is last
@@ -192,13 +195,10 @@ private slots:
         QVERIFY(f.d->chkTray->isChecked());
         QVERIFY(f.d->chkHTTP->isChecked());
         QVERIFY(!f.d->chkWebSave->isChecked());
-        f.d->chkHTTP->click();
-        f.d->chkBinary->click();
-        f.d->chkShow->click();
+        for (QCheckBox *box : {f.d->chkHTTP, f.d->chkBinary, f.d->chkShow})
+            box->click();
         f.d->cmdOK_Click();
-        QCOMPARE(f.w.opt.SaveHTTP, 0);
-        QCOMPARE(f.w.opt.BinariesOnly, 1);
-        QCOMPARE(f.w.opt.ShowMNumbers, 1);
+        QCOMPARE((QList<int>{f.w.opt.SaveHTTP, f.w.opt.BinariesOnly, f.w.opt.ShowMNumbers}), (QList<int>{0, 1, 1}));
         // the store gets them with the program's other settings, at shutdown
         QVERIFY(!f.w.store().contains(QStringLiteral("SaveHTTP")));
         f.w.SaveSettings();
@@ -307,11 +307,8 @@ private slots:
         f.d->chooseDirectory();
         QCOMPARE(f.w.opt.DestDir, base + QStringLiteral("/full/"));
         f.d->cmdCancel_Click();
-    }
 
-    void emptyDestDirBecomesTheDefault()
-    {
-        Fixture f;
+        // an empty one becomes the default
         f.w.store().save(QStringLiteral("DestDir"), QString());
         f.open();
         const QString def = nd::appFile(QStringLiteral("Download")) + QLatin1Char('/');
@@ -324,17 +321,17 @@ private slots:
     void proxyBoxesReachTheSettingsOnOk()
     {
         Fixture f;
-        f.open();
-        f.d->txtProxyAddress->setText(QStringLiteral("127.0.0.1"));
-        f.d->txtProxyPort->clear();
-        QTest::keyClicks(f.d->txtProxyPort, QStringLiteral("9x050"));
+        auto type = [&f] {
+            f.open();
+            QCOMPARE(f.d->txtProxyPort->text(), QStringLiteral("1080"));
+            f.d->txtProxyAddress->setText(QStringLiteral("127.0.0.1"));
+            f.d->txtProxyPort->clear();
+            QTest::keyClicks(f.d->txtProxyPort, QStringLiteral("9x050"));
+        };
+        type();
         f.d->cmdCancel_Click();
         QCOMPARE(f.w.opt.ProxyHost, QString());
-        f.open();
-        QCOMPARE(f.d->txtProxyPort->text(), QStringLiteral("1080"));
-        f.d->txtProxyAddress->setText(QStringLiteral("127.0.0.1"));
-        f.d->txtProxyPort->clear();
-        QTest::keyClicks(f.d->txtProxyPort, QStringLiteral("9x050"));
+        type();
         f.d->cmdOK_Click();
         QCOMPARE(f.w.opt.ProxyHost, QStringLiteral("127.0.0.1"));
         QCOMPARE(f.w.opt.ProxyPort, 9050);
@@ -374,11 +371,8 @@ private slots:
         const QString server = QStringLiteral("127.0.0.1:%1").arg(closed.serverPort());
         closed.close();
         Fixture f;
-        f.list()->add(ServerList::Unchecked + server);
-        f.list()->add(QStringLiteral("00001  OK    other.example"));
-        f.w.servers->save();
         f.p.answers = {Prompter::AnswerOk};
-        f.open();
+        f.openWith({{ServerList::Unchecked + server, QString()}, {QStringLiteral("00001  OK    other.example"), QString()}});
         const int row = f.list()->findServer(server);
         f.d->lstServs_DblClick(row);
         QVERIFY(!f.d->isVisible());

@@ -58,6 +58,12 @@ class TstSavedFiles : public QObject {
             writePicture(path(name), c);
             sf->AddSavedFile(path(name));
         }
+        void add(const QStringList &names)
+        {
+            for (const QString &n : names)
+                add(n);
+        }
+        bool exists(const QString &name) const { return QFile::exists(path(name)); }
         void select(const QList<int> &rows)
         {
             w.lstFiles->clearSelection();
@@ -74,6 +80,13 @@ class TstSavedFiles : public QObject {
             sf->ClickEntry();
         }
         bool previewShows() const { return !w.Picture1->pixmap().isNull(); }
+        // Removes these rows, answering the questions asked with these answers.
+        void remove(const QList<int> &rows, const QList<Prompter::Answer> &answers = {})
+        {
+            select(rows);
+            p.answers = answers;
+            sf->RemoveSelected();
+        }
     };
 
 private slots:
@@ -193,59 +206,45 @@ private slots:
     void removeAsksOnlyWhenConfirmationIsOn()
     {
         Fixture x;
-        x.add(QStringLiteral("a.bmp"));
-        x.add(QStringLiteral("b.bmp"));
-        x.add(QStringLiteral("c.bmp"));
+        x.add(QStringList{"a.bmp", "b.bmp", "c.bmp"});
         x.w.opt.ConfirmFileDelete = 1;
 
-        x.select({0});
-        x.p.answers = {Prompter::AnswerNo};
-        x.sf->RemoveSelected();
+        x.remove({0}, {Prompter::AnswerNo});
         QCOMPARE(x.p.texts(), QStringList{QStringLiteral("Delete a.bmp ?")});
         QCOMPARE(x.p.asked[0].buttons, Prompter::YesNoCancel);
         QCOMPARE(x.p.asked[0].title, QStringLiteral("Newsdredge!"));
         QCOMPARE(x.w.lstFiles->count(), 3);
-        QVERIFY(QFile::exists(x.path(QStringLiteral("a.bmp"))));
+        QVERIFY(x.exists(QStringLiteral("a.bmp")));
 
         x.p.clear();
-        x.select({0, 2});
-        x.p.answers = {Prompter::AnswerNo};
-        x.sf->RemoveSelected();
+        x.remove({0, 2}, {Prompter::AnswerNo});
         QCOMPARE(x.p.texts(), QStringList{QStringLiteral("Delete all selected files?")});
         QCOMPARE(x.w.lstFiles->count(), 3);
-        x.p.answers = {Prompter::AnswerCancel};
-        x.sf->RemoveSelected();
+        x.remove({0, 2}, {Prompter::AnswerCancel});
         QCOMPARE(x.w.lstFiles->count(), 3);
 
         x.click(0);   // the previewed picture goes with its entry
         QVERIFY(x.previewShows());
-        x.select({0, 2});
-        x.p.answers = {Prompter::AnswerYes};
-        x.sf->RemoveSelected();
+        x.remove({0, 2}, {Prompter::AnswerYes});
         QCOMPARE(x.w.lstFiles->texts(), QStringList{QStringLiteral("b.bmp")});
-        QVERIFY(!QFile::exists(x.path(QStringLiteral("a.bmp"))));
-        QVERIFY(!QFile::exists(x.path(QStringLiteral("c.bmp"))));
-        QVERIFY(QFile::exists(x.path(QStringLiteral("b.bmp"))));
+        QCOMPARE((QList<bool>{x.exists("a.bmp"), x.exists("b.bmp"), x.exists("c.bmp")}), (QList<bool>{false, true, false}));
         QCOMPARE(x.w.frameFiles->title(), QStringLiteral("Saved Files (1)"));
         QVERIFY(!x.previewShows());
 
         // without confirmation: no question, the file goes at once
         x.p.clear();
         x.w.opt.ConfirmFileDelete = 0;
-        x.select({0});
-        x.sf->RemoveSelected();
+        x.remove({0});
         QVERIFY(x.p.asked.isEmpty());
         QCOMPARE(x.w.lstFiles->count(), 0);
-        QVERIFY(!QFile::exists(x.path(QStringLiteral("b.bmp"))));
+        QVERIFY(!x.exists(QStringLiteral("b.bmp")));
 
         // nothing selected: nothing happens
         x.sf->AddSavedFile(QStringLiteral("gone.bmp"));
-        x.w.lstFiles->clearSelection();
-        x.sf->RemoveSelected();
+        x.remove({});
         QCOMPARE(x.w.lstFiles->count(), 1);
         // an entry whose file is already gone is simply removed
-        x.select({0});
-        x.sf->RemoveSelected();
+        x.remove({0});
         QCOMPARE(x.w.lstFiles->count(), 0);
         QVERIFY(x.p.asked.isEmpty());
     }
@@ -259,19 +258,17 @@ private slots:
         QVERIFY(QFile(x.path(QStringLiteral("stuck.jpg/inside"))).open(QIODevice::WriteOnly));
         x.sf->AddSavedFile(QStringLiteral("stuck.jpg"));
         x.add(QStringLiteral("fine.bmp"));
-        x.select({0, 1});
-        x.sf->RemoveSelected();
+        x.remove({0, 1});
         QCOMPARE(x.p.texts(), QStringList{QStringLiteral("Unable to Delete File : stuck.jpg !")});
         QCOMPARE(x.w.lstFiles->texts(), QStringList{QStringLiteral("stuck.jpg")});
-        QVERIFY(!QFile::exists(x.path(QStringLiteral("fine.bmp"))));
+        QVERIFY(!x.exists(QStringLiteral("fine.bmp")));
     }
 
     void keysOfTheList()
     {
         Fixture x;
         x.w.opt.ConfirmFileDelete = 0;
-        x.add(QStringLiteral("a.bmp"));
-        x.add(QStringLiteral("b.bmp"));
+        x.add(QStringList{"a.bmp", "b.bmp"});
         QListView *view = x.w.lstFilesView;
         x.w.lstFiles->clearSelection();
         QTest::keyClick(view, Qt::Key_A, Qt::ControlModifier);
@@ -290,16 +287,16 @@ private slots:
         Fixture x;
         x.sf->AddSavedFile(QStringLiteral("missing.zip"));
         x.w.lstFiles->clearSelection();
-        x.sf->OpenSelected();
-        QCOMPARE(x.p.texts(), QStringList{QStringLiteral("Please Select Item(s) First")});
-        x.p.clear();
-        x.select({0});
-        x.sf->OpenSelected();
-        QCOMPARE(x.p.texts(), QStringList{QStringLiteral("Error Executing Application or File Not Found")});
-        x.p.clear();
-        x.w.S.QuietMode = true;
-        x.sf->OpenSelected();
-        QVERIFY(x.p.asked.isEmpty());
+        // what an open says: nothing selected, the file missing, the same in quiet mode
+        QStringList said;
+        for (const char *step : {"none", "selected", "quiet"}) {
+            x.select(qstrcmp(step, "none") ? QList<int>{0} : QList<int>{});
+            x.w.S.QuietMode = !qstrcmp(step, "quiet");
+            x.p.clear();
+            x.sf->OpenSelected();
+            said << x.p.texts().join(QLatin1Char('|'));
+        }
+        QCOMPARE(said, (QStringList{"Please Select Item(s) First", "Error Executing Application or File Not Found", ""}));
     }
 
     void largePreviewSteppingAndGeometry()
@@ -382,8 +379,7 @@ private slots:
     {
         Fixture x;
         x.w.opt.ConfirmFileDelete = 1;
-        x.add(QStringLiteral("a.bmp"));
-        x.add(QStringLiteral("b.bmp"));
+        x.add(QStringList{"a.bmp", "b.bmp"});
         x.w.action(QStringLiteral("menuPreviewL"))->trigger();
         x.click(1);
         frmMaxPrev *lp = x.sv->largePreview();

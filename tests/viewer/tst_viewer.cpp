@@ -134,6 +134,16 @@ class TstViewer : public QObject {
             QFile f(path(name));
             return f.open(QIODevice::ReadOnly) ? f.readAll() : QByteArray();
         }
+        bool write(const QString &name, const QByteArray &bytes) const
+        {
+            QFile f(path(name));
+            return f.open(QIODevice::WriteOnly) && f.write(bytes) == bytes.size();
+        }
+        bool showMain()
+        {
+            w.show();
+            return QTest::qWaitForWindowActive(&w);
+        }
     };
 
 private slots:
@@ -142,23 +152,18 @@ private slots:
     void textMessage()
     {
         Fixture<> x;
-        QFile old(x.path(QStringLiteral("~image2.tmp")));
-        QVERIFY(old.open(QIODevice::WriteOnly));
-        old.write("an old picture");
-        old.close();
+        QVERIFY(x.write(QStringLiteral("~image2.tmp"), "an old picture"));
 
         x.open(1);
         frmMessage *v = x.v();
         QVERIFY(v && v->isVisible() && v->ViewerShown);
         QVERIFY(x.srv.sawCommand("ARTICLE 11"));
         QCOMPARE(v->ViewArticleNumber, 11);
-        QCOMPARE(v->txtTitle->text(), QStringLiteral("Hello there"));
-        QCOMPARE(v->txtDate->text(), QStringLiteral("11/20/2026"));
-        QCOMPARE(v->txtEmail->text(), QStringLiteral("Ann <ann@example.org>"));
+        QCOMPARE((QStringList{v->txtTitle->text(), v->txtDate->text(), v->txtEmail->text()}),
+                 (QStringList{"Hello there", "11/20/2026", "Ann <ann@example.org>"}));
         QCOMPARE(v->txtMsgBody->toPlainText(), QStringLiteral("First line\nsecond line\n"));
         QCOMPARE(v->frameBody->title(), QStringLiteral("Message Contents"));
-        QCOMPARE(x.w.status(1), QStringLiteral("Done"));
-        QCOMPARE(x.w.status(2), QString());
+        QCOMPARE((QStringList{x.w.status(1), x.w.status(2)}), (QStringList{"Done", ""}));
         QVERIFY(v->Image1->isHidden());
         // the old picture is gone and the article's part file too
         QCOMPARE(x.files(), QStringList());
@@ -166,19 +171,15 @@ private slots:
         QVERIFY(x.w.MSHResults->isEnabled());
         QVERIFY(v->txtTitle->isReadOnly() && v->txtMsgBody->isReadOnly());
         QTest::keyClick(v->txtMsgBody, Qt::Key_Escape);   // closes, keeping the place
-        QVERIFY(!v->isVisible());
-        QVERIFY(!v->ViewerShown);
+        QVERIFY(!v->isVisible() && !v->ViewerShown);
         QVERIFY(x.w.store().contains(QStringLiteral("MWidth")));
     }
 
-    void pictureWithPreviewOn()
+    void pictureWithPreviewOnAndOff()
     {
         Fixture<> x;
         // a file the user saved under the attachment's name is never touched by viewing
-        QFile mine(x.path(QStringLiteral("pic.bmp")));
-        QVERIFY(mine.open(QIODevice::WriteOnly));
-        mine.write("mine");
-        mine.close();
+        QVERIFY(x.write(QStringLiteral("pic.bmp"), "mine"));
 
         x.open(2);
         frmMessage *v = x.v();
@@ -205,15 +206,11 @@ private slots:
         x.open(1);
         QVERIFY(!QFile::exists(x.path(QStringLiteral("~image2.tmp"))));
         QVERIFY(v->Image1->isHidden());
-    }
 
-    void pictureWithPreviewOff()
-    {
-        Fixture<> x;
+        // with preview off
         x.w.action(QStringLiteral("menuPreview"))->trigger();
         QVERIFY(!x.previews()->previewOn());
         x.open(2);
-        frmMessage *v = x.v();
         QCOMPARE(x.w.S.TransportError, 0);
         QCOMPARE(x.fileBytes(QStringLiteral("~image2.tmp")), x.red);   // decoded and kept...
         QVERIFY(v->Image1->isHidden());                                  // ...but not shown
@@ -279,23 +276,22 @@ private slots:
     void theTextLimit()
     {
         Fixture<> x;
-        x.open(4);
-        frmMessage *v = x.v();
-        QCOMPARE(x.w.S.MessageText.size(), 9999);
-        QCOMPARE(v->txtMsgBody->toPlainText(), QString(9997, QLatin1Char('a')) + QLatin1Char('\n'));
-        QCOMPARE(v->frameBody->title(), QStringLiteral("Message Contents"));
-        x.open(5);
-        QCOMPARE(x.w.S.MessageText.size(), 10000);
-        QCOMPARE(v->txtMsgBody->toPlainText(), QString(9998, QLatin1Char('a')) + QLatin1Char('\n'));   // all of it
-        QCOMPARE(v->frameBody->title(), QStringLiteral("Message Contents (Partial)"));
-        x.open(6);
-        QCOMPARE(v->txtMsgBody->toPlainText(), QString(10000, QLatin1Char('a')));   // the first 10000
-        QCOMPARE(v->frameBody->title(), QStringLiteral("Message Contents (Partial)"));
-        x.open(1);
-        QCOMPARE(v->frameBody->title(), QStringLiteral("Message Contents"));
+        const QString a(10000, QLatin1Char('a'));
+        // row, the text kept (-1: not checked), the body shown (10000 at most: a 10000 text is
+        // shown whole), partial or not
+        const struct { int row, kept; QString body; bool partial; } rows[] = {
+            {4, 9999, a.left(9997) + '\n', false}, {5, 10000, a.left(9998) + '\n', true}, {6, -1, a, true},
+            {1, -1, "First line\nsecond line\n", false}};
+        for (const auto &r : rows) {
+            x.open(r.row);
+            if (r.kept >= 0)
+                QCOMPARE(x.w.S.MessageText.size(), r.kept);
+            QCOMPARE(x.v()->txtMsgBody->toPlainText(), r.body);
+            QCOMPARE(x.v()->frameBody->title(), r.partial ? QStringLiteral("Message Contents (Partial)") : QStringLiteral("Message Contents"));
+        }
     }
 
-    void copyWithAndWithoutSelection()
+    void copyPrintAndMail()
     {
         Fixture<> x;
         x.open(1);
@@ -310,13 +306,7 @@ private slots:
         v->txtMsgBody->setTextCursor(c);
         v->Copy();
         QCOMPARE(QGuiApplication::clipboard()->text(), QStringLiteral("line\nseco"));
-    }
 
-    void printing()
-    {
-        Fixture<> x;
-        x.open(1);
-        frmMessage *v = x.v();
         QCOMPARE(v->printText(), QStringLiteral("\n\n\nMessage Title : Hello there\n\nFirst line\nsecond line\n"));
         auto printTo = [v](const QString &pdf) {
             v->printerFactory = [pdf] {
@@ -334,6 +324,15 @@ private slots:
         printTo(QStringLiteral("/no/such/dir/out.pdf"));
         QCOMPARE(x.p.texts(), QStringList{QStringLiteral("Error: Cannot Print.")});
         QCOMPARE(x.p.asked[0].icon, Prompter::Critical);
+
+        // a click on the address hands it to the mail program
+        x.p.clear();
+        UrlRecorder rec;
+        QDesktopServices::setUrlHandler(QStringLiteral("mailto"), &rec, "open");
+        QTest::mouseClick(v->txtEmail, Qt::LeftButton);
+        QDesktopServices::unsetUrlHandler(QStringLiteral("mailto"));
+        QCOMPARE(rec.urls, QList<QUrl>{QUrl(QStringLiteral("mailto:ann@example.org"))});
+        QVERIFY(x.p.asked.isEmpty());
     }
 
     void mailAddresses()
@@ -345,17 +344,6 @@ private slots:
         QCOMPARE(frmMessage::mailtoTarget(QStringLiteral("Bo <bo+news&x@example.org>")),
                  QStringLiteral("mailto:bo%2Bnews%26x@example.org"));
         QCOMPARE(frmMessage::mailtoTarget(QStringLiteral("nobody")), QString());
-
-        Fixture<> x;
-        x.open(1);
-        UrlRecorder rec;
-        QDesktopServices::setUrlHandler(QStringLiteral("mailto"), &rec, "open");
-        QTest::mouseClick(x.v()->txtEmail, Qt::LeftButton);
-        QDesktopServices::unsetUrlHandler(QStringLiteral("mailto"));
-        QCOMPARE(rec.urls.size(), 1);
-        QCOMPARE(rec.urls[0].scheme(), QStringLiteral("mailto"));
-        QCOMPARE(rec.urls[0].path(), QStringLiteral("ann@example.org"));
-        QVERIFY(x.p.asked.isEmpty());
     }
 
     void sizeAndPlace()
@@ -369,9 +357,8 @@ private slots:
         QCOMPARE(v->size(), QSize(383, 300));   // never smaller
         v->setGeometry(40, 50, 500, 420);
         v->SaveViewerGeometry();
-        QCOMPARE(x.w.store().getDouble(QStringLiteral("MLeft"), -1), 600.0);   // in twips
-        QCOMPARE(x.w.store().getDouble(QStringLiteral("MTop"), -1), 750.0);
-        QCOMPARE(x.w.store().getDouble(QStringLiteral("MWidth"), -1), 7500.0);
+        const auto stored = [&x](const char *key) { return x.w.store().getDouble(QLatin1String(key), -1); };
+        QCOMPARE((QList<double>{stored("MLeft"), stored("MTop"), stored("MWidth")}), (QList<double>{600, 750, 7500}));   // in twips
         v->close();
         v->setGeometry(0, 0, 383, 300);
         x.open(2);
@@ -430,8 +417,7 @@ private slots:
     void viewerStaysUpUnderItsBoxes()
     {
         Fixture<GuiPrompter> x;
-        x.w.show();
-        QVERIFY(QTest::qWaitForWindowActive(&x.w));
+        QVERIFY(x.showMain());
         x.open(1);
         frmMessage *v = x.v();
         QVERIFY(v && v->isVisible());
@@ -471,8 +457,7 @@ private slots:
         // back to the main window: the viewer goes and gives the commands back
         x.w.activateWindow();
         QVERIFY(QTest::qWaitForWindowActive(&x.w));
-        QTRY_VERIFY(!v->isVisible());
-        QVERIFY(!v->ViewerShown);
+        QTRY_VERIFY(!v->isVisible() && !v->ViewerShown);
         QVERIFY(x.w.action(QStringLiteral("menuView"))->isEnabled());
     }
 
@@ -488,12 +473,9 @@ private slots:
                 return "224 follows\r\n11\tHello there\tAnn <ann@example.org>\tMon, 2 Nov 2026 10:00:00 +0000\t<m11@x>\t\t100\t3\r\n.\r\n";
             return base(cmd);
         };
-        x.w.show();
-        QVERIFY(QTest::qWaitForWindowActive(&x.w));
+        QVERIFY(x.showMain());
         const QString pic = x.path(QStringLiteral("blue.bmp"));
-        QFile f(pic);
-        QVERIFY(f.open(QIODevice::WriteOnly) && f.write(x.blue) == x.blue.size());
-        f.close();
+        QVERIFY(x.write(QStringLiteral("blue.bmp"), x.blue));
         x.w.action(QStringLiteral("menuPreviewL"))->trigger();
         x.w.savedFiles->AddSavedFile(pic);
         x.w.savedFiles->PreviewFile(pic);
@@ -529,8 +511,7 @@ private slots:
     void downloadedPictureIsShownOnce()
     {
         Fixture<GuiPrompter> x;
-        x.w.show();
-        QVERIFY(QTest::qWaitForWindowActive(&x.w));
+        QVERIFY(x.showMain());
         ShowCounter shows;
         x.w.Picture1->installEventFilter(&shows);
         x.w.MSHResults->selectionModel()->select(x.w.grid->index(1, 0), QItemSelectionModel::ClearAndSelect | QItemSelectionModel::Rows);

@@ -53,6 +53,29 @@ QStringList listedFiles(QFileDialog *dlg)
     return names;
 }
 
+// Each command's file dialog lists the files its filter names: the command, its filter,
+// whether its dialog opens in the application directory.
+struct Command {
+    const char *name, *pattern;
+    bool inAppDir;
+    std::function<void(frmMain &)> run;
+};
+const std::vector<Command> &commands()
+{
+    static const std::vector<Command> all = {
+        {"import server addresses", "*.txt", true, [](frmMain &w) { w.servers->menuImport(); }},
+        {"export server addresses", "*.txt", true, [](frmMain &w) { w.servers->menuExport(); }},
+        {"load favorites", "*.fav", false, [](frmMain &w) { w.favorites->LoadFavorites(); }},
+        {"save favorites", "*.fav", false, [](frmMain &w) { w.favorites->SaveFavoritesAs(false); }},
+        {"harvest output file", "*.txt", false, [](frmMain &w) { QVERIFY(!w.harvester->AskOutputFile()); }},
+        {"generate group list", "*.txt", true, [](frmMain &w) {
+             w.servers->lstServs->add(ServerList::Unchecked + QStringLiteral("127.0.0.1:1"));
+             w.servers->lstServs->setSelected(0, true);
+             w.action(QStringLiteral("menuGen"))->trigger();
+         }}};
+    return all;
+}
+
 } // namespace
 
 class TstWindowDialogs : public QObject {
@@ -61,31 +84,23 @@ class TstWindowDialogs : public QObject {
 private slots:
     void init() { QFile::remove(SettingsStore().fileName()); }
 
-    // Each command's file dialog lists the files its filter names.
     void fileDialogsListTheUsersFiles_data()
     {
-        QTest::addColumn<QString>("command");
-        QTest::addColumn<QString>("pattern");
-        QTest::newRow("import server addresses") << "import" << "*.txt";
-        QTest::newRow("export server addresses") << "export" << "*.txt";
-        QTest::newRow("load favorites") << "load" << "*.fav";
-        QTest::newRow("save favorites") << "save" << "*.fav";
-        QTest::newRow("harvest output file") << "output" << "*.txt";
-        QTest::newRow("generate group list") << "generate" << "*.txt";
+        QTest::addColumn<int>("command");
+        for (int i = 0; i < int(commands().size()); ++i)
+            QTest::newRow(commands()[size_t(i)].name) << i;
     }
 
     void fileDialogsListTheUsersFiles()
     {
-        QFETCH(QString, command);
-        QFETCH(QString, pattern);
+        QFETCH(int, command);
+        const Command &c = commands()[size_t(command)];
         GuiPrompter p;
         p.setFileDialogOptions(int(QFileDialog::DontUseNativeDialog));
         frmMain w(&p, frmMain::Options{false, true});
         // the folder each dialog opens in holds files of every kind and a sub-folder
         QTemporaryDir tmp;
-        const bool inAppDir = command == QLatin1String("import") || command == QLatin1String("export")
-            || command == QLatin1String("generate");
-        const QString dir = inAppDir ? nd::appDir() : tmp.path();
+        const QString dir = c.inAppDir ? nd::appDir() : tmp.path();
         QDir().mkpath(dir + QStringLiteral("/sub"));
         const QStringList names = {"servers.txt", "notes.TXT", "mine.fav", "other.fav", "picture.jpg", "data.dat"};
         for (const QString &n : names)
@@ -93,7 +108,7 @@ private slots:
         w.opt.FavoritesFile = tmp.path() + QStringLiteral("/mine.fav");
         w.S.OutputFileName = tmp.path() + QStringLiteral("/out.txt");
 
-        QStringList expected = QDir(dir).entryList({pattern}, QDir::Files);
+        QStringList expected = QDir(dir).entryList({QLatin1String(c.pattern)}, QDir::Files);
         expected.sort();
         QVERIFY(!expected.isEmpty());
 
@@ -110,21 +125,7 @@ private slots:
             dlg->reject();
         });
         poll.start(20);
-        if (command == QLatin1String("import"))
-            w.servers->menuImport();
-        else if (command == QLatin1String("export"))
-            w.servers->menuExport();
-        else if (command == QLatin1String("load"))
-            w.favorites->LoadFavorites();
-        else if (command == QLatin1String("save"))
-            w.favorites->SaveFavoritesAs(false);
-        else if (command == QLatin1String("output"))
-            QVERIFY(!w.harvester->AskOutputFile());
-        else if (command == QLatin1String("generate")) {
-            w.servers->lstServs->add(ServerList::Unchecked + QStringLiteral("127.0.0.1:1"));
-            w.servers->lstServs->setSelected(0, true);
-            w.action(QStringLiteral("menuGen"))->trigger();
-        }
+        c.run(w);
         poll.stop();
         QVERIFY(seen);
         QCOMPARE(listed, expected);
