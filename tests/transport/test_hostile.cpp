@@ -84,6 +84,14 @@ QByteArray overLines(qint64 &n)
     return out;
 }
 
+template <typename T>
+void setLimit(NewsTransport &t, T TransportLimits::*field, std::type_identity_t<T> value)
+{
+    TransportLimits l = t.Limits();
+    l.*field = value;
+    t.SetLimits(l);
+}
+
 const QByteArray kStdFmt = "215 order follows\r\nSubject:\r\nFrom:\r\nDate:\r\nMessage-ID:\r\n"
                            "References:\r\n:bytes\r\n:lines\r\nXref:full\r\n.\r\n";
 const QByteArray kFmtWithoutPath = kStdFmt;   // no Path: HDR Path goes first
@@ -198,21 +206,16 @@ void TestHostile::endless_and_slow_answers()
             s.answer(c, line);
     };
     QVERIFY(s.start());
-    NewsTransport t;
+    Client c;
+    NewsTransport &t = c.t;
+    Recorder &r = c.r;
     // the real bounds, but a time-out and floor window short enough for a test: 3 s of silence,
     // or 3 s below 1 KiB/s
-    TransportLimits limits = t.Limits();
-    limits.floorWindowSeconds = 3;
-    t.SetLimits(limits);
+    setLimit(t, &TransportLimits::floorWindowSeconds, 3);
     t.SetTimeout(3);
-    Recorder r(&t);
-    t.Connect(s.address());
-    QTRY_COMPARE_WITH_TIMEOUT(r.connected, 1, 10000);
-    if (k.run != Run::GroupList) {
-        t.SelectGroup(QStringLiteral("a.b"));
-        QTRY_COMPARE_WITH_TIMEOUT(r.done.size(), 1, 10000);
-        QVERIFY(!r.done.last().error);
-    }
+    QVERIFY(c.connectTo(s.address()));
+    if (k.run != Run::GroupList)
+        QVERIFY(c.run(QStringLiteral("GROUP a.b")) && !r.done.last().error);
     const qsizetype doneBefore = r.done.size();
 
     resetPeakRss();
@@ -249,9 +252,7 @@ void TestHostile::endless_and_slow_answers()
         QCOMPARE(t.StateText(), QStringLiteral("Connected to NNTP Server"));
         const int connections = s.connections;
         s.handler = [&s](QTcpSocket *c, const QByteArray &line) { s.answer(c, line); };
-        t.SelectGroup(QStringLiteral("a.b"));
-        QTRY_COMPARE_WITH_TIMEOUT(r.done.size(), doneBefore + 2, 10000);
-        QVERIFY(!r.done.last().error);
+        QVERIFY(c.run(QStringLiteral("GROUP a.b")) && !r.done.last().error);
         QCOMPARE(s.connections, connections + 1);
     }
 }
@@ -268,20 +269,16 @@ void TestHostile::trickled_greeting_times_out()
                 trickle(s.last(), "200 a very slow server indeed\r\n", 300);
         });
     });
-    NewsTransport t;
-    TransportLimits limits = t.Limits();
-    limits.floorWindowSeconds = 2;
-    t.SetLimits(limits);
-    t.SetTimeout(2);
-    Recorder r(&t);
+    Client c;
+    setLimit(c.t, &TransportLimits::floorWindowSeconds, 2);
+    c.t.SetTimeout(2);
     QElapsedTimer clock;
     clock.start();
-    t.Connect(s.address());
-    QTRY_VERIFY_WITH_TIMEOUT(!r.done.isEmpty(), 8000);
-    QVERIFY(r.done.last().error);
-    QCOMPARE(t.LastError(), qint32(NewsTransport::ErrorTimeout));
+    QVERIFY(!c.connectTo(s.address()));
+    QVERIFY(c.r.done.last().error);
+    QCOMPARE(c.t.LastError(), qint32(NewsTransport::ErrorTimeout));
     QVERIFY(clock.elapsed() <= 4000);
-    QCOMPARE(r.connected, 0);
+    QCOMPARE(c.r.connected, 0);
 }
 
 // Article numbers right below 2^63: every range is asked for exactly, and ends.
@@ -307,21 +304,15 @@ void TestHostile::range_at_the_top_of_64_bits()
         }
     };
     QVERIFY(s.start());
-    NewsTransport t;
-    t.SetPathChunk(4);   // chunks that end exactly at the top, and one that would pass it
-    Recorder r(&t);
-    t.Connect(s.address());
-    QTRY_COMPARE_WITH_TIMEOUT(r.connected, 1, 10000);
-    t.SelectGroup(QStringLiteral("a.b"));
-    QTRY_COMPARE_WITH_TIMEOUT(r.done.size(), 1, 10000);
-    QCOMPARE(t.SelectedGroup().First, top - 9);
-    QCOMPARE(t.SelectedGroup().Last, top);
+    Client c;
+    c.t.SetPathChunk(4);   // chunks that end exactly at the top, and one that would pass it
+    QVERIFY(c.connectTo(s.address()) && c.run(QStringLiteral("GROUP a.b")));
+    QCOMPARE(c.t.SelectedGroup().First, top - 9);
+    QCOMPARE(c.t.SelectedGroup().Last, top);
 
-    t.FetchHeaders(top - 9, top);
-    QTRY_COMPARE_WITH_TIMEOUT(r.done.size(), 2, 10000);
-    QVERIFY(!r.done.last().error);
-    QCOMPARE(t.SelectedGroup().Count(), 10);
-    QCOMPARE(t.SelectedGroup().Item(9).Number, top);
+    QVERIFY(c.run(QStringLiteral("OVER %1-%2").arg(top - 9).arg(top)) && !c.r.done.last().error);
+    QCOMPARE(c.t.SelectedGroup().Count(), 10);
+    QCOMPARE(c.t.SelectedGroup().Item(9).Number, top);
     QStringList over;
     for (const QByteArray &l : s.received)
         if (l.startsWith("OVER"))
@@ -329,10 +320,8 @@ void TestHostile::range_at_the_top_of_64_bits()
     QCOMPARE(over, QStringList({"OVER 9223372036854775798-9223372036854775801", "OVER 9223372036854775802-9223372036854775805",
                                 "OVER 9223372036854775806-9223372036854775807"}));
 
-    t.FetchArticles(top, top);
-    QTRY_COMPARE_WITH_TIMEOUT(r.done.size(), 3, 10000);
-    QVERIFY(!r.done.last().error);
-    QCOMPARE(t.SelectedGroup().Count(), 1);
+    QVERIFY(c.run(QStringLiteral("ARTICLE %1-%1").arg(top)) && !c.r.done.last().error);
+    QCOMPARE(c.t.SelectedGroup().Count(), 1);
     QCOMPARE(s.count("ARTICLE"), 1);
 }
 
@@ -344,17 +333,14 @@ void TestHostile::control_characters_in_status_lines()
     s.greeting = QByteArray("200 \x1b]0;TITLE\x07\x1b[2Jhello\0world \xc2\x9b" "31m \xe2\x80\xae" "txt.exe posting ok\r\n", 60);
     s.replies["GROUP"] = QByteArray("411 no \x1b[31mred\x1b[0m group\r\n");
     QVERIFY(s.start());
-    NewsTransport t;
-    Recorder r(&t);
-    t.Connect(s.address());
-    QTRY_COMPARE_WITH_TIMEOUT(r.connected, 1, 10000);
-    QCOMPARE(r.debug.first(), QStringLiteral("200 \\x1B]0;TITLE\\x07\\x1B[2Jhello\\x00world \\x9B31m \\u202Etxt.exe posting ok"));
-    t.SelectGroup(QStringLiteral("a.b"));
-    QTRY_COMPARE_WITH_TIMEOUT(r.done.size(), 1, 10000);
-    QCOMPARE(r.done.last().text, QStringLiteral("411 no \\x1B[31mred\\x1B[0m group"));
-    for (const QString &d : std::as_const(r.debug))
-        for (QChar c : d)
-            QVERIFY(c.unicode() >= 0x20 && c.unicode() != 0x7f);
+    Client c;
+    QVERIFY(c.connectTo(s.address()));
+    QCOMPARE(c.r.debug.first(), QStringLiteral("200 \\x1B]0;TITLE\\x07\\x1B[2Jhello\\x00world \\x9B31m \\u202Etxt.exe posting ok"));
+    QVERIFY(c.run(QStringLiteral("GROUP a.b")));
+    QCOMPARE(c.r.done.last().text, QStringLiteral("411 no \\x1B[31mred\\x1B[0m group"));
+    for (const QString &d : std::as_const(c.r.debug))
+        for (QChar ch : d)
+            QVERIFY(ch.unicode() >= 0x20 && ch.unicode() != 0x7f);
 }
 
 // An article of a few MiB that is nothing but MIME boundaries costs the MIME parser far more
@@ -378,28 +364,16 @@ void TestHostile::mime_part_count_is_bounded()
             s.answer(c, line);
     };
     QVERIFY(s.start());
-    NewsTransport t;
-    TransportLimits limits = t.Limits();
-    limits.maxMimeParts = 100;
-    t.SetLimits(limits);
-    Recorder r(&t);
-    t.Connect(s.address());
-    QTRY_COMPARE_WITH_TIMEOUT(r.connected, 1, 10000);
-    t.SelectGroup(QStringLiteral("a.b"));
-    QTRY_COMPARE_WITH_TIMEOUT(r.done.size(), 1, 10000);
-
+    Client c;
+    setLimit(c.t, &TransportLimits::maxMimeParts, 100);
+    QVERIFY(c.connectTo(s.address()) && c.run(QStringLiteral("GROUP a.b")));
     parts = 99;   // within the bound: parsed as usual
-    t.FetchArticles(7, 7);
-    QTRY_COMPARE_WITH_TIMEOUT(r.done.size(), 2, 10000);
-    QVERIFY(!r.done.last().error);
-    QCOMPARE(t.SelectedGroup().Item(0).Message.Parts.size(), 99);
-
+    QVERIFY(c.run(QStringLiteral("ARTICLE 7-7")) && !c.r.done.last().error);
+    QCOMPARE(c.t.SelectedGroup().Item(0).Message.Parts.size(), 99);
     parts = 101;
-    t.FetchArticles(7, 7);
-    QTRY_COMPARE_WITH_TIMEOUT(r.done.size(), 3, 10000);
-    QVERIFY(r.done.last().error);
-    QVERIFY2(r.done.last().text.contains(QStringLiteral("more than 100 MIME parts")), qPrintable(r.done.last().text));
-    QCOMPARE(t.LastError(), qint32(NewsTransport::ErrorTooLarge));
+    QVERIFY(c.run(QStringLiteral("ARTICLE 7-7")) && c.r.done.last().error);
+    QVERIFY2(c.r.done.last().text.contains(QStringLiteral("more than 100 MIME parts")), qPrintable(c.r.done.last().text));
+    QCOMPARE(c.t.LastError(), qint32(NewsTransport::ErrorTooLarge));
 }
 
 // On a plain nntp:// connection the user name and password go out only after STARTTLS when the
@@ -425,24 +399,21 @@ void TestHostile::credentials_wait_for_starttls()
                      {"AUTHINFO USER", "381 more\r\n"},
                      {"AUTHINFO PASS", "281 ok\r\n"}};
         QVERIFY(s.start());
-        NewsTransport t;
-        Recorder r(&t);
+        Client c;
         int asked = 0;
-        t.SetCertificateCheck([&](const QString &, const QString &, const QString &) {
+        c.t.SetCertificateCheck([&](const QString &, const QString &, const QString &) {
             ++asked;
             return row.acceptCertificate;
         });
-        t.Connect(s.address(), QStringLiteral("u"), QStringLiteral("p"));
-        QTRY_VERIFY_WITH_TIMEOUT(r.connected == 1 || !r.done.isEmpty(), 10000);
-        QCOMPARE(r.connected == 1, row.connects);
+        QCOMPARE(c.connectTo(s.address(), QStringLiteral("u"), QStringLiteral("p")), row.connects);
         QCOMPARE(asked, row.offer ? 1 : 0);
         for (qsizetype i = 0; i < s.received.size(); ++i)
             QVERIFY(!s.received[i].startsWith("AUTHINFO") || s.receivedEncrypted[i] || row.inClear);
         QCOMPARE(s.received.contains("AUTHINFO PASS p"), row.connects);
-        QCOMPARE(t.CredentialsInClear(), row.inClear);
-        QCOMPARE(r.debug.filter(QStringLiteral("without encryption")).isEmpty(), !row.inClear);
+        QCOMPARE(c.t.CredentialsInClear(), row.inClear);
+        QCOMPARE(c.r.debug.filter(QStringLiteral("without encryption")).isEmpty(), !row.inClear);
         if (!row.connects)
-            QCOMPARE(t.LastError(), qint32(NewsTransport::ErrorTls));
+            QCOMPARE(c.t.LastError(), qint32(NewsTransport::ErrorTls));
     }
 }
 
