@@ -146,8 +146,7 @@ void TestTransportInn::list_matches_server()
     Client c;
     NewsTransport &t = c.t;
     QVERIFY(c.connectTo(addr(readerPort())));
-    QVERIFY(c.run(QStringLiteral("LIST")));
-    QVERIFY(!c.r.done.last().error);
+    QVERIFY(c.runOk(QStringLiteral("LIST")));
     QCOMPARE(c.r.done.last().value, 215);
     QCOMPARE(t.GroupList().Count(), active.size());
     for (int i = 0; i < active.size(); ++i) {
@@ -180,8 +179,7 @@ void TestTransportInn::group_over_with_path_and_article()
     QCOMPARE(t.SelectedGroup().Last, last);
     QCOMPARE(t.SelectedGroup().Estimated, count);
 
-    QVERIFY(c.run(QStringLiteral("OVER %1-%2").arg(first).arg(last), 20000));
-    QVERIFY(!c.r.done.last().error);
+    QVERIFY(c.runOk(QStringLiteral("OVER %1-%2").arg(first).arg(last), 20000));
     const NewsTransportGroup &sel = t.SelectedGroup();
     QCOMPARE(sel.Count(), over.size());
     QHash<qint64, QByteArray> pathOf;
@@ -208,8 +206,7 @@ void TestTransportInn::group_over_with_path_and_article()
     QByteArray expected;
     for (const QByteArray &l : lines)
         expected += l + "\r\n";
-    QVERIFY(c.run(QStringLiteral("ARTICLE %1-%1").arg(n)));
-    QVERIFY(!c.r.done.last().error);
+    QVERIFY(c.runOk(QStringLiteral("ARTICLE %1-%1").arg(n)));
     QCOMPARE(c.r.done.last().value, 220);
     QCOMPARE(sel.Count(), 1);
     QCOMPARE(sel.Item(0).Number, n);
@@ -217,8 +214,7 @@ void TestTransportInn::group_over_with_path_and_article()
     QVERIFY(expected.endsWith(sel.Item(0).Message.Body));
     QCOMPARE(sel.Item(0).Message.header("Message-ID"), textFromBytes(over.at(0).split('\t').at(4)));
     // an article number past the end: no error, no article
-    QVERIFY(c.run(QStringLiteral("ARTICLE %1-%1").arg(last + 1000)));
-    QVERIFY(!c.r.done.last().error);
+    QVERIFY(c.runOk(QStringLiteral("ARTICLE %1-%1").arg(last + 1000)));
     QCOMPARE(sel.Count(), 0);
 }
 

@@ -411,8 +411,7 @@ void TestTransportScript::long_line_and_raw_bytes()
     Session f;
     f.s.replies["ARTICLE 7"] = "220 7 <7@x>\r\n" + head + "\r\n" + wire + ".\r\n";
     QVERIFY(f.open());
-    QVERIFY(f.run(QStringLiteral("ARTICLE 7-7")));
-    QVERIFY(!f.r.done.last().error);
+    QVERIFY(f.runOk(QStringLiteral("ARTICLE 7-7")));
     QCOMPARE(f.t.SelectedGroup().Count(), 1);
     const NewsTransportMessage &m = f.t.SelectedGroup().Item(0).Message;
     QCOMPARE(m.Body.size(), body.size());
@@ -517,8 +516,7 @@ void TestTransportScript::abort_then_silent_reconnect()
     QCOMPARE(f.r.disconnected, 0);
 
     f.s.received.clear();
-    QVERIFY(f.run(QStringLiteral("OVER 99-100")));
-    QVERIFY(!f.r.done.last().error);
+    QVERIFY(f.runOk(QStringLiteral("OVER 99-100")));
     QCOMPARE(f.s.connections, 2);
     QCOMPARE(f.s.received, (QByteArrayList{"CAPABILITIES", "MODE READER", "AUTHINFO USER u", "AUTHINFO PASS s3cret", "GROUP a.b",
                                            "OVER 99-100"}));
@@ -538,8 +536,7 @@ void TestTransportScript::idle_close_then_silent_reconnect()
     QTest::qWait(200);
     QCOMPARE(f.t.StateText(), kConnected);
     QCOMPARE(f.r.disconnected, 0);
-    QVERIFY(f.run(QStringLiteral("GROUP a.b")));
-    QVERIFY(!f.r.done.last().error);
+    QVERIFY(f.runOk(QStringLiteral("GROUP a.b")));
     QCOMPARE(f.s.connections, 2);
     QCOMPARE(f.s.count("GROUP a.b"), 2);  // not re-selected before its own GROUP
 
@@ -660,8 +657,7 @@ void TestTransportScript::socks5_proxy()
     QVERIFY(f.open());
     QCOMPARE(relay.tunnels, 1);
     QCOMPARE(relay.lastTarget, QByteArray("127.0.0.1:") + QByteArray::number(f.s.port()));
-    QVERIFY(f.run(QStringLiteral("GROUP via.proxy")));
-    QVERIFY(!f.r.done.at(0).error);
+    QVERIFY(f.runOk(QStringLiteral("GROUP via.proxy")));
     QCOMPARE(f.t.SelectedGroup().Last, qint64(4));
 
     // a proxy that is not there is a connect failure with its reason
@@ -716,8 +712,7 @@ void TestTransportScript::raw_overview_text_as_sent()
         QList<NewsTransport::OverviewText> blocks;
         if (sink)
             f.t.SetOverviewSink([&](NewsTransport::OverviewText &&b) { blocks.append(std::move(b)); });
-        QVERIFY(f.run(QStringLiteral("OVER 1-9"), 20000));
-        QVERIFY(!f.r.done.last().error);
+        QVERIFY(f.runOk(QStringLiteral("OVER 1-9"), 20000));
         blocks += f.t.TakeOverviewRecords();
         QByteArray text;
         for (const NewsTransport::OverviewText &b : blocks) {
