@@ -99,12 +99,18 @@ protected:
 // One operation on an open session (after any others), judged by what it notifies and
 // collects and what the server got. A time-out or a dropped connection ends the session; any
 // other outcome keeps it usable.
-static void operationRow(const char *name, const Replies &replies, const QStringList &ops, int code, int lastError,
-                         const QString &shown, const QByteArrayList &sent, const QStringList &articles = {},
-                         int timeout = 0, bool limit = false)
-{
-    QTest::newRow(name) << replies << ops << timeout << code << lastError << shown << articles << sent << limit;
-}
+struct OpCase {
+    Replies replies;        // besides the session's own
+    QStringList ops;        // the last one is judged
+    int code;               // Done's value
+    int lastError;          // 0: Done reports success
+    QString shown;          // the last Debug line
+    QByteArrayList sent;    // what the server got once the session was open
+    QStringList articles;   // "number subject" of each collected
+    int timeout = 0;
+    bool limit = false;     // LimitExceeded()
+};
+Q_DECLARE_METATYPE(OpCase)
 
 class TestTransportScript : public QObject {
     Q_OBJECT
@@ -257,15 +263,7 @@ private slots:
 
     void operation_data()
     {
-        QTest::addColumn<Replies>("replies");       // besides the session's own
-        QTest::addColumn<QStringList>("ops");       // the last one is judged
-        QTest::addColumn<int>("timeout");
-        QTest::addColumn<int>("code");              // Done's value
-        QTest::addColumn<int>("lastError");         // 0: Done reports success
-        QTest::addColumn<QString>("shown");         // the last Debug line
-        QTest::addColumn<QStringList>("articles");  // "number subject" of each collected
-        QTest::addColumn<QByteArrayList>("sent");   // what the server got once the session was open
-        QTest::addColumn<bool>("limit");            // LimitExceeded()
+        QTest::addColumn<OpCase>("k");
         const QByteArrayList over = {"LIST OVERVIEW.FMT", "HDR Path 1-2", "OVER 1-2"};
         const Replies gone = {{"ARTICLE 1", "423 no such article number\r\n"}, {"ARTICLE 2", "430 no such article\r\n"},
                               {"ARTICLE 3", "220 3 <3@x>\r\nSubject: three\r\n\r\nbody\r\n.\r\n"}};
@@ -274,59 +272,52 @@ private slots:
             huge += "<" + QByteArray::number(huge.size()) + "@refs.example> ";
         huge.chop(1);
         using E = NewsTransport::LocalError;
-        operationRow("GROUP unknown", {{"GROUP NO.SUCH", "411 no such group\r\n"}}, {"GROUP no.such"}, 411, 411,
-                     "411 no such group", {"GROUP no.such"});
-        operationRow("GROUP in UTF-8", {{"GROUP GR", "211 1 1 1 gr\xc3\xbc\xc3\x9f" "e.de\r\n"}},
+        QTest::newRow("GROUP unknown") << OpCase{{{"GROUP NO.SUCH", "411 no such group\r\n"}}, {"GROUP no.such"}, 411, 411,
+                     "411 no such group", {"GROUP no.such"}};
+        QTest::newRow("GROUP in UTF-8") << OpCase{{{"GROUP GR", "211 1 1 1 gr\xc3\xbc\xc3\x9f" "e.de\r\n"}},
                      {QStringLiteral("GROUP gr\u00fc\u00dfe.de")}, 211, 0, QStringLiteral("211 1 1 1 gr\u00fc\u00dfe.de"),
-                     {"GROUP gr\xc3\xbc\xc3\x9f" "e.de"});
-        operationRow("LIST fails", {{"LIST ACTIVE", "503 program fault\r\n"}}, {"LIST"}, 503, 503, "503 program fault",
-                     {"LIST ACTIVE"});
-        operationRow("OVER fails", {{"OVER", "503 overview broken\r\n"}}, {"OVER 1-2"}, 503, 503, "503 overview broken",
-                     over);
-        operationRow("ARTICLE refused", {{"ARTICLE", "502 not for you\r\n"}}, {"ARTICLE 10-10"}, 502, 502,
-                     "502 not for you", {"ARTICLE 10"});
-        operationRow("POST refused", {{"POST", "440 posting not permitted\r\n"}}, {"POST x"}, 440, 440,
-                     "440 posting not permitted", {"POST"});
-        operationRow("POST text rejected", {{"POST", "340 send it\r\n"}, {".", "441 posting failed: no newsgroups\r\n"}},
+                     {"GROUP gr\xc3\xbc\xc3\x9f" "e.de"}};
+        QTest::newRow("LIST fails") << OpCase{{{"LIST ACTIVE", "503 program fault\r\n"}}, {"LIST"}, 503, 503, "503 program fault",
+                     {"LIST ACTIVE"}};
+        QTest::newRow("OVER fails") << OpCase{{{"OVER", "503 overview broken\r\n"}}, {"OVER 1-2"}, 503, 503, "503 overview broken",
+                     over};
+        QTest::newRow("ARTICLE refused") << OpCase{{{"ARTICLE", "502 not for you\r\n"}}, {"ARTICLE 10-10"}, 502, 502,
+                     "502 not for you", {"ARTICLE 10"}};
+        QTest::newRow("POST refused") << OpCase{{{"POST", "440 posting not permitted\r\n"}}, {"POST x"}, 440, 440,
+                     "440 posting not permitted", {"POST"}};
+        QTest::newRow("POST text rejected") << OpCase{{{"POST", "340 send it\r\n"}, {".", "441 posting failed: no newsgroups\r\n"}},
                      {"POST Subject: x\r\n\r\nbody"}, 441, 441, "441 posting failed: no newsgroups",
-                     {"POST", "Subject: x", "", "body", "."});
-        operationRow("POST dot-stuffed", {{"POST", "340 send article\r\n"}, {".", "240 article posted\r\n"}},
+                     {"POST", "Subject: x", "", "body", "."}};
+        QTest::newRow("POST dot-stuffed") << OpCase{{{"POST", "340 send article\r\n"}, {".", "240 article posted\r\n"}},
                      {"POST Newsgroups: a.b\nSubject: dots\n\n.hidden\n.\nmiddle\r\n..two\nlast"}, 240, 0,
                      "240 article posted",
-                     {"POST", "Newsgroups: a.b", "Subject: dots", "", "..hidden", "..", "middle", "...two", "last", "."});
-        operationRow("article gone (423)", gone, {"ARTICLE 1-1"}, 423, 0, "423 no such article number", {"ARTICLE 1"});
-        operationRow("article gone (430)", gone, {"ARTICLE 2-2"}, 430, 0, "430 no such article", {"ARTICLE 2"});
-        operationRow("range past gone ones", gone, {"ARTICLE 1-3"}, 220, 0, "220 3 <3@x>",
-                     {"ARTICLE 1", "ARTICLE 2", "ARTICLE 3"}, {"3 three"});
-        operationRow("next fetch starts empty", gone, {"ARTICLE 1-3", "ARTICLE 2-2"}, 430, 0, "430 no such article",
-                     {"ARTICLE 1", "ARTICLE 2", "ARTICLE 3", "ARTICLE 2"});
-        operationRow("limit words in data", {{"OVER", "224 overview\r\n" + overRow(1, "LIMIT EXCEEDED is a great band") +
+                     {"POST", "Newsgroups: a.b", "Subject: dots", "", "..hidden", "..", "middle", "...two", "last", "."}};
+        QTest::newRow("article gone (423)") << OpCase{gone, {"ARTICLE 1-1"}, 423, 0, "423 no such article number", {"ARTICLE 1"}};
+        QTest::newRow("article gone (430)") << OpCase{gone, {"ARTICLE 2-2"}, 430, 0, "430 no such article", {"ARTICLE 2"}};
+        QTest::newRow("range past gone ones") << OpCase{gone, {"ARTICLE 1-3"}, 220, 0, "220 3 <3@x>",
+                     {"ARTICLE 1", "ARTICLE 2", "ARTICLE 3"}, {"3 three"}};
+        QTest::newRow("next fetch starts empty") << OpCase{gone, {"ARTICLE 1-3", "ARTICLE 2-2"}, 430, 0, "430 no such article",
+                     {"ARTICLE 1", "ARTICLE 2", "ARTICLE 3", "ARTICLE 2"}};
+        QTest::newRow("limit words in data") << OpCase{{{"OVER", "224 overview\r\n" + overRow(1, "LIMIT EXCEEDED is a great band") +
                                                           overRow(2, "limit exceeded again") + ".\r\n"}},
                      {"OVER 1-2"}, 224, 0, "224 overview", over,
-                     {"1 LIMIT EXCEEDED is a great band 1", "2 limit exceeded again 2"});
-        operationRow("download limit", {{"ARTICLE", "502 Download limit exceeded, buy more\r\n"}}, {"ARTICLE 1-1"},
-                     502, 502, "502 Download limit exceeded, buy more", {"ARTICLE 1"}, {}, 0, true);
-        operationRow("1 MiB overview field", {{"OVER", "224 overview\r\n1\t" + huge + "\tF\tD\t<1@x>\t\t1\t1\r\n.\r\n"}},
-                     {"OVER 1-2"}, 224, 0, "224 overview", over, {"1 " + QString::fromLatin1(huge)});
-        operationRow("silent on GROUP", {{"GROUP", ""}}, {"GROUP a.b"}, 0, E::ErrorTimeout,
-                     "No answer from 127.0.0.1 within 1 seconds", {"GROUP a.b"}, {}, 1);
-        operationRow("dropped in an answer", {{"OVER", "224 overview\r\n" + overRow(1) +
+                     {"1 LIMIT EXCEEDED is a great band 1", "2 limit exceeded again 2"}};
+        QTest::newRow("download limit") << OpCase{{{"ARTICLE", "502 Download limit exceeded, buy more\r\n"}}, {"ARTICLE 1-1"},
+                     502, 502, "502 Download limit exceeded, buy more", {"ARTICLE 1"}, {}, 0, true};
+        QTest::newRow("1 MiB overview field") << OpCase{{{"OVER", "224 overview\r\n1\t" + huge + "\tF\tD\t<1@x>\t\t1\t1\r\n.\r\n"}},
+                     {"OVER 1-2"}, 224, 0, "224 overview", over, {"1 " + QString::fromLatin1(huge)}};
+        QTest::newRow("silent on GROUP") << OpCase{{{"GROUP", ""}}, {"GROUP a.b"}, 0, E::ErrorTimeout,
+                     "No answer from 127.0.0.1 within 1 seconds", {"GROUP a.b"}, {}, 1};
+        QTest::newRow("dropped in an answer") << OpCase{{{"OVER", "224 overview\r\n" + overRow(1) +
                                                            "2\tcut in the mid" + ScriptServer::Close}},
                      {"OVER 1-2"}, 0, E::ErrorDropped, "Connection to 127.0.0.1 lost: Connection closed by the server",
-                     over, {"1 Subject 1"});
+                     over, {"1 Subject 1"}};
     }
 
     void operation()
     {
-        QFETCH(Replies, replies);
-        QFETCH(QStringList, ops);
-        QFETCH(int, timeout);
-        QFETCH(int, code);
-        QFETCH(int, lastError);
-        QFETCH(QString, shown);
-        QFETCH(QStringList, articles);
-        QFETCH(QByteArrayList, sent);
-        QFETCH(bool, limit);
+        QFETCH(OpCase, k);
+        const auto &[replies, ops, code, lastError, shown, sent, articles, timeout, limit] = k;
         Ticker ticker;
         Session f;
         for (auto it = replies.constBegin(); it != replies.constEnd(); ++it)
