@@ -99,6 +99,27 @@ protected:
 // One operation on an open session (after any others), judged by what it notifies and
 // collects and what the server got. A time-out or a dropped connection ends the session; any
 // other outcome keeps it usable.
+struct OpenCase {
+    QByteArray greeting;
+    QByteArray modeReader;   // the answer to MODE READER; empty: "200"
+    QString user;
+    int option;
+    bool posting;
+    QByteArrayList sent;
+};
+Q_DECLARE_METATYPE(OpenCase)
+
+struct FailCase {
+    QByteArray greeting;
+    QByteArray modeReader;
+    QString password;   // given with the user "joe"
+    int timeout;
+    int code;           // Done's value
+    int lastError;
+    QString shown;      // the reason shown to the user, once
+};
+Q_DECLARE_METATYPE(FailCase)
+
 struct OpCase {
     Replies replies;        // besides the session's own
     QStringList ops;        // the last one is judged
@@ -150,35 +171,22 @@ private slots:
 
     void connect_opens_data()
     {
-        QTest::addColumn<QByteArray>("greeting");
-        QTest::addColumn<QByteArray>("modeReader");   // the answer to MODE READER; empty: "200"
-        QTest::addColumn<QString>("user");
-        QTest::addColumn<int>("option");
-        QTest::addColumn<bool>("posting");
-        QTest::addColumn<QByteArrayList>("sent");
+        QTest::addColumn<OpenCase>("k");
         const QByteArray hello = "200 scripted server ready, posting ok\r\n";
         const QByteArrayList reader = {"MODE READER"};
-        QTest::newRow("posting") << hello << QByteArray() << QString() << 0 << true << reader;
-        QTest::newRow("reader without posting") << hello << QByteArray("201 reader, no posting\r\n") << QString() << 0
-                                                << false << reader;
-        QTest::newRow("no reader mode") << QByteArray("200 hi\r\n") << QByteArray("500 what?\r\n") << QString() << 0 << true
-                                        << reader;
-        QTest::newRow("MODE READER left out") << QByteArray("201 no posting\r\n") << QByteArray() << QString()
-                                              << int(NewsTransport::OptionNoModeReader) << false << QByteArrayList();
-        QTest::newRow("log-in") << hello << QByteArray() << "joe" << 0 << true
-                                << QByteArrayList{"CAPABILITIES", "MODE READER", "AUTHINFO USER joe", "AUTHINFO PASS s3cret"};
-        QTest::newRow("Latin-1 greeting") << QByteArray("200 Willkommen bei M\xfcller, posting ok\r\n") << QByteArray()
-                                          << QString() << 0 << true << reader;
+        QTest::newRow("posting") << OpenCase{hello, {}, {}, 0, true, reader};
+        QTest::newRow("reader without posting") << OpenCase{hello, "201 reader, no posting\r\n", {}, 0, false, reader};
+        QTest::newRow("no reader mode") << OpenCase{"200 hi\r\n", "500 what?\r\n", {}, 0, true, reader};
+        QTest::newRow("MODE READER left out") << OpenCase{"201 no posting\r\n", {}, {}, NewsTransport::OptionNoModeReader, false, {}};
+        QTest::newRow("log-in") << OpenCase{hello, {}, "joe", 0, true,
+                                            {"CAPABILITIES", "MODE READER", "AUTHINFO USER joe", "AUTHINFO PASS s3cret"}};
+        QTest::newRow("Latin-1 greeting") << OpenCase{"200 Willkommen bei M\xfcller, posting ok\r\n", {}, {}, 0, true, reader};
     }
 
     void connect_opens()
     {
-        QFETCH(QByteArray, greeting);
-        QFETCH(QByteArray, modeReader);
-        QFETCH(QString, user);
-        QFETCH(int, option);
-        QFETCH(bool, posting);
-        QFETCH(QByteArrayList, sent);
+        QFETCH(OpenCase, k);
+        const auto &[greeting, modeReader, user, option, posting, sent] = k;
         Session f;
         f.s.greeting = greeting;
         if (!modeReader.isEmpty())
@@ -202,38 +210,23 @@ private slots:
 
     void connect_fails_data()
     {
-        QTest::addColumn<QByteArray>("greeting");
-        QTest::addColumn<QByteArray>("modeReader");
-        QTest::addColumn<QString>("password");   // given with the user "joe"
-        QTest::addColumn<int>("timeout");
-        QTest::addColumn<int>("code");           // Done's value
-        QTest::addColumn<int>("lastError");
-        QTest::addColumn<QString>("shown");      // the reason shown to the user, once
+        QTest::addColumn<FailCase>("k");
         const QByteArray hello = "200 hello\r\n";
-        QTest::newRow("refused") << QByteArray("502 you are not welcome here\r\n") << QByteArray() << QString() << 0 << 502
-                                 << 502 << "502 you are not welcome here";
-        QTest::newRow("unavailable") << QByteArray("400 service temporarily unavailable\r\n") << QByteArray() << QString()
-                                     << 0 << 400 << 400 << "400 service temporarily unavailable";
-        QTest::newRow("not NNTP") << QByteArray("not nntp at all\r\n") << QByteArray() << QString() << 0 << 0
-                                  << int(NewsTransport::ErrorProtocol) << "not nntp at all";
-        QTest::newRow("wrong password") << hello << QByteArray() << "wrong" << 0 << 481 << 481
-                                        << "481 authentication failed";
-        QTest::newRow("log-in wanted, none given") << hello << QByteArray("480 authentication required\r\n") << QString()
-                                                   << 0 << 480 << 480 << "480 authentication required";
-        QTest::newRow("silent greeting") << QByteArray() << QByteArray() << QString() << 1 << 0
-                                         << int(NewsTransport::ErrorTimeout)
-                                         << "No answer from 127.0.0.1 within 1 seconds";
+        QTest::newRow("refused") << FailCase{"502 you are not welcome here\r\n", {}, {}, 0, 502, 502, "502 you are not welcome here"};
+        QTest::newRow("unavailable") << FailCase{"400 service temporarily unavailable\r\n", {}, {}, 0, 400, 400,
+                                                 "400 service temporarily unavailable"};
+        QTest::newRow("not NNTP") << FailCase{"not nntp at all\r\n", {}, {}, 0, 0, NewsTransport::ErrorProtocol, "not nntp at all"};
+        QTest::newRow("wrong password") << FailCase{hello, {}, "wrong", 0, 481, 481, "481 authentication failed"};
+        QTest::newRow("log-in wanted, none given") << FailCase{hello, "480 authentication required\r\n", {}, 0, 480, 480,
+                                                               "480 authentication required"};
+        QTest::newRow("silent greeting") << FailCase{{}, {}, {}, 1, 0, NewsTransport::ErrorTimeout,
+                                                     "No answer from 127.0.0.1 within 1 seconds"};
     }
 
     void connect_fails()
     {
-        QFETCH(QByteArray, greeting);
-        QFETCH(QByteArray, modeReader);
-        QFETCH(QString, password);
-        QFETCH(int, timeout);
-        QFETCH(int, code);
-        QFETCH(int, lastError);
-        QFETCH(QString, shown);
+        QFETCH(FailCase, k);
+        const auto &[greeting, modeReader, password, timeout, code, lastError, shown] = k;
         Ticker ticker;
         Session f;
         f.s.greeting = greeting;
