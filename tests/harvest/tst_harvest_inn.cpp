@@ -142,12 +142,10 @@ private slots:
         QVERIFY(postText(gWeb2, "Two <t2@example.org>", "second group", "http://www.h2.test/ ftp://ftp.h2.test/f", 5));
         QVERIFY(postText(gWeb3, "Three <t3@example.org>", "third group", "visit http://www.h3.test/", 5));
 
-        QVERIFY(postText(gMail, "Jane Doe <jane@mail.e.test>", "m1", "x", 1));
-        QVERIFY(postText(gMail, "bob@mail.e.test (Bob)", "m2", "x", 2));
-        QVERIFY(postText(gMail, "Spam Trap <nospam@mail.e.test>", "m3", "x", 3));
-        QVERIFY(postText(gMail, "Carl <carl@MAIL.E.test>", "m8", "x", 8));
-        QVERIFY(postText(gMail, "Ann <ann@other.test>", "m9", "x", 9));
-        QVERIFY(postText(gMail, "Jane again <jane@mail.e.test>", "m10", "x", 10));
+        for (const auto &[from, n] : std::initializer_list<std::pair<const char *, int>>{
+                 {"Jane Doe <jane@mail.e.test>", 1}, {"bob@mail.e.test (Bob)", 2}, {"Spam Trap <nospam@mail.e.test>", 3},
+                 {"Carl <carl@MAIL.E.test>", 8}, {"Ann <ann@other.test>", 9}, {"Jane again <jane@mail.e.test>", 10}})
+            QVERIFY(postText(gMail, QString::fromLatin1(from), QStringLiteral("m%1").arg(n), QStringLiteral("x"), n));
 
         QVERIFY(postText(gPath, "P1 <p1@example.org>", "p1", "x", 1, "feed.alpha.test!relay.beta.test.POSTED!nodot"));
         QVERIFY(postText(gPath, "P2 <p2@example.org>", "p2", "x", 2, "known.gamma.test!relay.beta.test!feed.delta.test.MISMATCH"));
