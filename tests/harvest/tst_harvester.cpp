@@ -7,6 +7,7 @@
 #include "harvest/Harvester.h"
 #include "messages/MessageGrid.h"
 #include "servers/ServerList.h"
+#include "support/TextFile.h"
 #include "ui/ItemList.h"
 #include "ui/Prompter.h"
 
@@ -36,11 +37,7 @@ struct Window {
     frmMain w{&p, frmMain::Options{false, true}};
 };
 
-QByteArray readAll(const QString &path)
-{
-    QFile f(path);
-    return f.open(QIODevice::ReadOnly) ? f.readAll() : QByteArray();
-}
+using testfile::readFile;
 
 } // namespace
 
@@ -128,16 +125,12 @@ private slots:
         Window x;
         Harvester &h = *x.w.harvester;
         // a page the user already has: its lines stay, an address in it is listed but not written
-        {
-            QFile f(Harvester::linkFile());
-            QVERIFY(f.open(QIODevice::WriteOnly));
-            f.write("<html>\r\n" + harvest::linkLine(QStringLiteral("http://known.example.test/")));
-        }
-        const QByteArray before = readAll(Harvester::linkFile());
+        QVERIFY(testfile::writeFile(Harvester::linkFile(), "<html>\r\n" + harvest::linkLine(QStringLiteral("http://known.example.test/"))));
+        const QByteArray before = readFile(Harvester::linkFile());
         h.FindWebAddresses(QStringLiteral("x http://known.example.test/ y http://new.example.test/?a=1&b='q' z"));
         QCOMPARE(x.w.lstHTTP->texts(), (QStringList{"http://known.example.test/", "http://new.example.test/?a=1&b='q'"}));
         QCOMPARE(x.w.frameHTTP->title(), QStringLiteral("Web/FTP Addresses (2)"));
-        const QByteArray after = readAll(Harvester::linkFile());
+        const QByteArray after = readFile(Harvester::linkFile());
         QVERIFY(after.startsWith(before));
         QCOMPARE(after.mid(before.size()),
                  QByteArray("<a href = \"http://new.example.test/?a=1&amp;b=&#39;q&#39;\">http://new.example.test/?a=1&amp;b=&#39;q&#39;</a><br>\r\n"));
@@ -151,7 +144,7 @@ private slots:
             y.w.harvester->FindWebAddresses(QStringLiteral("http://new.example.test/?a=1&b='q' ftp://f.example.test/x"));
             QCOMPARE(y.w.lstHTTP->count(), 2);
         }
-        const QByteArray last = readAll(Harvester::linkFile());
+        const QByteArray last = readFile(Harvester::linkFile());
         QCOMPARE(last.mid(after.size()), QByteArray("<a href = \"ftp://f.example.test/x\">ftp://f.example.test/x</a><br>\r\n"));
 
         // the page cannot be written: the address is listed, the scan of the text ends, the

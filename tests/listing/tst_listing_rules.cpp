@@ -61,14 +61,8 @@ private slots:
             {"Path", "a!b"}, {"References", "<r@x>"}, {"Xref", "ignored"}};
         const QStringList c = rowCells(42, h);
         QCOMPARE(c.size(), 9);
-        QCOMPARE(c[0], QStringLiteral("42"));
-        QCOMPARE(c[1], QString());                 // no Date
-        QCOMPARE(c[2], QStringLiteral("second wins"));
-        QCOMPARE(c[3], QStringLiteral("B <b@example.org>"));
-        QCOMPARE(c[4], QStringLiteral("a!b"));
-        QCOMPARE(c[5], QStringLiteral("<id@x>"));
-        QCOMPARE(c[6], QStringLiteral("<id@x>"));  // sorts by its Message-ID
-        QCOMPARE(c[7], QStringLiteral("<r@x>"));
+        // no Date, so the row sorts by its Message-ID
+        QCOMPARE(c.mid(0, 8), (QStringList{"42", "", "second wins", "B <b@example.org>", "a!b", "<id@x>", "<id@x>", "<r@x>"}));
         QCOMPARE(rowCells(7, {})[6], QString());
     }
 

@@ -137,16 +137,11 @@ private slots:
             QByteArray lastDates[2];   // posts often repeat one of the last dates: the kept forms
             for (int i = 0; i < 3000; ++i) {
                 QByteArray line = QByteArray::number(qint64(rnd() % 100000) * (i % 7 == 0 ? 1000000000LL : 1));
-                if (i % 97 == 0)
-                    line = "12x";
-                if (i % 89 == 0)
-                    line = ".5";
-                if (i % 101 == 0)
-                    line = "";
-                if (i % 103 == 0)
-                    line = "0000123456789012345678";   // more than an article number
-                if (i % 107 == 0)
-                    line = "0042";
+                // odd numbers now and then; the third is more than an article number
+                for (const auto &[every, odd] : std::initializer_list<std::pair<int, const char *>>{
+                         {97, "12x"}, {89, ".5"}, {101, ""}, {103, "0000123456789012345678"}, {107, "0042"}})
+                    if (i % every == 0)
+                        line = odd;
                 const int fields = int(rnd() % 13);
                 for (int f = 0; f < fields; ++f) {
                     line += '\t';

@@ -120,8 +120,9 @@ class TstCheckerInn : public QObject {
 
     QString tag;
     QString g(const QString &rest) const { return QStringLiteral("chk%1.%2").arg(tag, rest); }
-    int portGood = 0, portFew = 0, portNone = 0, portClosed = 0;
-    QString good, few, none, closed;
+    const int portGood = inn::base() + 10, portFew = portGood + 1, portNone = portGood + 2, portClosed = portGood + 9;
+    const QString good = inn::server(portGood), few = inn::server(portFew), none = inn::server(portNone),
+                  closed = inn::server(portClosed);
     QStringList favorites;   // the favourites file every test starts from
 
     bool post(const QString &group, int n)
@@ -139,14 +140,6 @@ private slots:
     void initTestCase()
     {
         tag = QString::number(QDateTime::currentMSecsSinceEpoch() % 100000000);
-        portGood = inn::base() + 10;
-        portFew = inn::base() + 11;
-        portNone = inn::base() + 12;
-        portClosed = inn::base() + 19;
-        good = inn::server(portGood);
-        few = inn::server(portFew);
-        none = inn::server(portNone);
-        closed = inn::server(portClosed);
         QVERIFY2(!portOpen(portClosed), "the closed port is in use");
 
         // in creation order, which is the order the readers list them in

@@ -5,6 +5,7 @@
 #include "servers/SecretStore.h"
 #include "servers/ServerList.h"
 #include "settings/SettingsStore.h"
+#include "support/TextFile.h"
 #include "ui/ItemList.h"
 #include "ui/Prompter.h"
 
@@ -14,12 +15,6 @@
 #include <QtTest>
 
 namespace {
-
-QByteArray fileText()
-{
-    QFile f(ServerList::listFile());
-    return f.open(QIODevice::ReadOnly) ? f.readAll() : QByteArray();
-}
 
 // Saves two servers with passwords, reads them back in a fresh window; returns the file's text.
 QByteArray roundTrip()
@@ -46,7 +41,7 @@ QByteArray roundTrip()
     if (s.credentialsFor(QStringLiteral("news.a.example")) != QPair<QString, QString>{"anna", "s3cret one"} ||
         s.credentialsFor(QStringLiteral("nntps://news.b.example:563")) != QPair<QString, QString>{"bob", "p|||w"})
         return QByteArray("<not read back>");
-    return fileText();
+    return testfile::readFile(ServerList::listFile());
 }
 
 } // namespace

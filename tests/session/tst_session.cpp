@@ -20,6 +20,9 @@
 
 namespace {
 
+const QString Disconnected = QStringLiteral("Disconnected from NNTP Server");
+const QString Unable = QStringLiteral("Unable to Connect - ");
+
 double cpuSeconds()
 {
     rusage u{};
@@ -55,6 +58,11 @@ private slots:
     {
         ScriptedNntpServer srv;
         Window x;
+        QElapsedTimer t;   // a disconnect of a fresh object returns at once
+        t.start();
+        x.w.session->NNTP_Disconnect();
+        QVERIFY(t.elapsed() < 2000);
+        QCOMPARE(x.state(), Disconnected);
         QVERIFY(x.connectTo(srv.address()));
         QCOMPARE(x.w.action("menuConnect")->text(), QStringLiteral("&Disconnect"));
         QCOMPARE(x.w.toolButton("Disconnect")->toolTip(), QStringLiteral("Disconnect"));
@@ -67,7 +75,7 @@ private slots:
         QCOMPARE(srv.connections, 1);
         // the connect command toggles by its caption
         x.w.action("menuConnect")->trigger();
-        QCOMPARE(x.state(), QStringLiteral("Disconnected from NNTP Server"));
+        QCOMPARE(x.state(), Disconnected);
         QCOMPARE(x.w.action("menuConnect")->text(), QStringLiteral("&Connect to Server"));
         QCOMPARE(x.w.status(1), QStringLiteral("Click on CONNECT to connect to Server"));
         QCOMPARE(x.w.lblGrp->text(), QStringLiteral("  Group List"));
@@ -128,29 +136,22 @@ private slots:
         QVERIFY2(t.elapsed() <= 7000, qPrintable(QString::number(t.elapsed())));
         QVERIFY2(t.elapsed() >= 4000, qPrintable(QString::number(t.elapsed())));
         QVERIFY2(cpu < 0.5, qPrintable(QStringLiteral("CPU %1 s while waiting").arg(cpu)));
-        QVERIFY(x.w.status(2).startsWith(QStringLiteral("Unable to Connect - ")));
+        QVERIFY(x.w.status(2).startsWith(Unable));
         QCOMPARE(x.w.S.LastFailureReason, QStringLiteral("Could Not Connect "));
         QCOMPARE(x.w.action("menuConnect")->text(), QStringLiteral("&Connect to Server"));
         QVERIFY(x.w.action("menuConnect")->isEnabled());
-    }
 
-    void refusedConnectionShowsTheReason()
-    {
+        // a refused connection fails at once, with its reason
         quint16 port;
         {
             QTcpServer probe;
             probe.listen(QHostAddress::LocalHost, 0);
             port = probe.serverPort();
         }
-        Window x;
-        x.w.opt.NNTPServer = QStringLiteral("127.0.0.1:%1").arg(port);
-        QElapsedTimer t;
         t.start();
-        x.w.session->NNTP_Connect(false);
+        QVERIFY(!x.connectTo(QStringLiteral("127.0.0.1:%1").arg(port)));
         QVERIFY(t.elapsed() < 5000);
-        QVERIFY(!x.w.IsConnectedIdle(false));
-        QVERIFY(x.w.status(2).startsWith(QStringLiteral("Unable to Connect - ")));
-        QVERIFY(x.w.status(2).size() > QStringLiteral("Unable to Connect - ").size());
+        QVERIFY(x.w.status(2).startsWith(Unable) && x.w.status(2).size() > Unable.size());
     }
 
     void postingPermissionComesFromTheConnect()
@@ -166,20 +167,7 @@ private slots:
         QVERIFY(!x.w.S.PostingAllowed);
     }
 
-    void limitExceededDisconnects()
-    {
-        ScriptedNntpServer srv;
-        Window x;
-        QVERIFY(x.connectTo(srv.address()));
-        x.p.answers = {Prompter::AnswerOk, Prompter::AnswerNo};
-        x.w.session->Debug(x.w.session->transport(), QStringLiteral("502 download limit exceeded"));
-        QCOMPARE(x.w.S.TransportError, -1);
-        QTRY_VERIFY(!x.w.IsConnectedIdle(false));
-        QTRY_VERIFY(x.p.wasAsked(QStringLiteral("Would you like information on additional download bandwidth?")));
-        QVERIFY(x.p.wasAsked(QStringLiteral("We're sorry, but your Download Limit has been exceeded.")));
-    }
-
-    void failedTransactionShowsTheLastLineUnlessQuiet()
+    void failedTransactionShowsTheLastLineUnlessQuietAndLimitExceededDisconnects()
     {
         ScriptedNntpServer srv;
         srv.respond = [](const QByteArray &cmd) -> QByteArray {
@@ -200,6 +188,14 @@ private slots:
         QCOMPARE(x.w.S.TransportError, -1);
         QTest::qWait(50);
         QVERIFY(x.p.asked.isEmpty());
+
+        x.w.S.QuietMode = false;
+        x.p.answers = {Prompter::AnswerOk, Prompter::AnswerNo};
+        x.w.session->Debug(x.w.session->transport(), QStringLiteral("502 download limit exceeded"));
+        QCOMPARE(x.w.S.TransportError, -1);
+        QTRY_VERIFY(!x.w.IsConnectedIdle(false));
+        QTRY_VERIFY(x.p.wasAsked(QStringLiteral("Would you like information on additional download bandwidth?")));
+        QVERIFY(x.p.wasAsked(QStringLiteral("We're sorry, but your Download Limit has been exceeded.")));
     }
 
     void noServerConfigured()
@@ -266,16 +262,6 @@ private slots:
         QVERIFY(srv.sawCommand("QUIT"));
         QCOMPARE(sh.status(nd::PanelState), QStringLiteral("Click on CONNECT to connect to Server"));
         QVERIFY(core.lstGroups->texts().isEmpty());
-    }
-
-    void disconnectOfAFreshObjectReturns()
-    {
-        Window x;
-        QElapsedTimer t;
-        t.start();
-        x.w.session->NNTP_Disconnect();
-        QVERIFY(t.elapsed() < 2000);
-        QCOMPARE(x.state(), QStringLiteral("Disconnected from NNTP Server"));
     }
 };
 

@@ -253,6 +253,8 @@ struct Client {
         start(op);
         return waitDone(n + 1, ms);
     }
+    // Runs an operation; true when it ended without an error.
+    bool runOk(const QString &op, int ms = 10000) { return run(op, ms) && !r.done.last().error; }
 };
 
 // A transport and a scripted server that knows GROUP, LIST OVERVIEW.FMT (without Path), has no
