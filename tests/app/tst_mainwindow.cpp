@@ -1,5 +1,6 @@
 #include "app/Paths.h"
 #include "app/Wait.h"
+#include "app/Commands.h"
 #include "gui/app/frmMain.h"
 #include "messages/MessageGrid.h"
 #include "ui/ItemList.h"
@@ -49,7 +50,7 @@ private slots:
         QCOMPARE(w.action(QStringLiteral("menuScanE"))->text(), QStringLiteral("in Se&lected Servers (add to Favories Exclusively)"));
         QCOMPARE(w.action(QStringLiteral("menuWeb"))->text(), QStringLiteral("Find && Web/FTP Addresses"));
         // commands not attached to anything stay disabled even when switched on
-        w.SetMenuState(49, true);
+        w.SetMenuState(nd::Cmd::GenerateGroupList, true);
         QVERIFY(!w.action(QStringLiteral("menuAuto"))->isEnabled());
         QVERIFY(!w.action(QStringLiteral("menuScanE"))->isEnabled());
 
@@ -65,27 +66,27 @@ private slots:
         auto fav = [&] { return w.lblFav->text(); };
         auto grp = [&] { return w.lblGrp->text(); };
         auto http = [&] { return w.frameHTTP->title(); };
-        auto after = [&](const char *code, auto text) {
-            w.UpdateCaption(QLatin1String(code));
+        auto after = [&](nd::Caption caption, auto text) {
+            w.UpdateCaption(caption);
             return text();
         };
-        QCOMPARE(after("0", fav), QStringLiteral("  Favorite Groups [mine] (2)"));
-        QCOMPARE(after("1", grp), QStringLiteral("  Available Messages (0)  Group : alt.test"));
+        QCOMPARE(after(nd::Caption::Favorites, fav), QStringLiteral("  Favorite Groups [mine] (2)"));
+        QCOMPARE(after(nd::Caption::Messages, grp), QStringLiteral("  Available Messages (0)  Group : alt.test"));
         w.grid->SetRows(4);
         w.grid->setCell(1, 0, "10");
         w.grid->setCell(2, 0, "11");
         // rows 1 and 2 hold messages, row 3 is the empty last row
-        QCOMPARE(after("1", grp), QStringLiteral("  Available Messages (2)  Group : alt.test"));
-        QCOMPARE(after("2", grp), QStringLiteral("  Available Groups : news.example.org (1)"));
-        QCOMPARE(after("3", [&] { return w.frameFiles->title(); }), QStringLiteral("Saved Files (1)"));
-        QCOMPARE(after("4", http), QStringLiteral("Web/FTP Addresses (4)"));
-        QCOMPARE(after("9", http), QStringLiteral("Email Addresses (4)"));
-        QCOMPARE(after("10", http), QStringLiteral("Server Addresses (4)"));
-        QCOMPARE(after("6", http), QStringLiteral("Found/Status (4)"));
-        QCOMPARE(after("7", fav), QStringLiteral("  Checking 2 Servers"));
+        QCOMPARE(after(nd::Caption::Messages, grp), QStringLiteral("  Available Messages (2)  Group : alt.test"));
+        QCOMPARE(after(nd::Caption::Groups, grp), QStringLiteral("  Available Groups : news.example.org (1)"));
+        QCOMPARE(after(nd::Caption::SavedFiles, [&] { return w.frameFiles->title(); }), QStringLiteral("Saved Files (1)"));
+        QCOMPARE(after(nd::Caption::WebAddresses, http), QStringLiteral("Web/FTP Addresses (4)"));
+        QCOMPARE(after(nd::Caption::EmailAddresses, http), QStringLiteral("Email Addresses (4)"));
+        QCOMPARE(after(nd::Caption::ServerAddresses, http), QStringLiteral("Server Addresses (4)"));
+        QCOMPARE(after(nd::Caption::Found, http), QStringLiteral("Found/Status (4)"));
+        QCOMPARE(after(nd::Caption::Checking, fav), QStringLiteral("  Checking 2 Servers"));
         w.setServerCount(17);
-        QCOMPARE(after("8", [&] { return w.setupServerFrameCaption(); }), QStringLiteral("NNTP Servers (17)"));
-        QCOMPARE(after("5", [&] { return w.windowTitle(); }), QStringLiteral("Newsdredge! v3.8 (news.example.org) "));
+        QCOMPARE(after(nd::Caption::ServerCount, [&] { return w.setupServerFrameCaption(); }), QStringLiteral("NNTP Servers (17)"));
+        QCOMPARE(after(nd::Caption::Title, [&] { return w.windowTitle(); }), QStringLiteral("Newsdredge! v3.8 (news.example.org) "));
     }
 
     void toolbarDispatchClearsStopFirst()
@@ -107,12 +108,12 @@ private slots:
         w.toolButton("Disconnect")->trigger();
         QCOMPARE(ran, QStringLiteral("connect"));
         // a switched-off command is not run from the toolbar
-        w.SetMenuState(7, false);
+        w.SetMenuState(nd::Cmd::Download, false);
         ran.clear();
         w.toolbarClick("Download");
         QVERIFY(ran.isEmpty());
         // Stop: flag, panel, button
-        w.SetMenuState(4, true);
+        w.SetMenuState(nd::Cmd::Stop, true);
         w.toolbarClick("Stop");
         QVERIFY(w.S.StopRequested);
         QCOMPARE(w.status(1), QStringLiteral("Stopped"));

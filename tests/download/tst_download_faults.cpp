@@ -1,5 +1,6 @@
 // Downloading against a scripted server: failures in the middle of a set, and what one fetched
 // article leaves for the message viewer.
+#include "app/Commands.h"
 #include "gui/app/frmMain.h"
 #include "download/Downloader.h"
 #include "messages/MessageGrid.h"
@@ -53,8 +54,8 @@ class TestDownloadFaults : public QObject {
             w.grid->SetRows(5);
             for (int k = 1; k <= 3; ++k)
                 w.grid->setRowCells(k, {QString::number(4 - k), {}, QStringLiteral("my set yEnc (%1/3)").arg(4 - k)});
-            for (int code : {7, 8, 9})   // the message commands, as a listing leaves them
-                w.SetMenuState(code, true);
+            for (nd::Cmd c : nd::cmds::MessageOpen)   // the message commands, as a listing leaves them
+                w.SetMenuState(c, true);
         }
         QStringList files() const { return QDir(dest.path()).entryList(QDir::Files | QDir::Hidden); }
         int fetches() const

@@ -2,6 +2,7 @@
 // page and the address list's events. Opening a document is caught by URL handlers, so nothing
 // leaves the machine.
 #include "app/Paths.h"
+#include "app/Commands.h"
 #include "gui/app/frmMain.h"
 #include "harvest/AddressRules.h"
 #include "harvest/Harvester.h"
@@ -71,8 +72,8 @@ private slots:
         for (const char *on : {"menuWebF", "menuServF", "menuServS", "menuEmailF", "menuEmailS"})
             QVERIFY2(x.w.action(QString::fromLatin1(on))->isEnabled(), on);
         // a listing turns the group and message scopes on (as the message list does)
-        for (const char *scope : {"CG", "SG", "SM"})
-            x.w.MenuOnOff(QString::fromLatin1(scope), true);
+        for (nd::Scope scope : {nd::Scope::CurrentGroup, nd::Scope::SelectedGroups, nd::Scope::SelectedMessages})
+            x.w.MenuOnOff(scope, true);
         for (const char *on : {"menuWebC", "menuWebG", "menuWebM", "menuServC", "menuServG", "menuEmailC", "menuEmailG"})
             QVERIFY2(x.w.action(QString::fromLatin1(on))->isEnabled(), on);
     }
@@ -222,7 +223,7 @@ private slots:
         QCOMPARE(catcher.opened.size(), 2);
         QCOMPARE(catcher.opened.last(), QUrl(QStringLiteral("http://one.example.test/")));
         // an e-mail or server list is not opened
-        x.w.UpdateCaption(QStringLiteral("9"));
+        x.w.UpdateCaption(nd::Caption::EmailAddresses);
         emit x.w.lstHTTPView->doubleClicked(x.w.lstHTTP->index(0));
         QApplication::sendEvent(x.w.lstHTTPView, &enter);
         QCOMPARE(catcher.opened.size(), 2);
@@ -255,8 +256,8 @@ private slots:
         x.w.lstGroups->addMany({QStringLiteral("alt.a (3)"), QStringLiteral("alt.b (4)")});
         x.w.lstFavorites->addMany({QStringLiteral("alt.a (news.example.test)")});
         x.w.lstHTTP->add(QStringLiteral("old"));
-        for (const char *scope : {"CG", "SG", "SM"})
-            x.w.MenuOnOff(QString::fromLatin1(scope), true);
+        for (nd::Scope scope : {nd::Scope::CurrentGroup, nd::Scope::SelectedGroups, nd::Scope::SelectedMessages})
+            x.w.MenuOnOff(scope, true);
 
         x.w.action(QStringLiteral("menuWebG"))->trigger();
         QCOMPARE(x.p.texts(), QStringList{"Must select items first."});

@@ -1,5 +1,6 @@
 // Posting through the post window to a real INN server on loopback.
 #include "app/Paths.h"
+#include "app/Commands.h"
 #include "gui/app/frmMain.h"
 #include "groups/FavoriteRules.h"
 #include "news/Session.h"
@@ -96,7 +97,7 @@ private slots:
                                 "alt.newsdredge.text (0)", ItemList::marked('1', "comp.lang.newsdredge (2)")});
         for (int i : {0, 2, 3})
             x.w.lstGroups->setSelected(i, true);
-        x.w.MenuOnOff(QStringLiteral("SG"), true);   // as a loaded group list leaves it
+        x.w.MenuOnOff(nd::Scope::SelectedGroups, true);   // as a loaded group list leaves it
         QVERIFY(x.w.action("menuPostG")->isEnabled());
         x.w.action("menuPostG")->trigger();
         frmPostMsg *pw = x.w.postWindows->window();
@@ -150,7 +151,7 @@ private slots:
         Window x;
         x.w.lstGroups->addMany({"alt.not.carried.here (0)", "misc.test.empty (0)"});
         x.w.lstGroups->selectAll();
-        x.w.MenuOnOff(QStringLiteral("SG"), true);
+        x.w.MenuOnOff(nd::Scope::SelectedGroups, true);
         x.w.action("menuPostG")->trigger();
         const QString subject = unique(QStringLiteral("Refused"));
         x.fill(subject, QStringLiteral("body"));
@@ -171,7 +172,7 @@ private slots:
         QCOMPARE(x.w.session->transport()->StateText(), Connected);
         QVERIFY(!x.w.S.PostingAllowed);
         x.w.S.CurrentGroup = QStringLiteral("alt.test.newsdredge");
-        x.w.UpdateCaption(QStringLiteral("1"));
+        x.w.UpdateCaption(nd::Caption::Messages);
         QVERIFY(x.w.poster->OpenPost(Poster::CurrentGroup));
         const QString subject = unique(QStringLiteral("No permission"));
         x.fill(subject, QStringLiteral("body"));
@@ -229,7 +230,7 @@ private slots:
         QVERIFY(!x.w.postWindows->window());
 
         x.w.S.CurrentGroup = QStringLiteral("alt.test.newsdredge");
-        x.w.UpdateCaption(QStringLiteral("1"));
+        x.w.UpdateCaption(nd::Caption::Messages);
         x.w.store().save(QStringLiteral("Signature"), QStringLiteral("Ann's sig"));
         const QString body = QString(60, QLatin1Char('a')) + QString(60, QLatin1Char('b')) + QString(130, QLatin1Char('c'));
         QVERIFY(x.w.poster->Reply("o@x.test", origSubject, msgId, QStringLiteral("<older@x.test>"), body));

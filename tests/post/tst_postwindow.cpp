@@ -1,4 +1,5 @@
 // The post window without a server: checks, validation and remembered fields.
+#include "app/Commands.h"
 #include "gui/app/frmMain.h"
 #include "post/Poster.h"
 #include "gui/post/PostWindows.h"
@@ -30,7 +31,7 @@ private slots:
         QCOMPARE(p.asked.last().title, QStringLiteral("Newsdredge!"));
         QVERIFY(!w.postWindows->window());   // unloaded again
         w.S.CurrentGroup = QStringLiteral("alt.test");
-        w.UpdateCaption(QStringLiteral("1"));
+        w.UpdateCaption(nd::Caption::Messages);
         w.MSHResults->setEnabled(false);
         QVERIFY(!w.poster->OpenPost(Poster::CurrentGroup));
         w.MSHResults->setEnabled(true);
@@ -40,7 +41,7 @@ private slots:
         QVERIFY(!w.postWindows->window());
 
         // selected groups and favourites: a selection is needed
-        w.MenuOnOff(QStringLiteral("SG"), true);   // as a loaded group list leaves it
+        w.MenuOnOff(nd::Scope::SelectedGroups, true);   // as a loaded group list leaves it
         const struct { ItemList *list; const char *item, *command; Poster::Scope scope; } scopes[] = {
             {w.lstGroups, "alt.a (0)", "menuPostG", Poster::SelectedGroups},
             {w.lstFavorites, "alt.a (news1)", "menuPostF", Poster::SelectedFavorites}};

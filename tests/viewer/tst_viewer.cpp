@@ -2,6 +2,7 @@
 // preview on and off, stepping through the grid, the text limit, printing, copying and mail; with
 // real boxes: the viewer under its boxes and other windows, the previews across a disconnect, a
 // new listing and a download.
+#include "app/Commands.h"
 #include "gui/app/frmMain.h"
 #include "download/Downloader.h"
 #include "download/SavedFiles.h"
@@ -369,7 +370,7 @@ private slots:
     {
         Fixture<> x;
         x.w.store().save(QStringLiteral("Signature"), QStringLiteral("-- Ann"));
-        x.w.UpdateCaption(QStringLiteral("1"));   // a message listing is shown
+        x.w.UpdateCaption(nd::Caption::Messages);   // a message listing is shown
         x.w.show();
         x.open(4);
         frmMessage *v = x.v();
@@ -407,7 +408,7 @@ private slots:
         QVERIFY(!x.v());
         // the View command opens the selected row
         x.w.MSHResults->selectionModel()->setCurrentIndex(x.w.grid->index(0, 0), QItemSelectionModel::ClearAndSelect | QItemSelectionModel::Rows);
-        x.w.SetMenuState(9, true);   // as a listing leaves it
+        x.w.SetMenuState(nd::Cmd::View, true);   // as a listing leaves it
         x.w.action(QStringLiteral("menuView"))->trigger();
         QVERIFY(x.v() && x.v()->isVisible());
     }
