@@ -2,6 +2,7 @@
 // against a download directory that already holds the user's files. One case per fault: what
 // the server (or the directory) does, how the program is run, and what must come of it.
 #include "decoder/DecoderTestUtil.h"
+#include "support/StreamForever.h"
 #include "support/ScriptedNntpServer.h"
 
 #include <QDir>
@@ -43,18 +44,6 @@ QByteArray overRange(const QByteArray &cmd)
     return out + ".\r\n";
 }
 
-// Feeds a client without end, never more than a few MiB ahead of it.
-void streamForever(QTcpSocket *c, const QByteArray &head, std::function<QByteArray()> chunk)
-{
-    c->write(head);
-    QPointer<QTcpSocket> sock(c);
-    auto more = [sock, chunk] {
-        while (sock && sock->state() == QAbstractSocket::ConnectedState && sock->bytesToWrite() < 4 * kMiB)
-            sock->write(chunk());
-    };
-    QObject::connect(c, &QIODevice::bytesWritten, c, more);
-    more();
-}
 
 struct Outcome {
     int status = -1;

@@ -8,6 +8,8 @@
 #include <QElapsedTimer>
 #include <QFile>
 #include <QPointer>
+#include "support/StreamForever.h"
+
 #include <QtTest>
 #include <limits>
 #include <malloc.h>
@@ -36,19 +38,6 @@ void resetPeakRss()
         f.write("5");
 }
 
-// Feeds a client without end: head first, then chunk() again and again, never more than a few
-// MiB ahead of what the client takes, so the server side's memory stays small.
-void streamForever(QTcpSocket *c, const QByteArray &head, std::function<QByteArray()> chunk)
-{
-    c->write(head);
-    QPointer<QTcpSocket> sock(c);
-    auto more = [sock, chunk] {
-        while (sock && sock->state() == QAbstractSocket::ConnectedState && sock->bytesToWrite() < 4 * kMiB)
-            sock->write(chunk());
-    };
-    QObject::connect(c, &QIODevice::bytesWritten, c, more);
-    more();
-}
 
 // Sends text one byte every interval ms, for as long as the client stays.
 void trickle(QTcpSocket *c, const QByteArray &text, int intervalMs)
