@@ -333,14 +333,15 @@ void Harvester::command(HarvestScope scope, HarvestKind kind)
     DoAdvanced(scope, kind);
 }
 
-void Harvester::listCurrentGroup(HarvestScope scope)
+bool Harvester::listCurrentGroup(HarvestScope scope)
 {
     sh.S.QuietMode = false;
-    messages.ListMessages(true);
+    const bool listed = !messages.listMessages(true).failed;
     sh.S.QuietMode = true;
     // the listing hands its commands and lists back; the run still holds them
     sh.MenuOnOff(commandScope(scope), false);
     holdLists(true);
+    return listed;
 }
 
 void Harvester::DoAdvanced(HarvestScope scope, HarvestKind kind)
@@ -549,15 +550,17 @@ void Harvester::scanServerGroups(HarvestKind kind)
         sh.UpdateCaption(kindCaption(kind));
         sh.UpdateCaption(nd::Caption::Groups);
         sh.S.CurrentGroup = groupOfItem(g);
-        listCurrentGroup(SelectedServers);
+        const bool listed = listCurrentGroup(SelectedServers);
+        int error = 0;
         if (!stopped())
-            ScanMessageRows(true, SelectedServers, kind);
-        if (stopped() || sh.S.TransportError != 0)
+            error = ScanMessageRows(true, SelectedServers, kind);
+        // a server that fails a listing or an article is left for the next one
+        if (stopped() || !listed || error != 0)
             break;
     }
 }
 
-void Harvester::ScanMessageRows(bool allRows, HarvestScope scope, HarvestKind kind)
+int Harvester::ScanMessageRows(bool allRows, HarvestScope scope, HarvestKind kind)
 {
     Q_UNUSED(scope);
     const int lastRow = grid.lastMessageRow();
@@ -572,26 +575,28 @@ void Harvester::ScanMessageRows(bool allRows, HarvestScope scope, HarvestKind ki
         if (lo < 0 && gridSelection.currentIndex().isValid())
             lo = hi = gridSelection.currentIndex().row();
         if (lo < 0)
-            return;
+            return 0;
         first = lo + 1;
         last = qMin(hi + 1, lastRow);
     }
     if (last < first)
-        return;
+        return 0;
     sh.setProgressRange(first, last + 1);
     for (int r = first; r <= last; ++r) {
         // the grid may have been emptied meanwhile (a lost connection)
         if (r > grid.lastMessageRow())
             break;
         sh.setProgress(r);
-        scanRow(r, kind);
-        if (stopped() || sh.S.TransportError != 0)
+        if (const int error = scanRow(r, kind); error != 0)
+            return error;
+        if (stopped())
             break;
         nd::yieldOnce();
     }
+    return 0;
 }
 
-void Harvester::scanRow(int r, HarvestKind kind)
+int Harvester::scanRow(int r, HarvestKind kind)
 {
     switch (kind) {
     case WebFtp: {
@@ -600,8 +605,9 @@ void Harvester::scanRow(int r, HarvestKind kind)
             // every article is judged on its own
             sh.S.AttachmentName.clear();
             sh.S.IsYenc = sh.S.IsUuencoded = sh.S.IsMimeAttachment = false;
-            downloader.NNTP_DownloadMessage(n);
+            const ArticleFetch fetch = downloader.NNTP_DownloadMessage(n);
             holdLists(true);
+            return fetch.error;
         }
         break;
     }
@@ -614,4 +620,5 @@ void Harvester::scanRow(int r, HarvestKind kind)
         sh.UpdateCaption(nd::Caption::ServerAddresses);
         break;
     }
+    return 0;
 }

@@ -54,7 +54,9 @@ public:
     // One run of one kind over one scope.
     void DoAdvanced(HarvestScope scope, HarvestKind kind);
     // All data rows (allRows) or the selected block of the grid.
-    void ScanMessageRows(bool allRows, HarvestScope scope, HarvestKind kind);
+    // The rows of the grid (all, or the selected ones); returns the error of an article fetch
+    // that ended the scan (0 when none).
+    int ScanMessageRows(bool allRows, HarvestScope scope, HarvestKind kind);
 
     // Takes the Web/FTP addresses out of an article's text (called for every fetched article
     // while ScanMode is set, and when a text names an address of a kind that is kept).
@@ -89,8 +91,8 @@ private:
     void scanFavorites(const QStringList &items, HarvestKind kind);
     void scanServers(const QStringList &items, HarvestKind kind);
     void scanServerGroups(HarvestKind kind);
-    void listCurrentGroup(HarvestScope scope);
-    void scanRow(int row, HarvestKind kind);
+    bool listCurrentGroup(HarvestScope scope);   // false when the listing failed
+    int scanRow(int row, HarvestKind kind);      // an article fetch's error, 0 when fine
     bool openOutputFile();
     void writeOutputLine(const QString &address);
     void closeOutputFile();

@@ -222,11 +222,12 @@ void ServerChecker::visitServer(int &i)
     sh.UpdateCaption(nd::Caption::Title);
     m_reason.clear();
 
-    fetchGroups(server);
+    const bool listed = fetchGroups(server);
     showProgress(i);
 
     if (m_mode == GenList) {
-        writeGroupList(server);
+        if (listed)
+            writeGroupList(server);
         ++i;
     } else if (!m_mode.isEmpty()) {
         searchGroup(server);
@@ -240,7 +241,7 @@ void ServerChecker::visitServer(int &i)
 
 // The server's group list: from its cache for a list or a search, fresh from the server for a
 // check (a check judges the list the server gives now).
-void ServerChecker::fetchGroups(const QString &server)
+bool ServerChecker::fetchGroups(const QString &server)
 {
     lstGroups.clear();
     grid.ResizeGrid();        // a server that never lists is judged on an empty grid
@@ -251,22 +252,20 @@ void ServerChecker::fetchGroups(const QString &server)
     if (!m_mode.isEmpty() && QFile::exists(cache)) {
         lstGroups.load(cache);
         sh.S.TransactionDone = true;
-    } else if (m_mode.isEmpty()) {
-        session.NNTP_Connect(false);
-        holdCommands();
-        if (!stopped() && session.isConnected())
-            groups.LoadGroupList(false);
-        holdCommands();
-    } else {
-        session.NNTP_Connect(true);
-        holdCommands();
+        return true;
     }
+    const bool connected = session.NNTP_Connect(false);
+    holdCommands();
+    TransactionResult r;
+    r.outcome = TransactionResult::Outcome::Stopped;
+    if (connected && !stopped())
+        r = groups.LoadGroupList(!m_mode.isEmpty());   // a list or a search takes a cache a connect finds
+    holdCommands();
+    return connected && r.outcome != TransactionResult::Outcome::Failed;
 }
 
 void ServerChecker::writeGroupList(const QString &server)
 {
-    if (sh.S.TransportError != 0)
-        return;
     sh.setStatus(nd::PanelState, QStringLiteral("Generating Group List"));
     sh.setProgressRange(0, qMax(1, lstGroups.count()));
     QElapsedTimer slice;

@@ -65,7 +65,7 @@ private:
     void loadCheckList();       // the selected servers become the check list
     void showProgress(int i);
     void visitServer(int &i);   // one server of the check list; advances i
-    void fetchGroups(const QString &server);
+    bool fetchGroups(const QString &server);   // false when the list could not be had
     void writeGroupList(const QString &server);
     void searchGroup(const QString &server);
     bool checkServer(int i, const QString &server);   // false when the server goes
