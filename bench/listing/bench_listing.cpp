@@ -369,7 +369,7 @@ int main(int argc, char **argv)
                 (long long)rows, overviewBytes / 1048576.0, (long long)groups, a.active.size() / 1048576.0);
 
     ScriptedPrompter prompter;
-    frmMain w(&prompter, frmMain::Options{false, true});
+    frmMain w(&prompter, frmMain::Options{true});
     w.opt.NNTPServer = QStringLiteral("127.0.0.1:%1").arg(port);
     w.opt.NewMsgs = 0;
     w.opt.Timeout = 120;

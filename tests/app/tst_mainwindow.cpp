@@ -19,7 +19,7 @@
 
 class TstMainWindow : public QObject {
     Q_OBJECT
-    static frmMain::Options quiet() { return frmMain::Options{false, true}; }
+    static frmMain::Options quiet() { return frmMain::Options{true}; }
 private slots:
     void init()
     {

@@ -98,7 +98,7 @@ QImage iconImage(QAction *a)
 
 class TstWindowStates : public QObject {
     Q_OBJECT
-    static frmMain::Options quiet() { return frmMain::Options{false, true}; }
+    static frmMain::Options quiet() { return frmMain::Options{true}; }
 
     // Connects through the command, lists the group list and opens alt.test as a person does.
     static void connectAndList(frmMain &w)

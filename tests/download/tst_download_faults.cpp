@@ -36,7 +36,7 @@ class TestDownloadFaults : public QObject {
     struct Fixture {
         ArticleServer srv;
         ScriptedPrompter p;
-        frmMain w{&p, frmMain::Options{false, true}};
+        frmMain w{&p, frmMain::Options{true}};
         QTemporaryDir dest;
         QSet<qint64> &failing = srv.failing;    // ARTICLE numbers answered with a server fault
         Fixture()

@@ -49,7 +49,7 @@ class TestDownloadInn : public QObject {
 
     struct Win {
         ScriptedPrompter p;
-        frmMain w{&p, frmMain::Options{false, true}};
+        frmMain w{&p, frmMain::Options{true}};
         QTemporaryDir dest;
         Win()
         {

@@ -38,7 +38,7 @@ struct Window {
         } else {
             QFile::remove(nd::appFile(QStringLiteral("NewsdredgeFavorites.fav")));
         }
-        w = std::make_unique<frmMain>(&p, frmMain::Options{false, true});
+        w = std::make_unique<frmMain>(&p, frmMain::Options{true});
         w->startUp();
     }
     ItemList *fav() { return w->lstFavorites; }

@@ -26,7 +26,7 @@ const QString Disconnected = QStringLiteral("Disconnected from NNTP Server");
 
 struct Window {
     ScriptedPrompter p;
-    frmMain w{&p, frmMain::Options{false, true}};
+    frmMain w{&p, frmMain::Options{true}};
     QString authServer;   // the server that asks for the test credentials
     explicit Window(const QString &auth) : authServer(auth)
     {

@@ -60,7 +60,7 @@ using testfile::readFile;
 
 struct Window {
     ScriptedPrompter p;
-    frmMain w{&p, frmMain::Options{false, true}};
+    frmMain w{&p, frmMain::Options{true}};
     Window()
     {
         w.opt.Timeout = 15;

@@ -35,7 +35,7 @@ namespace {
 
 struct Window {
     ScriptedPrompter p;
-    frmMain w{&p, frmMain::Options{false, true}};
+    frmMain w{&p, frmMain::Options{true}};
 };
 
 using testfile::readFile;

@@ -40,7 +40,7 @@ private slots:
             art += "\nbody " + QByteArray::number(i) + "\n";
             QVERIFY2(!inn::post(art).isEmpty(), "post failed");
         }
-        w = new frmMain(&p, frmMain::Options{false, true});
+        w = new frmMain(&p, frmMain::Options{true});
         w->opt.NNTPServer = inn::server(inn::portOpen());
         w->opt.Timeout = 15;
     }

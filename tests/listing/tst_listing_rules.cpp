@@ -173,7 +173,7 @@ private slots:
     void headingSortTogglesAndFindLooksAtFourColumns()
     {
         ScriptedPrompter p;
-        frmMain w(&p, frmMain::Options{false, true});
+        frmMain w(&p, frmMain::Options{true});
         GridController *gc = w.gridControl;
         GridView *gv = w.findChild<GridView *>();
         // an empty grid: nothing to sort

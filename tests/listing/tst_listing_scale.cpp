@@ -37,7 +37,7 @@ class TstListingScale : public QObject {
     struct Fixture {
         ScriptedNntpServer srv;
         ScriptedPrompter p;
-        frmMain w{&p, frmMain::Options{false, true}};
+        frmMain w{&p, frmMain::Options{true}};
         qint64 rows = 0;
         bool withHdr = false;       // HDR Path answers the Path the format lacks
         qint64 dropAfter = -1;      // close the connection after this many rows

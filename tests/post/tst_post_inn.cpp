@@ -28,7 +28,7 @@ const QString Connected = QStringLiteral("Connected to NNTP Server");
 
 struct Window {
     ScriptedPrompter p;
-    frmMain w{&p, frmMain::Options{false, true}};
+    frmMain w{&p, frmMain::Options{true}};
     explicit Window(int port = inn::portOpen())
     {
         w.opt.Timeout = 15;

@@ -23,7 +23,7 @@ private slots:
     void checksPerScope()
     {
         ScriptedPrompter p;
-        frmMain w(&p, frmMain::Options{false, true});
+        frmMain w(&p, frmMain::Options{true});
         // current group: only in a message listing with the grid enabled
         QVERIFY(!w.poster->OpenPost(Poster::CurrentGroup));
         QCOMPARE(p.asked.last().text, QStringLiteral("Must Be in Message Listing to Use This Function"));
@@ -59,7 +59,7 @@ private slots:
     void validation()
     {
         ScriptedPrompter p;
-        frmMain w(&p, frmMain::Options{false, true});
+        frmMain w(&p, frmMain::Options{true});
         w.lstGroups->addMany({"alt.a (0)"});
         w.lstGroups->setSelected(0, true);
         QVERIFY(w.poster->OpenPost(Poster::SelectedGroups));
@@ -100,7 +100,7 @@ private slots:
             st.sync();
         }
         ScriptedPrompter p;
-        frmMain w(&p, frmMain::Options{false, true});
+        frmMain w(&p, frmMain::Options{true});
         w.lstGroups->addMany({"alt.a (0)"});
         w.lstGroups->setSelected(0, true);
         QVERIFY(w.poster->OpenPost(Poster::SelectedGroups));

@@ -64,7 +64,7 @@ struct SilentServer {
 
 struct Window {
     ScriptedPrompter p;
-    frmMain w{&p, frmMain::Options{false, true}};
+    frmMain w{&p, frmMain::Options{true}};
     Window()
     {
         w.opt.Timeout = 15;

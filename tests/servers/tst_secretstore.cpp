@@ -22,7 +22,7 @@ QByteArray roundTrip()
     QFile::remove(ServerList::listFile());
     {
         ScriptedPrompter p;
-        frmMain w(&p, frmMain::Options{false, true});
+        frmMain w(&p, frmMain::Options{true});
         ServerList &s = *w.servers;
         s.lstServs->clear();
         s.lstServs->add(QStringLiteral("????? ???    news.a.example"), QStringLiteral("anna|||s3cret one"));
@@ -35,7 +35,7 @@ QByteArray roundTrip()
             return QByteArray("<changed in memory>");
     }
     ScriptedPrompter p;
-    frmMain w(&p, frmMain::Options{false, true});
+    frmMain w(&p, frmMain::Options{true});
     ServerList &s = *w.servers;
     s.load();
     if (s.credentialsFor(QStringLiteral("news.a.example")) != QPair<QString, QString>{"anna", "s3cret one"} ||

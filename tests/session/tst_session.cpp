@@ -32,7 +32,7 @@ double cpuSeconds()
 
 struct Window {
     ScriptedPrompter p;
-    frmMain w{&p, frmMain::Options{false, true}};
+    frmMain w{&p, frmMain::Options{true}};
     QHash<QString, QString> data;   // server -> credential string
     Window()
     {

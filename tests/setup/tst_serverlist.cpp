@@ -15,7 +15,7 @@
 #include <sys/stat.h>
 
 namespace {
-frmMain::Options quiet() { return frmMain::Options{false, true}; }
+frmMain::Options quiet() { return frmMain::Options{true}; }
 
 // A window with its server list, none of it shown.
 struct Fixture {

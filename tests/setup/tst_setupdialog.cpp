@@ -24,7 +24,7 @@
 #include <QtTest>
 
 namespace {
-frmMain::Options quiet() { return frmMain::Options{false, true}; }
+frmMain::Options quiet() { return frmMain::Options{true}; }
 
 // The window with its setup dialog loaded and shown (not waited for).
 struct Fixture {

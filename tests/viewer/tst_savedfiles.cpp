@@ -42,7 +42,7 @@ class TstSavedFiles : public QObject {
 
     struct Fixture {
         ScriptedPrompter p;
-        frmMain w{&p, frmMain::Options{false, true}};
+        frmMain w{&p, frmMain::Options{true}};
         QTemporaryDir dest;
         SavedFiles *sf = nullptr;
         SavedFilesView *sv = nullptr;
@@ -196,7 +196,7 @@ private slots:
         SettingsStore().save(QStringLiteral("Preview"), QStringLiteral("0"));
         ScriptedPrompter p;
         p.answers = {Prompter::AnswerOk, Prompter::AnswerNo};   // the first-run questions
-        frmMain w(&p, frmMain::Options{false, true});
+        frmMain w(&p, frmMain::Options{true});
         w.startUp();
         QVERIFY(!w.action(QStringLiteral("menuPreview"))->isChecked());
         QVERIFY(!w.action(QStringLiteral("menuPreviewL"))->isEnabled());

@@ -88,7 +88,7 @@ class TstViewer : public QObject {
     struct Fixture {
         ArticleServer srv;
         P p;
-        frmMain w{&p, frmMain::Options{false, true}};
+        frmMain w{&p, frmMain::Options{true}};
         QTemporaryDir dest;
         QByteArray red = picture(Qt::red);
         QByteArray blue = picture(Qt::blue);

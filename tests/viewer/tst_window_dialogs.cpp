@@ -97,7 +97,7 @@ private slots:
         const Command &c = commands()[size_t(command)];
         GuiPrompter p;
         p.setFileDialogOptions(int(QFileDialog::DontUseNativeDialog));
-        frmMain w(&p, frmMain::Options{false, true});
+        frmMain w(&p, frmMain::Options{true});
         // the folder each dialog opens in holds files of every kind and a sub-folder
         QTemporaryDir tmp;
         const QString dir = c.inAppDir ? nd::appDir() : tmp.path();

@@ -91,7 +91,7 @@ public:
 // The main window's presentation of the shell: status panels, progress bar, commands, captions.
 class GuiShell final : public Shell {
 public:
-    GuiShell(frmMain &w, Prompter *prompter, bool batch) : Shell(prompter, batch), w(w) {}
+    GuiShell(frmMain &w, Prompter *prompter) : Shell(prompter, false), w(w) {}
 
     void setStatus(int panel, const QString &text) override { w.setStatus(panel, text); }
     QString status(int panel) const override { return w.status(panel); }
@@ -155,7 +155,7 @@ private:
 };
 
 frmMain::frmMain(Prompter *prompter, Options options)
-    : m_shell(std::make_unique<GuiShell>(*this, prompter, options.batch)),
+    : m_shell(std::make_unique<GuiShell>(*this, prompter)),
       m_core(std::make_unique<Core>(*m_shell)), S(m_shell->S), opt(m_shell->opt),
       m_options(options)
 {
@@ -601,13 +601,6 @@ void frmMain::setStatus(int panel, const QString &text)
         return;
     m_panels[panel - 1]->setText(text);
     m_panels[panel - 1]->setToolTip(text);   // a long text is cut at the panel's edge
-    if (m_options.batch && !text.isEmpty() && panel != 3) {
-        static QString last[3];
-        if (last[panel - 1] != text) {
-            last[panel - 1] = text;
-            fprintf(stderr, "%s\n", text.toLocal8Bit().constData());
-        }
-    }
 }
 
 QString frmMain::status(int panel) const
@@ -703,8 +696,6 @@ void frmMain::StopOperation()
 
 void frmMain::setBusy(bool busy)
 {
-    if (m_options.batch)
-        return;
     if (busy)
         QApplication::setOverrideCursor(Qt::WaitCursor);
     else
@@ -742,7 +733,7 @@ void frmMain::changeEvent(QEvent *event)
 
 void frmMain::startUp()
 {
-    if (!m_options.skipStartupDialogs && !m_options.batch) {
+    if (!m_options.skipStartupDialogs) {
         showSplash();
         if (store().get(QStringLiteral("QHShow")).isEmpty())
             showQuickHelp(true);

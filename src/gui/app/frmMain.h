@@ -51,8 +51,7 @@ class frmMain : public QMainWindow {
 
 public:
     struct Options {
-        bool batch = false;          // never shown; settings are read but never written
-        bool skipStartupDialogs = false;   // no splash / quick help (tests, batch)
+        bool skipStartupDialogs = false;   // no splash / quick help (tests)
     };
     explicit frmMain(Prompter *prompter, Options options);
     explicit frmMain(Prompter *prompter) : frmMain(prompter, Options{}) {}
@@ -71,7 +70,6 @@ public:
     SettingsStore &store();
     Prompter &prompter();
     void setPrompter(Prompter *p);
-    bool isBatch() const { return m_options.batch; }
 
     // Controls other parts of the program address by name.
     ItemList *lstGroups = nullptr;

@@ -185,8 +185,6 @@ void SavedFilesView::refitPreview()
 
 void SavedFilesView::showLargePreview(const QString &path, const QString &entryText)
 {
-    if (m.isBatch())
-        return;
     if (!m_large)
         m_large = new frmMaxPrev(m);
     m_large->showPicture(path, entryText);

@@ -211,7 +211,7 @@ void frmMessage::showOpening(const ViewedMessage &msg)
 void frmMessage::showMessage(const ViewedMessage &msg)
 {
     showText(msg.text);
-    if (!ViewerShown && !m.isBatch()) {
+    if (!ViewerShown) {
         show();
         ViewerShown = true;
     }
