@@ -335,22 +335,14 @@ void Downloader::holdLists(bool hold)
     if (hold) {
         if (m_holdDepth++ > 0)
             return;
-        m_heldStates.clear();
-        for (nd::Cmd c : nd::cmds::ListRebuild) {
-            m_heldStates.append(sh.menuState(c));
-            sh.SetMenuState(c, false);
-        }
+        m_heldCommands.hold(sh, nd::cmds::ListRebuild);
         m_groupsViewWasOn = sh.viewEnabled(nd::View::Groups);
         sh.setViewEnabled(nd::View::Groups, false);
         return;
     }
     if (m_holdDepth == 0 || --m_holdDepth > 0)
         return;
-    // a run that lost its connection leaves them off, as the disconnect did
-    const bool connected = session.isConnected();
-    int i = 0;
-    for (nd::Cmd c : nd::cmds::ListRebuild)
-        sh.SetMenuState(c, connected && m_heldStates.value(i++));
+    m_heldCommands.release(sh, session.isConnected());
     if (m_groupsViewWasOn)
         sh.setViewEnabled(nd::View::Groups, true);
 }

@@ -1,4 +1,5 @@
 #pragma once
+#include "app/CommandHold.h"
 #include "news/Session.h"
 
 #include <QByteArray>
@@ -124,6 +125,6 @@ private:
     DecoderWizard *m_decoder = nullptr;
     GridRows *m_rows = nullptr;      // subjects of the grid, read once per run
     int m_holdDepth = 0;
-    QList<bool> m_heldStates;        // the held commands' states before the run
+    CommandHold m_heldCommands;
     bool m_groupsViewWasOn = true;
 };

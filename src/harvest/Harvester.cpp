@@ -298,25 +298,10 @@ void Harvester::holdLists(bool hold)
     sh.setViewEnabled(nd::View::Messages, !hold);
     sh.setViewEnabled(nd::View::Groups, !hold);
     // a new group list, a listing or a reconnect in the middle would end the run early
-    if (hold) {
-        if (!m_commandsHeld) {
-            m_heldStates.clear();
-            for (nd::Cmd c : nd::cmds::HarvestBreakers)
-                m_heldStates.append(sh.menuState(c));
-            m_commandsHeld = true;
-        }
-        for (nd::Cmd c : nd::cmds::HarvestBreakers)
-            sh.SetMenuState(c, false);
-    } else if (m_commandsHeld) {
-        m_commandsHeld = false;
-        // what a closing disconnect switched off stays off
-        const bool connected = session.isConnected();
-        int i = 0;
-        for (nd::Cmd c : nd::cmds::HarvestBreakers) {
-            const bool was = m_heldStates.value(i++);
-            sh.SetMenuState(c, c == nd::Cmd::Connect ? was : was && connected);
-        }
-    }
+    if (hold)
+        m_heldCommands.hold(sh, nd::cmds::HarvestBreakers);
+    else
+        m_heldCommands.release(sh, session.isConnected());
 }
 
 void Harvester::command(HarvestScope scope, HarvestKind kind)

@@ -1,4 +1,5 @@
 #pragma once
+#include "app/CommandHold.h"
 #include "app/Commands.h"
 
 #include <QFile>
@@ -111,8 +112,7 @@ private:
     Downloader &downloader;
 
     bool m_running = false;
-    bool m_commandsHeld = false;
-    QList<bool> m_heldStates;    // the held commands' states when the run started
+    CommandHold m_heldCommands;
     StopLatch *m_latch = nullptr;
     QFile m_output;
     bool m_outputFailed = false;
