@@ -568,29 +568,18 @@ void frmMain::commandWired(const QString &menuName)
 void frmMain::toolbarClick(const QString &key)
 {
     S.StopRequested = false;
-    auto run = [this](const char *menu) {
-        const QString n = QString::fromLatin1(menu);
-        QAction *a = action(n);
-        if (a ? a->isEnabled() : commandBuilt(n))
-            if (auto h = m_shell->handler(n))
-                h();
-    };
-    if (key == QLatin1String("Links"))
-        run("Links");
-    else if (key == QLatin1String("Setup"))
-        run("menuSetup");
-    else if (key == QLatin1String("Post"))
-        run("menuPostC");
-    else if (key == QLatin1String("Stop"))
+    // Stop works whatever the command's state; the other buttons run their command while it is on
+    if (key == QLatin1String("Stop")) {
         StopOperation();
-    else if (key == QLatin1String("Connect") || key == QLatin1String("Disconnect"))
-        run("menuConnect");
-    else if (key == QLatin1String("Groups"))
-        run("menuGroup");
-    else if (key == QLatin1String("Download"))
-        run("menuDownload");
-    else if (key == QLatin1String("View"))
-        run("menuView");
+        return;
+    }
+    const QString n = menuOfKey(key);
+    if (n.isEmpty())
+        return;
+    QAction *a = action(n);
+    if (a ? a->isEnabled() : commandBuilt(n))
+        if (auto h = m_shell->handler(n))
+            h();
 }
 
 // ------------------------------------------------------------------ helpers
